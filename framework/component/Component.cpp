@@ -1,0 +1,123 @@
+#include "framework/component/Component.h"
+
+#include "framework/services/SystemServices.h"
+
+namespace KVX {
+
+KVX_DEFINE_CLASS(Component, Object, "Component")
+
+Component::Component(std::string_view name) : name_(name) {}
+
+Component::~Component()
+{
+    for (Component* child : children_)
+        child->parent_ = nullptr;
+    for (Parameter* parameter : parameters_)
+        parameter->setOwner(nullptr);
+}
+
+tresult Component::queryInterface(const UID& iid, void** object)
+{
+    KVX_QUERY_INTERFACE(iid, object, ISubject)
+    KVX_QUERY_INTERFACE(iid, object, IObserver)
+    return Object::queryInterface(iid, object);
+}
+
+void Component::addChild(Component* child)
+{
+    if (!child || child->parent_ || children_.contains(child))
+        return;
+    children_.add(child);
+    child->parent_ = this;
+}
+
+bool Component::removeChild(Component* child)
+{
+    if (!child || child->parent_ != this)
+        return false;
+    child->parent_ = nullptr;
+    return children_.remove(child);
+}
+
+Component* Component::findChild(std::string_view name) const
+{
+    for (Component* child : children_)
+        if (child->name() == name)
+            return child;
+    return nullptr;
+}
+
+Parameter* Component::addParameter(Parameter::Kind kind, std::string_view name, int32 tag)
+{
+    auto parameter = makeRef<Parameter>(kind, name, tag);
+    parameter->setOwner(this);
+    parameters_.add(parameter);
+    return parameter;
+}
+
+Parameter* Component::findParameter(int32 tag) const
+{
+    for (Parameter* parameter : parameters_)
+        if (parameter->tag() == tag)
+            return parameter;
+    return nullptr;
+}
+
+Parameter* Component::findParameter(std::string_view name) const
+{
+    for (Parameter* parameter : parameters_)
+        if (parameter->name() == name)
+            return parameter;
+    return nullptr;
+}
+
+bool Component::paramChanged(Parameter&)
+{
+    return true;
+}
+
+bool Component::getProperty(Variant& value, std::string_view name) const
+{
+    if (name == "name")
+    {
+        value = String(name_.view());
+        return true;
+    }
+    return false;
+}
+
+tresult Component::initialize(IUnknown* context)
+{
+    context_ = context;
+    for (Component* child : children_)
+        child->initialize(context);
+    return kResultOk;
+}
+
+tresult Component::terminate()
+{
+    for (Component* child : children_)
+        child->terminate();
+    context_.reset();
+    return kResultOk;
+}
+
+void Component::signal(Message& message)
+{
+    Ref<Component> keepAlive(this); // an observer may drop the last other reference
+    observers_.notifyAll(this, message);
+}
+
+void Component::deferSignal(Message* message)
+{
+    GetSignalHandler()->postSignal(this, message);
+}
+
+void Component::postMessage(Message* message)
+{
+    GetSignalHandler()->postMessage(this, this, message);
+}
+
+void Component::notify(ISubject*, Message&) {}
+
+} // namespace KVX

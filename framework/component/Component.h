@@ -1,0 +1,87 @@
+#pragma once
+
+#include "framework/component/IObserver.h"
+#include "framework/component/ISubject.h"
+#include "framework/component/Message.h"
+#include "framework/component/ObserverList.h"
+#include "framework/component/Parameter.h"
+#include "framework/core/ObjectArray.h"
+
+namespace KVX {
+
+/// A named part of a module's component tree: child components found by name, numbered
+/// parameters that forms bind to, properties read by name, and the subject and observer roles.
+///
+/// A parameter changed with notification arrives at paramChanged, which dispatches on the tag.
+/// A component writing its own parameters sets them without notification. After a property
+/// changes, the component signals "propertyChanged"; after its content changes, "changed".
+/// All of it belongs to the user-interface thread.
+class Component : public Object, public ISubject, public IObserver, public IParamOwner
+{
+    KVX_DECLARE_CLASS(Component, Object)
+public:
+    explicit Component(std::string_view name = {});
+    ~Component() override;
+
+    const CString& name() const { return name_; }
+    void setName(std::string_view name) { name_ = CString(name); }
+
+    // Tree
+    Component* parent() const { return parent_; }
+    /// Adds `child` (taking a reference) and becomes its parent.
+    void addChild(Component* child);
+    bool removeChild(Component* child);
+    /// The first direct child called `name`, or nullptr.
+    Component* findChild(std::string_view name) const;
+    size_t childCount() const { return children_.count(); }
+    Component* child(size_t index) const { return children_.at(index); }
+
+    // Parameters
+    /// Adds a parameter owned by this component; returns it for further settings.
+    Parameter* addParameter(Parameter::Kind kind, std::string_view name, int32 tag);
+    Parameter* findParameter(int32 tag) const;
+    Parameter* findParameter(std::string_view name) const;
+    size_t parameterCount() const { return parameters_.count(); }
+    Parameter* parameter(size_t index) const { return parameters_.at(index); }
+    /// The owner's parameter-changed operation. The base accepts and does nothing.
+    bool paramChanged(Parameter& parameter) override;
+
+    // Properties
+    /// Reads the property `name` into `value`; false when the component has none of that name.
+    /// The base answers "name".
+    virtual bool getProperty(Variant& value, std::string_view name) const;
+
+    // Life cycle
+    /// Called when the host puts the component to use, with the host's context object (may be
+    /// null). The base initialises the children.
+    virtual tresult initialize(IUnknown* context);
+    /// Called before the component is released for good. The base terminates the children.
+    virtual tresult terminate();
+    IUnknown* context() const { return context_; }
+
+    // Signals
+    /// Sends `message` to the observers at once.
+    void signal(Message& message) override;
+    void signal(std::string_view id) { signal(*makeRef<Message>(id)); }
+    /// Sends `message` to the observers later, on the user-interface thread. Any thread.
+    void deferSignal(Message* message);
+    /// Posts `message` to this component's own notify, later, on the user-interface thread.
+    void postMessage(Message* message);
+
+    // ISubject
+    void addObserver(IObserver* observer) override { observers_.add(observer); }
+    void removeObserver(IObserver* observer) override { observers_.remove(observer); }
+    // IObserver: the base ignores what it is told.
+    void notify(ISubject* subject, Message& message) override;
+    KVX_FORWARD_UNKNOWN(Object)
+
+private:
+    CString name_;
+    Component* parent_ = nullptr; // the parent holds the reference to its children, not back
+    TypedObjectArray<Component> children_{true};
+    TypedObjectArray<Parameter> parameters_{true};
+    ObserverList observers_;
+    Ref<IUnknown> context_;
+};
+
+} // namespace KVX

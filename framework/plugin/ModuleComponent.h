@@ -1,0 +1,31 @@
+#pragma once
+
+#include "framework/component/Component.h"
+
+namespace KVX {
+
+/// The root of a module's component tree, named "Module", with the module's identifier, vendor
+/// and title.
+class ModuleComponent : public Component
+{
+    KVX_DECLARE_CLASS(ModuleComponent, Component)
+public:
+    ModuleComponent(std::string_view moduleId, std::string_view vendor, std::string_view title)
+        : Component("Module"), moduleId_(moduleId), vendor_(vendor), title_(title)
+    {
+    }
+
+    const CString& moduleId() const { return moduleId_; }
+    const CString& vendor() const { return vendor_; }
+    const CString& title() const { return title_; }
+
+    /// Answers "moduleId", "vendor" and "title" besides the base's properties.
+    bool getProperty(Variant& value, std::string_view name) const override;
+
+private:
+    CString moduleId_;
+    CString vendor_;
+    CString title_;
+};
+
+} // namespace KVX

@@ -1,0 +1,31 @@
+#pragma once
+
+/// The accessors that the host's text module (kvxtext) exports.
+
+#include "framework/core/Types.h"
+#include "framework/services/IDataTransformer.h"
+#include "framework/services/ModuleApi.h"
+
+namespace KVX {
+class IStream;
+class Variant;
+} // namespace KVX
+
+extern "C" {
+
+/// Parses one JSON document of exactly `length` bytes (NUL bytes included; no terminator is
+/// looked for). On success stores the root value in `*result` (objects as Attributes, arrays as
+/// AttributeArray, integral numbers as 64-bit integers when they fit, other numbers as doubles)
+/// and returns kResultOk. Invalid JSON (bad syntax, invalid UTF-8, nesting deeper than the limit)
+/// returns kInvalidArgument and leaves `*result` untouched. Any thread.
+KVX_MODULE_API KVX::tresult JsonParse(const void* data, KVX::uint64 length, KVX::Variant* result);
+
+/// Writes `value` as compact JSON text (UTF-8) to `out`. Attributes become objects with their
+/// members in order, AttributeArray arrays. kInvalidArgument when the value cannot be written
+/// (a non-finite double, an object of another class); `out` may then hold part of the text.
+KVX_MODULE_API KVX::tresult JsonStringify(const KVX::Variant* value, KVX::IStream* out);
+
+/// Creates a data transformer of the given kind (IDataTransformer::Kind), or returns nullptr for
+/// an unknown kind. The caller owns the returned reference.
+KVX_MODULE_API KVX::IDataTransformer* CreateDataTransformer(KVX::uint32 kind);
+}

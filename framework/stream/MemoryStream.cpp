@@ -1,0 +1,69 @@
+#include "framework/stream/MemoryStream.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace KVX {
+
+KVX_DEFINE_CLASS(MemoryStream, Object, "MemoryStream")
+
+MemoryStream::MemoryStream(size_t growStep) : growStep_(growStep ? growStep : 1) {}
+
+tresult MemoryStream::queryInterface(const UID& iid, void** object)
+{
+    KVX_QUERY_INTERFACE(iid, object, IStream)
+    return Object::queryInterface(iid, object);
+}
+
+int64 MemoryStream::read(void* buffer, int64 size)
+{
+    if (size < 0 || !buffer)
+        return -1;
+    if (position_ >= static_cast<int64>(size_))
+        return 0;
+    int64 count = std::min<int64>(size, static_cast<int64>(size_) - position_);
+    std::memcpy(buffer, data_.data() + position_, static_cast<size_t>(count));
+    position_ += count;
+    return count;
+}
+
+int64 MemoryStream::write(const void* buffer, int64 size)
+{
+    if (size < 0 || (!buffer && size > 0))
+        return -1;
+    size_t end = static_cast<size_t>(position_) + static_cast<size_t>(size);
+    reserve(end);
+    if (static_cast<size_t>(position_) > size_) // a seek past the end leaves a zero-filled gap
+        std::memset(data_.data() + size_, 0, static_cast<size_t>(position_) - size_);
+    if (size > 0)
+        std::memcpy(data_.data() + position_, buffer, static_cast<size_t>(size));
+    position_ = static_cast<int64>(end);
+    size_ = std::max(size_, end);
+    return size;
+}
+
+int64 MemoryStream::seek(int64 offset, SeekMode mode)
+{
+    int64 base = mode == kSeekSet ? 0 : mode == kSeekCurrent ? position_ : static_cast<int64>(size_);
+    int64 target = base + offset;
+    if (target < 0)
+        return -1;
+    position_ = target;
+    return position_;
+}
+
+void MemoryStream::clear()
+{
+    size_ = 0;
+    position_ = 0;
+}
+
+void MemoryStream::reserve(size_t needed)
+{
+    if (needed <= data_.size())
+        return;
+    size_t steps = (needed + growStep_ - 1) / growStep_;
+    data_.resize(steps * growStep_);
+}
+
+} // namespace KVX
