@@ -106,7 +106,13 @@ bool Url::setFromDisplayString(std::string_view text)
         }
     }
     else
-        portColon = authority.rfind(':');
+    {
+        portColon = authority.find(':');
+        if (portColon != std::string_view::npos && authority.find(':', portColon + 1) != std::string_view::npos)
+            return false; // "host:80:90"
+        if (authority.find('@') != std::string_view::npos)
+            return false; // user information is not supported
+    }
     if (portColon != std::string_view::npos)
     {
         host = authority.substr(0, portColon);
@@ -161,6 +167,8 @@ String Url::toDisplayString() const
     text.append(host_.view());
     if (port_ > 0)
         text.append(":").append(NumberFormat::formatInt64(port_).view());
+    if (!host_.isEmpty() && !path_.isEmpty() && !path_.startsWith("/"))
+        text.append("/");
     text.append(encode(path_.toUtf8(), kPathKeep).view());
     if (!parameters_.empty())
         text.append("?").append(queryString().view());

@@ -4,6 +4,8 @@
 #include "framework/core/Ref.h"
 #include "framework/text/String.h"
 
+#include <cstdint>
+#include <type_traits>
 #include <variant>
 
 namespace KVX {
@@ -22,15 +24,27 @@ public:
     };
 
     Variant() = default;
-    Variant(int value) : value_(static_cast<int64>(value)) {}
-    Variant(int64 value) : value_(value) {}
+    /// Any integer type; unsigned values above the 64-bit signed range are clamped to it.
+    template <class T>
+        requires(std::is_integral_v<T> && !std::is_same_v<T, bool>)
+    Variant(T value)
+        : value_(std::is_unsigned_v<T> && static_cast<uint64>(value) > static_cast<uint64>(INT64_MAX)
+                     ? INT64_MAX
+                     : static_cast<int64>(value))
+    {
+    }
     Variant(bool value) : value_(static_cast<int64>(value ? 1 : 0)) {}
     Variant(double value) : value_(value) {}
     Variant(const String& value) : value_(value) {}
     Variant(const char* utf8) : value_(String(utf8)) {}
-    Variant(IUnknown* object) : value_(Ref<IUnknown>(object)) {}
+    /// A null object gives an empty Variant.
+    Variant(IUnknown* object)
+    {
+        if (object)
+            value_ = Ref<IUnknown>(object);
+    }
     /// Objects that add interfaces inherit IUnknown more than once; this picks the Object's.
-    Variant(Object* object) : value_(Ref<IUnknown>(static_cast<IUnknown*>(object))) {}
+    Variant(Object* object) : Variant(static_cast<IUnknown*>(object)) {}
     template <class T>
     Variant(const Ref<T>& object) : Variant(object.get())
     {

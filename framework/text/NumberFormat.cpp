@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
-#include <cstdio>
 #include <limits>
 
 namespace KVX {
@@ -19,14 +18,25 @@ std::string_view stripSpace(std::string_view text)
     return text;
 }
 
+/// Strips surrounding white space and a leading "+" that from_chars does not accept. False when
+/// nothing is left, or when the "+" is followed by a second sign that from_chars would take.
+bool stripSpaceAndPlus(std::string_view& text)
+{
+    text = stripSpace(text);
+    if (!text.empty() && text.front() == '+')
+    {
+        text.remove_prefix(1);
+        if (!text.empty() && text.front() == '-')
+            return false;
+    }
+    return !text.empty();
+}
+
 } // namespace
 
 bool NumberFormat::parseInt64(std::string_view text, int64& result)
 {
-    text = stripSpace(text);
-    if (!text.empty() && text.front() == '+')
-        text.remove_prefix(1);
-    if (text.empty())
+    if (!stripSpaceAndPlus(text))
         return false;
     int64 value = 0;
     auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value, 10);
@@ -38,10 +48,7 @@ bool NumberFormat::parseInt64(std::string_view text, int64& result)
 
 bool NumberFormat::parseDouble(std::string_view text, double& result)
 {
-    text = stripSpace(text);
-    if (!text.empty() && text.front() == '+')
-        text.remove_prefix(1);
-    if (text.empty())
+    if (!stripSpaceAndPlus(text))
         return false;
     double value = 0;
     auto [end, error] =
@@ -82,35 +89,42 @@ CString NumberFormat::formatFixed(double value, int decimals)
 {
     decimals = std::clamp(decimals, 0, 20);
     if (!std::isfinite(value))
-        return CString::format("%.*f", decimals, value);
+    {
+        char small[32];
+        auto [end, error] = std::to_chars(small, small + sizeof small, value);
+        return CString(small, static_cast<size_t>(end - small));
+    }
     // The C library rounds an exact tie to even (42.25 -> "42.2"). To round ties away from zero,
-    // print the exact decimal expansion (a double has at most 53 - exponent fraction digits)
-    // and round that text by hand.
+    // write the exact decimal expansion (a double has at most 53 - exponent fraction digits) and
+    // round that text by hand. to_chars, unlike printf, ignores the C locale's decimal comma.
     int exponent = 0;
     std::frexp(value, &exponent);
-    int exactDigits = std::clamp(53 - exponent, 0, 1074);
-    std::string text = CString::format("%.*f", std::max(decimals + 1, exactDigits), value).str();
+    int precision = std::max(decimals + 1, std::clamp(53 - exponent, 0, 1074));
+    std::string text(static_cast<size_t>(precision) + 320, '\0');
+    auto [end, error] =
+        std::to_chars(text.data(), text.data() + text.size(), value, std::chars_format::fixed, precision);
+    text.resize(static_cast<size_t>(end - text.data()));
     size_t point = text.find('.');
-    bool roundUp = text[point + 1 + static_cast<size_t>(decimals)] >= '5';
+    bool carry = text[point + 1 + static_cast<size_t>(decimals)] >= '5';
     text.resize(decimals > 0 ? point + 1 + static_cast<size_t>(decimals) : point);
-    if (roundUp)
+    for (size_t i = text.size(); carry && i-- > 0;)
     {
-        size_t i = text.size();
-        for (; i > 0 && text[i - 1] != '-'; --i)
+        char& c = text[i];
+        if (c == '-')
         {
-            char& digit = text[i - 1];
-            if (digit == '.')
-                continue;
-            if (digit != '9')
-            {
-                ++digit;
-                break;
-            }
-            digit = '0';
+            text.insert(i + 1, 1, '1');
+            carry = false;
         }
-        if (i == 0 || text[i - 1] == '-')
-            text.insert(i, 1, '1');
+        else if (c == '9')
+            c = '0';
+        else if (c != '.')
+        {
+            ++c;
+            carry = false;
+        }
     }
+    if (carry)
+        text.insert(0, 1, '1');
     return CString(std::move(text));
 }
 

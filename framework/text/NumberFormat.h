@@ -26,8 +26,9 @@ public:
     static CString formatInt64(int64 value);
     /// The shortest text that reads back as the same double ("0.1", "200", "1e+300").
     static CString formatDouble(double value);
-    /// Fixed notation with `decimals` digits after the point, rounded half away from zero as
-    /// the C library prints.
+    /// Fixed notation with `decimals` (0 to 20) digits after the point. The exact value of the
+    /// double is rounded half away from zero: 42.25 to one decimal gives "42.3", while 2.675
+    /// (stored just below) to two gives "2.67".
     static CString formatFixed(double value, int decimals);
 
     /// A double converted to an integer by truncation toward zero; out-of-range values are

@@ -1,0 +1,13 @@
+#pragma once
+
+/// The accessor that the host's network module (kvxnet) exports. The service lives as long as the
+/// process; the caller does not release it.
+
+#include "framework/services/IWebService.h"
+#include "framework/services/IXMLHttpRequest.h"
+#include "framework/services/ModuleApi.h"
+
+extern "C" {
+
+KVX_MODULE_API KVX::Web::IWebService* GetWebService();
+}

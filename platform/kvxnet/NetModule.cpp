@@ -1,0 +1,21 @@
+#include "framework/services/NetServices.h"
+#include "framework/core/Ref.h"
+#include "platform/kvxnet/WebService.h"
+
+#include <curl/curl.h>
+
+#include <csignal>
+
+using namespace KVX;
+
+KVX::Web::IWebService* GetWebService()
+{
+    static Net::WebService* service = [] {
+        // Transfers run with signals off; a peer that closes its end must not kill the process
+        // with SIGPIPE while a body is written to it.
+        std::signal(SIGPIPE, SIG_IGN);
+        curl_global_init(CURL_GLOBAL_DEFAULT);
+        return makeRef<Net::WebService>().detach();
+    }();
+    return service;
+}

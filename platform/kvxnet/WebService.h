@@ -1,0 +1,26 @@
+#pragma once
+
+#include "framework/core/Object.h"
+#include "framework/services/IWebService.h"
+#include "platform/kvxnet/TransferSettings.h"
+
+#include <mutex>
+
+namespace KVX::Net {
+
+/// The web service: makes request objects with the current settings.
+class WebService : public Object, public Web::IWebService
+{
+    KVX_DECLARE_CLASS(WebService, Object)
+public:
+    tresult createRequest(Web::IXMLHttpRequest** request) override;
+    void setCertificateAuthorityFile(const char* path) override;
+    void setTimeouts(uint32 connectMs, uint32 stallMs) override;
+    KVX_FORWARD_UNKNOWN(Object)
+
+private:
+    std::mutex mutex_;
+    TransferSettings settings_;
+};
+
+} // namespace KVX::Net

@@ -1,0 +1,645 @@
+#include "framework/core/Ref.h"
+#include "framework/data/AttributeArray.h"
+#include "framework/data/Attributes.h"
+#include "framework/data/Json.h"
+#include "framework/services/TextServices.h"
+#include "framework/stream/MemoryStream.h"
+#include "platform/kvxtext/JsonReader.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <limits>
+#include <random>
+#include <string>
+#include <vector>
+
+using namespace KVX;
+using namespace std::string_view_literals;
+
+namespace {
+
+constexpr int kMaxDepth = Text::JsonReader::kMaxDepth;
+
+tresult parse(std::string_view bytes, Variant& result)
+{
+    return JsonParse(bytes.data(), bytes.size(), &result);
+}
+
+Variant parsed(std::string_view bytes)
+{
+    Variant result;
+    EXPECT_EQ(parse(bytes, result), kResultOk) << "parsing " << bytes;
+    return result;
+}
+
+std::string stringify(const Variant& value)
+{
+    auto out = makeRef<MemoryStream>();
+    EXPECT_EQ(JsonStringify(&value, out), kResultOk);
+    return std::string(out->view());
+}
+
+tresult stringifyResult(const Variant& value)
+{
+    auto out = makeRef<MemoryStream>();
+    return JsonStringify(&value, out);
+}
+
+bool sameBits(double a, double b)
+{
+    return std::memcmp(&a, &b, sizeof a) == 0;
+}
+
+/// Deep equality of two trees; doubles must match bit for bit.
+testing::AssertionResult sameTree(const Variant& a, const Variant& b, const std::string& path = "$")
+{
+    if (a.type() != b.type())
+        return testing::AssertionFailure() << path << ": types " << a.type() << " and " << b.type();
+    switch (a.type())
+    {
+    case Variant::kEmpty:
+        return testing::AssertionSuccess();
+    case Variant::kInt:
+        if (a.asInt() != b.asInt())
+            return testing::AssertionFailure() << path << ": " << a.asInt() << " != " << b.asInt();
+        return testing::AssertionSuccess();
+    case Variant::kDouble:
+        if (!sameBits(a.asDouble(), b.asDouble()))
+            return testing::AssertionFailure() << path << ": " << a.asDouble() << " != " << b.asDouble();
+        return testing::AssertionSuccess();
+    case Variant::kString:
+        if (a.asString() != b.asString())
+            return testing::AssertionFailure() << path << ": strings differ";
+        return testing::AssertionSuccess();
+    case Variant::kObject:
+        break;
+    }
+    if (Attributes* x = a.asObject<Attributes>())
+    {
+        Attributes* y = b.asObject<Attributes>();
+        if (!y || x->count() != y->count())
+            return testing::AssertionFailure() << path << ": objects differ in kind or size";
+        for (size_t i = 0; i < x->count(); ++i)
+        {
+            if (x->at(i).name != y->at(i).name)
+                return testing::AssertionFailure() << path << ": member " << i << " names differ";
+            auto result = sameTree(x->at(i).value, y->at(i).value, path + "." + x->at(i).name.str());
+            if (!result)
+                return result;
+        }
+        return testing::AssertionSuccess();
+    }
+    if (AttributeArray* x = a.asObject<AttributeArray>())
+    {
+        AttributeArray* y = b.asObject<AttributeArray>();
+        if (!y || x->count() != y->count())
+            return testing::AssertionFailure() << path << ": arrays differ in kind or size";
+        for (size_t i = 0; i < x->count(); ++i)
+        {
+            auto result = sameTree(x->at(i), y->at(i), path + "[" + std::to_string(i) + "]");
+            if (!result)
+                return result;
+        }
+        return testing::AssertionSuccess();
+    }
+    return testing::AssertionFailure() << path << ": not a JSON container";
+}
+
+bool isUtf8(const std::string& text)
+{
+    return String::fromUtf8(text).toUtf8() == text;
+}
+
+std::string readFile(const std::filesystem::path& path)
+{
+    std::ifstream file(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
+}
+
+std::string nestedArrays(int depth)
+{
+    return std::string(static_cast<size_t>(depth), '[') + std::string(static_cast<size_t>(depth), ']');
+}
+
+std::string nestedObjects(int depth)
+{
+    std::string text;
+    for (int i = 0; i < depth; ++i)
+        text += "{\"a\":";
+    text += "1";
+    text += std::string(static_cast<size_t>(depth), '}');
+    return text;
+}
+
+/// A stream that takes at most `capacity` bytes in all and refuses any write beyond them.
+class BoundedStream : public Object, public IStream
+{
+public:
+    explicit BoundedStream(size_t capacity) : capacity_(capacity) {}
+
+    int64 read(void*, int64) override { return -1; }
+    int64 write(const void* buffer, int64 size) override
+    {
+        if (size < 0 || text.size() + static_cast<size_t>(size) > capacity_)
+            return -1;
+        text.append(static_cast<const char*>(buffer), static_cast<size_t>(size));
+        return size;
+    }
+    int64 seek(int64, SeekMode) override { return -1; }
+    int64 tell() override { return static_cast<int64>(text.size()); }
+    KVX_FORWARD_UNKNOWN(Object)
+
+    std::string text;
+
+private:
+    size_t capacity_;
+};
+
+tresult BoundedStream::queryInterface(const UID& iid, void** object)
+{
+    KVX_QUERY_INTERFACE(iid, object, IStream)
+    return Object::queryInterface(iid, object);
+}
+
+} // namespace
+
+TEST(JsonConformance, AcceptsEveryValidAndRejectsEveryInvalidSuiteDocument)
+{
+    namespace fs = std::filesystem;
+    const fs::path folder = fs::path(SORVEL_SHARED_DIR) / "testdata" / "jsontestsuite" / "test_parsing";
+    ASSERT_TRUE(fs::is_directory(folder)) << folder;
+
+    int valid = 0, invalid = 0, total = 0;
+    for (const fs::directory_entry& entry : fs::directory_iterator(folder))
+    {
+        const std::string name = entry.path().filename().string();
+        const std::string bytes = readFile(entry.path());
+        ++total;
+        Variant result("untouched");
+        tresult parsedResult = parse(bytes, result);
+        if (name.starts_with("n_"))
+        {
+            ++invalid;
+            EXPECT_EQ(parsedResult, kInvalidArgument) << name;
+            EXPECT_EQ(result, Variant("untouched")) << name;
+            continue;
+        }
+        if (name.starts_with("y_"))
+        {
+            ++valid;
+            EXPECT_EQ(parsedResult, kResultOk) << name;
+        }
+        else
+            EXPECT_TRUE(parsedResult == kResultOk || parsedResult == kInvalidArgument) << name;
+        if (parsedResult != kResultOk)
+            continue;
+
+        // Whatever was accepted writes out as UTF-8 that reads back as the same tree.
+        std::string text = stringify(result);
+        EXPECT_TRUE(isUtf8(text)) << name;
+        Variant again;
+        ASSERT_EQ(parse(text, again), kResultOk) << name << ": " << text;
+        EXPECT_TRUE(sameTree(result, again)) << name;
+    }
+    EXPECT_EQ(valid, 95);
+    EXPECT_EQ(invalid, 188);
+    EXPECT_EQ(total, 318);
+}
+
+TEST(JsonNumbers, IntegralNumbersStayExactIntegersThroughARoundTrip)
+{
+    struct Case
+    {
+        const char* text;
+        int64 value;
+    };
+    const Case cases[] = {
+        {"0", 0},
+        {"-1", -1},
+        {"2147483648", 2147483648LL},
+        {"-2147483649", -2147483649LL},
+        {"4294967296", 4294967296LL},
+        {"9007199254740993", 9007199254740993LL},
+        {"-9007199254740993", -9007199254740993LL},
+        {"9223372036854775807", std::numeric_limits<int64>::max()},
+        {"-9223372036854775808", std::numeric_limits<int64>::min()},
+    };
+    for (const Case& c : cases)
+    {
+        Variant value = parsed(c.text);
+        ASSERT_TRUE(value.isInt()) << c.text;
+        EXPECT_EQ(value.asInt(), c.value) << c.text;
+        std::string text = stringify(value);
+        EXPECT_EQ(text, c.text);
+        EXPECT_TRUE(sameTree(parsed(text), value)) << c.text;
+    }
+
+    // Minus zero has no integer form.
+    Variant zero = parsed("-0");
+    ASSERT_TRUE(zero.isInt());
+    EXPECT_EQ(zero.asInt(), 0);
+
+    // Beyond 64 bits a number becomes the nearest double.
+    struct Wide
+    {
+        const char* text;
+        double value;
+    };
+    const Wide wide[] = {
+        {"9223372036854775808", 9223372036854775808.0},
+        {"-9223372036854775809", -9223372036854775808.0},
+        {"18446744073709551615", 18446744073709551616.0},
+        {"18446744073709551616", 18446744073709551616.0},
+        {"123456789012345678901234567890", 1.2345678901234568e29},
+    };
+    for (const Wide& w : wide)
+    {
+        Variant value = parsed(w.text);
+        ASSERT_TRUE(value.isDouble()) << w.text;
+        EXPECT_TRUE(sameBits(value.asDouble(), w.value)) << w.text;
+    }
+}
+
+TEST(JsonNumbers, DoublesReadCorrectlyRoundedAndWriteBackExactly)
+{
+    struct Case
+    {
+        const char* text;
+        double value;
+    };
+    const Case cases[] = {
+        {"0.1", 0.1},
+        {"1.0", 1.0},
+        {"-2.5E+3", -2500.0},
+        {"0.30000000000000004", 0.30000000000000004},
+        {"1e-300", 1e-300},
+        {"2.2250738585072014e-308", 2.2250738585072014e-308},
+        {"2.2250738585072011e-308", 2.2250738585072011e-308},
+        {"1.7976931348623157e308", 1.7976931348623157e308},
+        {"1.7976931348623158e308", 1.7976931348623157e308},
+        {"5e-324", 4.9406564584124654e-324},
+        {"2.4703282292062328e-324", 4.9406564584124654e-324},
+        {"9007199254740993.0", 9007199254740992.0},
+        {"1.00000000000000011102230246251565404236316680908203125", 1.0},
+        {"1.00000000000000011102230246251565404236316680908203126", 1.0000000000000002},
+        // Underflow keeps the sign.
+        {"2.4703282292062327e-324", 0.0},
+        {"1e-400", 0.0},
+        {"-1e-400", -0.0},
+        {"-0.0", -0.0},
+        {"-123456789012345678901234567890e-360", -0.0},
+        // A long run of fraction zeros before a large negative exponent.
+        {"0.00000000000000000000000000000000000000000000000000000000001e-300", 0.0},
+        {"0.00000000000000000000000000000000000000000000000000000000001e-260", 1e-319},
+        {"100000000000000000000000000000000000000000000000000000000000e-359", 1e-300},
+    };
+    for (const Case& c : cases)
+    {
+        Variant value = parsed(c.text);
+        ASSERT_TRUE(value.isDouble()) << c.text;
+        EXPECT_TRUE(sameBits(value.asDouble(), c.value)) << c.text << " read as " << value.asDouble();
+        Variant again = parsed(stringify(value));
+        EXPECT_TRUE(sameTree(again, value)) << c.text << " written as " << stringify(value);
+    }
+
+    // An integral double keeps a fraction, so it reads back as a double.
+    EXPECT_EQ(stringify(Variant(1.0)), "1.0");
+    EXPECT_EQ(stringify(Variant(-0.0)), "-0.0");
+    EXPECT_EQ(stringify(Variant(0.1)), "0.1");
+    EXPECT_EQ(stringify(Variant(5e-324)), "5e-324");
+
+    // Numbers beyond the range of a double cannot be read.
+    for (const char* text : {"1e309", "-1e309", "1.8e308", "-1.8e308", "17976931348623159e292", "[1,2e400]"})
+    {
+        Variant result(7);
+        EXPECT_EQ(parse(text, result), kInvalidArgument) << text;
+        EXPECT_EQ(result, Variant(7)) << text;
+    }
+
+    // Doubles of every magnitude survive a write and a read bit for bit.
+    std::mt19937_64 bits(20240611);
+    int checked = 0;
+    while (checked < 20000)
+    {
+        uint64 pattern = bits();
+        double number;
+        std::memcpy(&number, &pattern, sizeof number);
+        if (!std::isfinite(number))
+            continue;
+        ++checked;
+        Variant value(number);
+        Variant again = parsed(stringify(value));
+        ASSERT_TRUE(sameTree(again, value)) << stringify(value);
+    }
+}
+
+TEST(JsonValues, ObjectsAndArraysKeepTheirOrderAndLiteralsMapToIntegersAndEmpty)
+{
+    const char* text = R"({"z":1,"a":{"y":[3,"two",1.5,null,true,false,{},[]],"b":{}},"m":[]})";
+    Variant root = parsed(text);
+    Attributes* object = root.asObject<Attributes>();
+    ASSERT_NE(object, nullptr);
+    ASSERT_EQ(object->count(), 3u);
+    EXPECT_EQ(object->at(0).name, "z");
+    EXPECT_EQ(object->at(1).name, "a");
+    EXPECT_EQ(object->at(2).name, "m");
+
+    Attributes* inner = object->getAttributes("a");
+    ASSERT_NE(inner, nullptr);
+    ASSERT_EQ(inner->count(), 2u);
+    EXPECT_EQ(inner->at(0).name, "y");
+    EXPECT_EQ(inner->at(1).name, "b");
+    AttributeArray* list = inner->getArray("y");
+    ASSERT_NE(list, nullptr);
+    ASSERT_EQ(list->count(), 8u);
+    EXPECT_EQ(list->at(0), Variant(3));
+    EXPECT_EQ(list->at(1), Variant("two"));
+    EXPECT_EQ(list->at(2), Variant(1.5));
+    EXPECT_TRUE(list->at(3).isEmpty());
+    EXPECT_EQ(list->at(4), Variant(1));
+    EXPECT_EQ(list->at(5), Variant(0));
+    EXPECT_NE(list->getAttributes(6), nullptr);
+    EXPECT_NE(list->at(7).asObject<AttributeArray>(), nullptr);
+    EXPECT_EQ(object->getArray("m")->count(), 0u);
+
+    EXPECT_EQ(stringify(root), R"({"z":1,"a":{"y":[3,"two",1.5,null,1,0,{},[]],"b":{}},"m":[]})");
+
+    // White space anywhere between tokens gives the same tree.
+    EXPECT_TRUE(sameTree(parsed(" \t\r\n{ \"z\" : 1 ,\"a\":{\"y\":[ 3,\"two\",1.5 ,null,true,false,{ },[\n]],"
+                                "\"b\":{}},\"m\":[]}\n\n"),
+                         root));
+
+    // A scalar root is a document too, and a successful parse replaces the previous value.
+    Variant scalar("previous");
+    ASSERT_EQ(parse("null", scalar), kResultOk);
+    EXPECT_TRUE(scalar.isEmpty());
+    ASSERT_EQ(parse(" \"s\" ", scalar), kResultOk);
+    EXPECT_EQ(scalar, Variant("s"));
+}
+
+TEST(JsonValues, ARepeatedNameKeepsItsFirstPlaceAndItsLastValue)
+{
+    Variant root = parsed(R"({"a":1,"b":2,"a":3,"c":{"x":1,"x":[2]},"b":"last"})");
+    Attributes* object = root.asObject<Attributes>();
+    ASSERT_NE(object, nullptr);
+    ASSERT_EQ(object->count(), 3u);
+    EXPECT_EQ(object->at(0).name, "a");
+    EXPECT_EQ(object->at(0).value, Variant(3));
+    EXPECT_EQ(object->at(1).name, "b");
+    EXPECT_EQ(object->at(1).value, Variant("last"));
+    EXPECT_EQ(object->at(2).name, "c");
+    Attributes* inner = object->getAttributes("c");
+    ASSERT_NE(inner, nullptr);
+    ASSERT_EQ(inner->count(), 1u);
+    ASSERT_NE(inner->getArray("x"), nullptr);
+    EXPECT_EQ(inner->getArray("x")->at(0), Variant(2));
+
+    // The same in an object with many members, and names that differ only after a NUL.
+    std::string text = "{";
+    for (int i = 0; i < 40; ++i)
+        text += "\"k" + std::to_string(i) + "\":" + std::to_string(i) + ",";
+    text += R"("k5":"five","k\u0000":1,"k\u0000x":2,"k39":-39,"k\u0000":3})";
+    Variant many = parsed(text);
+    Attributes* members = many.asObject<Attributes>();
+    ASSERT_NE(members, nullptr);
+    ASSERT_EQ(members->count(), 42u);
+    for (int i = 0; i < 40; ++i)
+        EXPECT_EQ(members->at(static_cast<size_t>(i)).name, "k" + std::to_string(i));
+    EXPECT_EQ(members->getString("k5"), "five");
+    EXPECT_EQ(members->getInt64("k4"), 4);
+    EXPECT_EQ(members->getInt64("k39"), -39);
+    EXPECT_EQ(members->at(40).name, CString("k\0", 2));
+    EXPECT_EQ(members->at(40).value, Variant(3));
+    EXPECT_EQ(members->at(41).name, CString("k\0x", 3));
+    EXPECT_EQ(members->at(41).value, Variant(2));
+}
+
+TEST(JsonValues, StringsKeepNulsAndUnicodeAndAreEscapedOnOutput)
+{
+    Variant withNul = parsed(R"("a\u0000b")");
+    ASSERT_TRUE(withNul.isString());
+    EXPECT_EQ(withNul.asString().toUtf8(), std::string("a\0b", 3));
+    EXPECT_EQ(stringify(withNul), R"("a\u0000b")");
+
+    const std::string unicode = "\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80"; // é € and an emoji
+    EXPECT_EQ(parsed(R"("\u00e9\u20AC\ud83d\ude00")").asString().toUtf8(), unicode);
+    EXPECT_EQ(parsed("\"" + unicode + "\"").asString().toUtf8(), unicode);
+    // Non-ASCII text is written as it is, not escaped.
+    EXPECT_EQ(stringify(Variant(String(unicode))), "\"" + unicode + "\"");
+
+    EXPECT_EQ(parsed(R"("\"\\\/\b\f\n\r\t")").asString().toUtf8(), "\"\\/\b\f\n\r\t");
+    EXPECT_EQ(stringify(Variant(String("q\"b\\s/\b\f\n\r\t\x01\x1f\x7f\0"sv))),
+              R"("q\"b\\s/\b\f\n\r\t\u0001\u001F)"
+              "\x7f"
+              R"(\u0000")");
+
+    // Member names too.
+    Variant object = parsed(R"({"n\u0000\u00e9\"":"v"})");
+    Attributes* attributes = object.asObject<Attributes>();
+    ASSERT_NE(attributes, nullptr);
+    ASSERT_EQ(attributes->count(), 1u);
+    EXPECT_EQ(attributes->at(0).name, CString("n\0\xC3\xA9\"", 5));
+    EXPECT_EQ(stringify(object), "{\"n\\u0000\xC3\xA9\\\"\":\"v\"}");
+
+    // A name that is not UTF-8 is written with U+FFFD in place of the bad bytes.
+    auto bad = makeRef<Attributes>();
+    bad->add("\xFFx", 1);
+    bad->add("\xC3\xA9", 2);
+    EXPECT_EQ(stringify(Variant(bad)), "{\"\xEF\xBF\xBDx\":1,\"\xC3\xA9\":2}");
+}
+
+TEST(JsonParse, InvalidDocumentsFailWholeAndLeaveTheResultUntouched)
+{
+    const std::string_view documents[] = {
+        "", " ", "\n\t", "[", "]", "{", "}", "[1,]", "[,1]", "[1 2]", "{\"a\"}", "{\"a\":}", "{\"a\":1,}", "{1:2}",
+        "{'a':1}", "[1]x", "[1][2]", "1 2", "{} {}", "nul", "tru", "nulll", "True", "[01]", "01", "-", "1.", ".5",
+        "+1", "1e", "1e+", "0x10", "NaN", "[Infinity]", "-Infinity", "[1] /* comment */", "// comment\n[1]",
+        "\xEF\xBB\xBF[1]", "[\f1]",
+        // NUL bytes anywhere are not white space and never end the input early.
+        "[1]\0"sv, "\0[1]"sv, "[1\0]"sv, "[1,\0 2]"sv, "1\0"sv, "\0"sv, "[\"a\0b\"]"sv, "{\"a\0\":1}"sv, "[1]\n\0"sv,
+        // Raw control characters in strings, bad escapes, unpaired surrogates.
+        "[\"\t\"]", "\"\n\"", "\"\\x41\"", "\"\\u12\"", "\"\\u12G4\"", "\"\\'\"", "\"\\ud800\"", "\"\\udc00\"",
+        "\"\\ud800\\u0041\"", "\"\\ud800x\"", "\"a\\udfffb\"", "{\"\\udc00\":1}", "\"abc",
+        // Bytes that are not UTF-8, in values and in names.
+        "\"\xFF\"", "\"\xC0\xAF\"", "\"\xC1\xBF\"", "\"\xE0\x80\xAF\"", "\"\xED\xA0\x80\"", "\"\xED\xBF\xBF\"",
+        "\"\xF4\x90\x80\x80\"", "\"\xF8\x88\x80\x80\x80\"", "\"\xE2\x82\"", "\"\x80\"", "\"a\xC3\"", "{\"\xFE\":1}",
+        "[\xC3\xA9]",
+    };
+    for (std::string_view document : documents)
+    {
+        Variant result(42);
+        EXPECT_EQ(parse(document, result), kInvalidArgument) << testing::PrintToString(std::string(document));
+        EXPECT_EQ(result, Variant(42)) << testing::PrintToString(std::string(document));
+    }
+
+    // Every proper prefix of a document is incomplete.
+    const std::string complete = R"({"a":[1,-2.5e3,"x\u00e9y",true,null],"b":{"c":false}})";
+    ASSERT_TRUE(parsed(complete).isObject());
+    auto sentinel = makeRef<Attributes>();
+    sentinel->add("kept", 1);
+    for (size_t length = 0; length < complete.size(); ++length)
+    {
+        Variant result(sentinel);
+        EXPECT_EQ(JsonParse(complete.data(), length, &result), kInvalidArgument) << complete.substr(0, length);
+        EXPECT_EQ(result.asObject<Attributes>(), sentinel.get());
+    }
+    EXPECT_EQ(sentinel->count(), 1u);
+
+    // Missing pointers.
+    Variant result(42);
+    EXPECT_EQ(JsonParse("[1]", 3, nullptr), kInvalidArgument);
+    EXPECT_EQ(JsonParse(nullptr, 3, &result), kInvalidArgument);
+    EXPECT_EQ(JsonParse(nullptr, 0, &result), kInvalidArgument);
+    EXPECT_EQ(result, Variant(42));
+}
+
+TEST(JsonParse, ReadsExactlyTheGivenLength)
+{
+    // The bytes after `length` are not part of the document.
+    const char buffer[] = "[1][2]";
+    Variant result;
+    ASSERT_EQ(JsonParse(buffer, 3, &result), kResultOk);
+    ASSERT_NE(result.asObject<AttributeArray>(), nullptr);
+    EXPECT_EQ(result.asObject<AttributeArray>()->count(), 1u);
+    EXPECT_EQ(JsonParse(buffer, 4, &result), kInvalidArgument);
+    const char number[] = "12345";
+    ASSERT_EQ(JsonParse(number, 2, &result), kResultOk);
+    EXPECT_EQ(result, Variant(12));
+
+    // JSON white space may follow the root value, up to the end.
+    EXPECT_TRUE(parsed("[1] \t\r\n").isObject());
+
+    // The length limit is checked before anything is read.
+    std::string large(Text::JsonReader::kMaxLength + 1, ' ');
+    large[0] = '0';
+    ASSERT_EQ(JsonParse(large.data(), Text::JsonReader::kMaxLength, &result), kResultOk);
+    EXPECT_EQ(result, Variant(0));
+    result = Variant(42);
+    EXPECT_EQ(JsonParse(large.data(), large.size(), &result), kInvalidArgument);
+    EXPECT_EQ(result, Variant(42));
+}
+
+TEST(JsonParse, NestingIsLimitedWithoutExhaustingTheStack)
+{
+    Variant deepest = parsed(nestedArrays(kMaxDepth));
+    int depth = 0;
+    const Variant* level = &deepest;
+    while (AttributeArray* array = level->asObject<AttributeArray>())
+    {
+        ++depth;
+        if (array->count() == 0)
+            break;
+        level = &array->at(0);
+    }
+    EXPECT_EQ(depth, kMaxDepth);
+    EXPECT_EQ(stringify(deepest), nestedArrays(kMaxDepth));
+    EXPECT_TRUE(parsed(nestedObjects(kMaxDepth)).isObject());
+
+    for (const std::string& document :
+         {nestedArrays(kMaxDepth + 1), nestedObjects(kMaxDepth + 1), std::string(100000, '['), nestedArrays(100000),
+          std::string(100000, '{'), "[" + nestedObjects(kMaxDepth) + "]"})
+    {
+        Variant result(42);
+        EXPECT_EQ(parse(document, result), kInvalidArgument) << document.substr(0, 20);
+        EXPECT_EQ(result, Variant(42));
+    }
+}
+
+TEST(JsonStringify, WritesCompactTextOrRefusesWhatJsonCannotHold)
+{
+    auto list = makeRef<Attributes>();
+    list->add("int", int64(-7));
+    list->add("double", 0.25);
+    list->add("text", "t");
+    list->add("nothing", Variant());
+    auto array = makeRef<AttributeArray>();
+    array->append(1);
+    array->append(makeRef<Attributes>());
+    list->add("array", array);
+    EXPECT_EQ(stringify(Variant(list)), R"({"int":-7,"double":0.25,"text":"t","nothing":null,"array":[1,{}]})");
+
+    // Scalars at the root.
+    EXPECT_EQ(stringify(Variant()), "null");
+    EXPECT_EQ(stringify(Variant("x")), "\"x\"");
+
+    // Values without a JSON form, at the root or deep inside.
+    const double notFinite[] = {std::numeric_limits<double>::quiet_NaN(), std::numeric_limits<double>::infinity(),
+                                -std::numeric_limits<double>::infinity()};
+    for (double number : notFinite)
+    {
+        EXPECT_EQ(stringifyResult(Variant(number)), kInvalidArgument);
+        auto holder = makeRef<AttributeArray>();
+        holder->append(1);
+        holder->append(number);
+        EXPECT_EQ(stringifyResult(Variant(holder)), kInvalidArgument);
+    }
+    auto stream = makeRef<MemoryStream>();
+    EXPECT_EQ(stringifyResult(Variant(stream)), kInvalidArgument);
+    auto holder = makeRef<Attributes>();
+    holder->add("stream", stream);
+    EXPECT_EQ(stringifyResult(Variant(holder)), kInvalidArgument);
+
+    // Missing pointers.
+    Variant value(1);
+    EXPECT_EQ(JsonStringify(nullptr, stream), kInvalidArgument);
+    EXPECT_EQ(JsonStringify(&value, nullptr), kInvalidArgument);
+
+    // Nesting deeper than a document may hold, and a list that contains itself.
+    Variant tooDeep = parsed(nestedArrays(kMaxDepth));
+    auto outer = makeRef<AttributeArray>();
+    outer->append(tooDeep);
+    EXPECT_EQ(stringifyResult(Variant(outer)), kInvalidArgument);
+    auto loop = makeRef<Attributes>();
+    loop->add("self", loop);
+    EXPECT_EQ(stringifyResult(Variant(loop)), kInvalidArgument);
+    loop->clear();
+}
+
+TEST(JsonStringify, ReportsAStreamThatRefusesTheText)
+{
+    auto array = makeRef<AttributeArray>();
+    for (int i = 0; i < 3000; ++i)
+        array->append(String("element"));
+    const Variant value(array);
+    const std::string full = stringify(value);
+
+    auto refusing = makeRef<BoundedStream>(0);
+    EXPECT_EQ(JsonStringify(&value, refusing), kUnexpected);
+
+    auto partial = makeRef<BoundedStream>(full.size() - 1);
+    EXPECT_EQ(JsonStringify(&value, partial), kUnexpected);
+    EXPECT_TRUE(full.starts_with(partial->text));
+
+    auto enough = makeRef<BoundedStream>(full.size());
+    EXPECT_EQ(JsonStringify(&value, enough), kResultOk);
+    EXPECT_EQ(enough->text, full);
+}
+
+TEST(Json, LoadAcceptsOnlyAnObjectAndLeavesTheListEmptyOtherwise)
+{
+    Attributes attributes;
+    for (std::string_view text : {"[1,2]"sv, "1"sv, "\"x\""sv, "null"sv, "true"sv, "{"sv, ""sv, "{\"a\":1} x"sv})
+    {
+        attributes.add("stale", 1);
+        EXPECT_FALSE(Json::load(attributes, text)) << text;
+        EXPECT_TRUE(attributes.isEmpty()) << text;
+    }
+
+    attributes.add("stale", 1);
+    ASSERT_TRUE(Json::load(attributes, R"({"a":1,"b":{"c":"d"}})"));
+    ASSERT_EQ(attributes.count(), 2u);
+    EXPECT_EQ(attributes.getInt64("a"), 1);
+    EXPECT_EQ(attributes.getAttributes("b")->getString("c"), "d");
+    EXPECT_EQ(Json::toText(attributes), R"({"a":1,"b":{"c":"d"}})");
+
+    auto stream = makeRef<MemoryStream>();
+    stream->write("[{\"a\":1}]");
+    stream->seek(0, IStream::kSeekSet);
+    EXPECT_FALSE(Json::load(attributes, *stream));
+    EXPECT_TRUE(attributes.isEmpty());
+}
