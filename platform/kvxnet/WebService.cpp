@@ -2,9 +2,22 @@
 
 #include "platform/kvxnet/HttpRequest.h"
 
+#include <cstdlib>
+
 namespace KVX::Net {
 
 KVX_DEFINE_CLASS(WebService, Object, "WebService")
+
+WebService::WebService()
+{
+    // For measuring other sizes with the upload benchmark; not a setting for users.
+    if (const char* kib = std::getenv("SORVEL_UPLOAD_BUFFER_KIB"))
+    {
+        long value = std::atol(kib);
+        if (value >= 16 && value <= 2048) // the range libcurl accepts
+            settings_.uploadBufferSize = value * 1024;
+    }
+}
 
 tresult WebService::queryInterface(const UID& iid, void** object)
 {

@@ -13,6 +13,8 @@ class WebService : public Object, public Web::IWebService
 {
     KVX_DECLARE_CLASS(WebService, Object)
 public:
+    WebService();
+
     tresult createRequest(Web::IXMLHttpRequest** request) override;
     void setCertificateAuthorityFile(const char* path) override;
     void setTimeouts(uint32 connectMs, uint32 stallMs) override;

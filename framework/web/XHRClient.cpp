@@ -1,0 +1,106 @@
+#include "framework/web/XHRClient.h"
+
+#include "framework/component/Signals.h"
+#include "framework/data/Json.h"
+#include "framework/services/NetServices.h"
+#include "framework/stream/MemoryStream.h"
+
+namespace KVX::Web {
+
+KVX_DEFINE_CLASS(XHRClient, Component, "XHRClient")
+
+namespace {
+
+Ref<ISubject> subjectOf(IXMLHttpRequest* request)
+{
+    void* subject = nullptr;
+    if (!request || request->queryInterface(ISubject::kIID, &subject) != kResultOk)
+        return {};
+    return Ref<ISubject>::adopt(static_cast<ISubject*>(subject));
+}
+
+} // namespace
+
+XHRClient::XHRClient(std::string_view name) : Component(name)
+{
+    IXMLHttpRequest* request = nullptr;
+    if (GetWebService()->createRequest(&request) == kResultOk)
+        request_ = Ref<IXMLHttpRequest>::adopt(request);
+    if (Ref<ISubject> subject = subjectOf(request_))
+        subject->addObserver(this);
+}
+
+XHRClient::~XHRClient()
+{
+    if (Ref<ISubject> subject = subjectOf(request_))
+        subject->removeObserver(this);
+    if (request_ && request_->isBusy())
+        request_->abort();
+}
+
+bool XHRClient::isBusy() const
+{
+    return request_ && request_->isBusy();
+}
+
+bool XHRClient::send(IXHRCallback* callback, std::string_view method, const Url& url, IStream* body,
+                     std::string_view contentType)
+{
+    if (!request_ || request_->isBusy())
+        return false;
+    callback_ = callback; // the previous call's callback, if any, goes now
+    const std::string address = url.toDisplayString().toUtf8();
+    const std::string verb(method);
+    if (request_->open(verb.c_str(), address.c_str(), true, "", "") != kResultOk)
+    {
+        callback_.reset();
+        return false;
+    }
+    if (!contentType.empty())
+        request_->setRequestHeader("Content-Type", std::string(contentType).c_str());
+    if (request_->send(body, nullptr) != kResultOk)
+    {
+        callback_.reset();
+        return false;
+    }
+    signal(Signals::kPropertyChanged);
+    return true;
+}
+
+bool XHRClient::sendAttributes(IXHRCallback* callback, std::string_view method, const Url& url,
+                               const Attributes& parameters)
+{
+    auto body = makeRef<MemoryStream>(1024);
+    if (!Json::save(*body, parameters))
+        return false;
+    body->seek(0, IStream::kSeekSet);
+    return send(callback, method, url, body, "application/json");
+}
+
+bool XHRClient::getProperty(Variant& value, std::string_view name) const
+{
+    if (name == "isBusy")
+    {
+        value = isBusy();
+        return true;
+    }
+    return Component::getProperty(value, name);
+}
+
+void XHRClient::notify(ISubject* subject, Message& message)
+{
+    if (!subject || subjectOf(request_).get() != subject)
+        return Component::notify(subject, message);
+    Ref<XHRClient> keepAlive(this);
+    Ref<IXHRCallback> current = callback_; // the callback may start the next call from here
+    if (current)
+        current->onRequestEvent(*request_, message);
+    if (message.is("onloadend") || message.is("onabort"))
+    {
+        if (callback_ == current)
+            callback_.reset();
+        signal(Signals::kPropertyChanged);
+    }
+}
+
+} // namespace KVX::Web
