@@ -1,0 +1,124 @@
+#include "framework/services/AudioServices.h"
+#include "framework/services/SystemServices.h"
+#include "plugin/catalogue/LocalTrack.h"
+
+#include <gtest/gtest.h>
+#include <sndfile.h>
+
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <vector>
+
+using namespace KVX;
+using namespace Sorvel;
+
+namespace {
+
+/// A folder of audio files that the test writes with libsndfile, removed afterwards.
+class AudioFolder : public testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        ASSERT_EQ(RegisterAudioFileClass(), kResultOk);
+        char pattern[] = "/tmp/sorvel-audio-XXXXXX";
+        ASSERT_NE(mkdtemp(pattern), nullptr);
+        folder_ = pattern;
+    }
+    void TearDown() override { std::filesystem::remove_all(folder_); }
+
+    /// Writes one second of a quiet tone and returns the file's URL.
+    Url write(const std::string& name, int format, int sampleRate = 44100, int channels = 2)
+    {
+        std::string path = folder_ + "/" + name;
+        SF_INFO info{};
+        info.samplerate = sampleRate;
+        info.channels = channels;
+        info.format = format;
+        SNDFILE* file = sf_open(path.c_str(), SFM_WRITE, &info);
+        EXPECT_NE(file, nullptr) << sf_strerror(nullptr) << " for " << name;
+        if (file)
+        {
+            std::vector<short> frames(static_cast<size_t>(sampleRate * channels), 1000);
+            sf_write_short(file, frames.data(), static_cast<sf_count_t>(frames.size()));
+            sf_close(file);
+        }
+        return Url::fromNativePath(String(path));
+    }
+    Url writeBytes(const std::string& name, const std::string& bytes)
+    {
+        std::string path = folder_ + "/" + name;
+        std::ofstream(path, std::ios::binary) << bytes;
+        return Url::fromNativePath(String(path));
+    }
+    bool compatible(const Url& url) { return !LocalTrack::createFromFile(url)->incompatible; }
+
+    std::string folder_;
+};
+
+} // namespace
+
+TEST_F(AudioFolder, WaveAt441kStereoWithIntegerSamplesIsCompatible)
+{
+    EXPECT_TRUE(compatible(write("song16.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16)));
+    EXPECT_TRUE(compatible(write("song24.WAV", SF_FORMAT_WAV | SF_FORMAT_PCM_24)));
+    EXPECT_TRUE(compatible(write("song32.wave", SF_FORMAT_WAV | SF_FORMAT_PCM_32)));
+    EXPECT_TRUE(compatible(write("Grüße mix.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16)));
+
+    Ref<LocalTrack> track = LocalTrack::createFromFile(write("take.1.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16));
+    EXPECT_EQ(track->name, "take.1");
+    EXPECT_EQ(track->uploadState, LocalTrack::kNotUploaded);
+    EXPECT_TRUE(track->id.isEmpty());
+    EXPECT_EQ(track->url.fileName(), "take.1.wav");
+}
+
+TEST_F(AudioFolder, OtherRatesChannelsDepthsAndTypesAreNot)
+{
+    EXPECT_FALSE(compatible(write("48k.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, 48000)));
+    EXPECT_FALSE(compatible(write("mono.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, 44100, 1)));
+    EXPECT_FALSE(compatible(write("8bit.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_U8)));
+    EXPECT_FALSE(compatible(write("float.wav", SF_FORMAT_WAV | SF_FORMAT_FLOAT)));
+    EXPECT_FALSE(compatible(write("song.aiff", SF_FORMAT_AIFF | SF_FORMAT_PCM_16))); // refused by type
+    EXPECT_FALSE(compatible(write("song.flac", SF_FORMAT_FLAC | SF_FORMAT_PCM_16)));
+
+    // Broken files are incompatible, never a crash.
+    EXPECT_FALSE(compatible(writeBytes("notes.wav", "this is not audio at all\n")));
+    Url good = write("cut.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16);
+    std::filesystem::resize_file(good.nativePath().toUtf8(), 20);
+    EXPECT_FALSE(compatible(good));
+    EXPECT_FALSE(compatible(Url::fromNativePath(String(folder_ + "/missing.wav"))));
+    EXPECT_FALSE(compatible(Url::fromNativePath(String(folder_ + "/noextension"))));
+}
+
+TEST(LocalTrack, FormatChecksCorrectWhatTheyRefuse)
+{
+    AudioFormat format = LocalTrack::requiredFormat();
+    format.bitDepth = 24;
+    EXPECT_TRUE(LocalTrack::checkAudioFormat(format));
+    EXPECT_EQ(format.bitDepth, 24); // accepted records are left alone
+
+    AudioFormat proposal;
+    proposal.sampleRate = 44100.5;
+    proposal.channelCount = 2;
+    proposal.bitDepth = 24;
+    proposal.options = 9;
+    proposal.layout = 1;
+    EXPECT_FALSE(LocalTrack::checkAudioFormat(proposal));
+    EXPECT_EQ(proposal, LocalTrack::requiredFormat()); // every field, the untested ones too
+    EXPECT_EQ(proposal.layout, 3);
+
+    FileType wave{};
+    std::strcpy(wave.extension, "WAVE");
+    EXPECT_TRUE(LocalTrack::checkFileType(wave));
+    EXPECT_STREQ(wave.extension, "WAVE");
+
+    FileType aiff{};
+    ASSERT_EQ(GetFileTypeRegistry()->getFileTypeByExtension("aif", aiff), kResultOk);
+    EXPECT_FALSE(LocalTrack::checkFileType(aiff));
+    FileType expected{};
+    ASSERT_EQ(GetFileTypeRegistry()->getFileTypeByExtension("wav", expected), kResultOk);
+    EXPECT_STREQ(aiff.extension, expected.extension);
+    EXPECT_STREQ(aiff.mimeType, expected.mimeType);
+    EXPECT_STREQ(aiff.description, expected.description);
+}
