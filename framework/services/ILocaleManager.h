@@ -14,7 +14,8 @@ public:
     /// choose: the first of LC_ALL, LC_MESSAGES and LANG that is set names the locale; when
     /// none is set, or the locale is C or POSIX, the language is English; otherwise the first
     /// usable entry of LANGUAGE wins, else the locale's language ("de" from "de_DE.UTF-8").
-    /// Values that name no language are skipped; "en" when nothing is left. kInvalidArgument for a null buffer or one shorter than 4 bytes.
+    /// Values that name no language are skipped; "en" when nothing is left. kInvalidArgument
+    /// for a null buffer or one shorter than 4 bytes.
     virtual tresult getLanguage(char* buffer, uint32 bufferSize) = 0;
 
     /// Overrides the environment with the host's own setting; null or "" goes back to the

@@ -24,7 +24,8 @@ std::string AlertService::formatLine(std::string_view text, int32 kind)
     {
         const auto c = static_cast<unsigned char>(text[i]);
         // C1 controls (U+0080 to U+009F) are written as 0xC2 0x80 to 0xC2 0x9F in UTF-8.
-        const bool c1Control = c == 0xC2 && i + 1 < text.size() && (static_cast<unsigned char>(text[i + 1]) & 0xE0) == 0x80;
+        const bool c1Control =
+            c == 0xC2 && i + 1 < text.size() && (static_cast<unsigned char>(text[i + 1]) & 0xE0) == 0x80;
         if ((c < 0x20 && c != '\n' && c != '\t') || c == 0x7F || c1Control)
         {
             line += '?';

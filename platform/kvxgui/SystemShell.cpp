@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <system_error>
 #include <thread>
 
 extern char** environ;
@@ -65,7 +66,8 @@ std::string lowerCase(std::string_view text)
 bool isWebAddress(std::string_view url)
 {
     const std::string lower = lowerCase(url.substr(0, 8));
-    return (lower.starts_with("http://") && url.size() > 7) || (lower.starts_with("https://") && url.size() > 8) ||
+    return (lower.starts_with("http://") && url.size() > 7) ||
+           (lower.starts_with("https://") && url.size() > 8) ||
            (lower.starts_with("mailto:") && url.size() > 7);
 }
 
@@ -92,7 +94,8 @@ std::string findOnPath(std::string_view name)
             continue;
         std::string candidate = std::string(directory) + "/" + std::string(name);
         struct stat status = {};
-        if (::stat(candidate.c_str(), &status) == 0 && S_ISREG(status.st_mode) && ::access(candidate.c_str(), X_OK) == 0)
+        if (::stat(candidate.c_str(), &status) == 0 && S_ISREG(status.st_mode) &&
+            ::access(candidate.c_str(), X_OK) == 0)
             return candidate;
     }
     return {};
@@ -154,7 +157,8 @@ tresult SystemShell::printForUser(std::string_view url)
     if (query == std::string_view::npos || ::isatty(STDOUT_FILENO))
         line.append(url);
     else
-        line.append(url.substr(0, query)).append(" (its parameters are left out: the output is not a terminal)");
+        line.append(url.substr(0, query))
+            .append(" (its parameters are left out: the output is not a terminal)");
     line += '\n';
     const bool written = std::fwrite(line.data(), 1, line.size(), stdout) == line.size();
     return written && std::fflush(stdout) == 0 ? kResultOk : kUnexpected;
@@ -202,12 +206,19 @@ tresult SystemShell::launch(const std::string& program, const char* url)
 
     // xdg-open may stay until the browser closes; a thread of its own collects its exit status
     // so that it leaves no zombie behind.
-    std::thread([child] {
-        int status = 0;
-        while (::waitpid(child, &status, 0) < 0 && errno == EINTR)
-        {
-        }
-    }).detach();
+    try
+    {
+        std::thread([child] {
+            int status = 0;
+            while (::waitpid(child, &status, 0) < 0 && errno == EINTR)
+            {
+            }
+        }).detach();
+    }
+    catch (const std::system_error&)
+    {
+        // Out of threads: xdg-open still runs, and stays a zombie until the host exits.
+    }
     return kResultOk;
 }
 

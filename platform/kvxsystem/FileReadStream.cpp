@@ -34,7 +34,8 @@ int64 FileReadStream::read(void* buffer, int64 size)
     int64 done = 0;
     while (done < size)
     {
-        const ssize_t got = ::read(descriptor_, bytes + done, static_cast<size_t>(std::min(size - done, kLargestRead)));
+        const ssize_t got =
+            ::read(descriptor_, bytes + done, static_cast<size_t>(std::min(size - done, kLargestRead)));
         if (got < 0)
         {
             if (errno == EINTR)

@@ -42,8 +42,8 @@ std::string systemReason(int error)
 bool equalsIgnoringCase(std::string_view text, std::string_view lowerCase)
 {
     auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; };
-    return text.size() == lowerCase.size() &&
-           std::equal(text.begin(), text.end(), lowerCase.begin(), [&](char a, char b) { return lower(a) == b; });
+    return text.size() == lowerCase.size() && std::equal(text.begin(), text.end(), lowerCase.begin(),
+                                                         [&](char a, char b) { return lower(a) == b; });
 }
 
 // The native path of a local file URL, or empty when the URL is not one.
@@ -93,7 +93,8 @@ tresult FileSystem::openReadStream(const char* url, IFileReadStream** stream)
     if (!S_ISREG(status.st_mode))
     {
         ::close(descriptor);
-        return fail(kUnexpected, path + ": " + (S_ISDIR(status.st_mode) ? systemReason(EISDIR) : "not a regular file"));
+        return fail(kUnexpected,
+                    path + ": " + (S_ISDIR(status.st_mode) ? systemReason(EISDIR) : "not a regular file"));
     }
     const int flags = ::fcntl(descriptor, F_GETFL);
     if (flags < 0 || ::fcntl(descriptor, F_SETFL, flags & ~O_NONBLOCK) != 0)
