@@ -71,6 +71,9 @@ public:
     virtual const char* getErrorText() = 0;
 
     static constexpr UID kIID = UID::fromString("{7B3E8C15-2D9A-4F06-A1C7-E5B8D4F29A63}");
+    /// The web service's request class, which the network module registers with the host's
+    /// plug-in manager when it is loaded.
+    static constexpr UID kClassId = UID::fromString("{0D4F8A2C-93B1-4E67-A5C8-1B7E3F9D2C50}");
 };
 
 } // namespace KVX::Web

@@ -3,6 +3,7 @@
 #include "framework/component/Signals.h"
 #include "framework/data/Json.h"
 #include "framework/services/NetServices.h"
+#include "framework/services/SystemServices.h"
 #include "framework/stream/MemoryStream.h"
 
 namespace KVX::Web {
@@ -23,9 +24,9 @@ Ref<ISubject> subjectOf(IXMLHttpRequest* request)
 
 XHRClient::XHRClient(std::string_view name) : Component(name)
 {
-    IXMLHttpRequest* request = nullptr;
-    if (GetWebService()->createRequest(&request) == kResultOk)
-        request_ = Ref<IXMLHttpRequest>::adopt(request);
+    void* request = nullptr;
+    if (GetPlugInManager()->createInstance(IXMLHttpRequest::kClassId, IXMLHttpRequest::kIID, &request) == kResultOk)
+        request_ = Ref<IXMLHttpRequest>::adopt(static_cast<IXMLHttpRequest*>(request));
     if (Ref<ISubject> subject = subjectOf(request_))
         subject->addObserver(this);
 }

@@ -1,4 +1,5 @@
 #include "framework/services/NetServices.h"
+#include "framework/services/SystemServices.h"
 #include "framework/core/Ref.h"
 #include "platform/kvxnet/WebService.h"
 
@@ -19,3 +20,19 @@ KVX::Web::IWebService* GetWebService()
     }();
     return service;
 }
+
+namespace {
+
+IUnknown* createRequest()
+{
+    Web::IXMLHttpRequest* request = nullptr;
+    GetWebService()->createRequest(&request);
+    return request;
+}
+
+// Registering the request class is all the module does when it is loaded: components create
+// their request objects through the plug-in manager, as they create every host class.
+const bool registered = GetPlugInManager()->registerClass(Web::IXMLHttpRequest::kClassId, &createRequest,
+                                                          "XMLHttpRequest") == kResultOk;
+
+} // namespace
