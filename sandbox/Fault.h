@@ -1,0 +1,41 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+
+namespace SorvelSandbox
+{
+
+// A misbehaviour that a test asks of one request. Faults that refuse a request (a status, an HTTP
+// status of 400 or more, a dropped connection) leave the service's state unchanged; faults that
+// spoil a reply's body (invalid, empty, truncated) let the request take effect and only damage what
+// the client reads, as a reply lost on the way would.
+struct Fault
+{
+    enum class Kind
+    {
+        StatusCode,     // the JSON envelope answers `value` as "status_code" (API endpoints)
+        HttpStatus,     // the reply carries HTTP status `value`
+        InvalidBody,    // the reply body is not JSON (API endpoints)
+        EmptyBody,      // the reply body is empty
+        TruncatedBody,  // the reply body is cut in half
+        Delay,          // the reply comes `delay` late, otherwise unchanged
+        DropConnection  // the connection is closed without a reply; on the upload target after
+                        // `afterBytes` bytes of the body (0: half of the announced length)
+    };
+
+    Kind kind = Kind::StatusCode;
+    int value = 0;
+    std::chrono::milliseconds delay{0};
+    uint64_t afterBytes = 0;
+
+    static Fault statusCode(int code) { return Fault{Kind::StatusCode, code, {}, 0}; }
+    static Fault httpStatus(int status) { return Fault{Kind::HttpStatus, status, {}, 0}; }
+    static Fault invalidBody() { return Fault{Kind::InvalidBody, 0, {}, 0}; }
+    static Fault emptyBody() { return Fault{Kind::EmptyBody, 0, {}, 0}; }
+    static Fault truncatedBody() { return Fault{Kind::TruncatedBody, 0, {}, 0}; }
+    static Fault delayed(std::chrono::milliseconds by) { return Fault{Kind::Delay, 0, by, 0}; }
+    static Fault dropConnection(uint64_t afterBytes = 0) { return Fault{Kind::DropConnection, 0, {}, afterBytes}; }
+};
+
+} // namespace SorvelSandbox
