@@ -2,6 +2,8 @@
 
 #include <chrono>
 #include <cstdint>
+#include <string>
+#include <utility>
 
 namespace SorvelSandbox
 {
@@ -19,6 +21,7 @@ struct Fault
         InvalidBody,    // the reply body is not JSON (API endpoints)
         EmptyBody,      // the reply body is empty
         TruncatedBody,  // the reply body is cut in half
+        ReplacedBody,   // the reply body is `body`, whatever the request did (API endpoints)
         Delay,          // the reply comes `delay` late, otherwise unchanged
         DropConnection  // the connection is closed without a reply; on the upload target after
                         // `afterBytes` bytes of the body (0: half of the announced length)
@@ -28,14 +31,16 @@ struct Fault
     int value = 0;
     std::chrono::milliseconds delay{0};
     uint64_t afterBytes = 0;
+    std::string body;
 
-    static Fault statusCode(int code) { return Fault{Kind::StatusCode, code, {}, 0}; }
-    static Fault httpStatus(int status) { return Fault{Kind::HttpStatus, status, {}, 0}; }
-    static Fault invalidBody() { return Fault{Kind::InvalidBody, 0, {}, 0}; }
-    static Fault emptyBody() { return Fault{Kind::EmptyBody, 0, {}, 0}; }
-    static Fault truncatedBody() { return Fault{Kind::TruncatedBody, 0, {}, 0}; }
-    static Fault delayed(std::chrono::milliseconds by) { return Fault{Kind::Delay, 0, by, 0}; }
-    static Fault dropConnection(uint64_t afterBytes = 0) { return Fault{Kind::DropConnection, 0, {}, afterBytes}; }
+    static Fault statusCode(int code) { return Fault{Kind::StatusCode, code, {}, 0, {}}; }
+    static Fault httpStatus(int status) { return Fault{Kind::HttpStatus, status, {}, 0, {}}; }
+    static Fault invalidBody() { return Fault{Kind::InvalidBody, 0, {}, 0, {}}; }
+    static Fault emptyBody() { return Fault{Kind::EmptyBody, 0, {}, 0, {}}; }
+    static Fault truncatedBody() { return Fault{Kind::TruncatedBody, 0, {}, 0, {}}; }
+    static Fault replacedBody(std::string body) { return Fault{Kind::ReplacedBody, 0, {}, 0, std::move(body)}; }
+    static Fault delayed(std::chrono::milliseconds by) { return Fault{Kind::Delay, 0, by, 0, {}}; }
+    static Fault dropConnection(uint64_t afterBytes = 0) { return Fault{Kind::DropConnection, 0, {}, afterBytes, {}}; }
 };
 
 } // namespace SorvelSandbox

@@ -86,6 +86,8 @@ void spoil(const std::optional<Fault>& fault, std::string& body)
         body.clear();
     else if (fault->kind == Fault::Kind::TruncatedBody)
         body.resize(body.size() / 2);
+    else if (fault->kind == Fault::Kind::ReplacedBody)
+        body = fault->body;
 }
 
 bool readFile(const std::string& path, std::string& contents, std::string& error)

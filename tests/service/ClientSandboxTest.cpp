@@ -150,6 +150,9 @@ TEST_F(ClientAgainstSandbox, RepliesThatAreNotASuccessFailTheSignIn)
                  {Fault::invalidBody(), "a body that is not JSON"},
                  {Fault::truncatedBody(), "a truncated body"},
                  {Fault::httpStatus(502), "HTTP 502"},
+                 {Fault::replacedBody(R"({"status_code":200})"), "status_code 200 without data"},
+                 {Fault::replacedBody(R"({"status_code":200,"data":"token"})"), "data that is not an object"},
+                 {Fault::replacedBody(R"({"status_code":"200","data":{"token":"t"}})"), "status_code \"200\""},
                  {Fault::dropConnection(), "a dropped connection"}};
     for (const Case& c : cases)
     {
@@ -164,6 +167,17 @@ TEST_F(ClientAgainstSandbox, RepliesThatAreNotASuccessFailTheSignIn)
         EXPECT_EQ(client->getState(), Client::Failed) << c.what;
         EXPECT_TRUE(client->getConfiguration().token.isEmpty()) << c.what;
     }
+}
+
+TEST_F(ClientAgainstSandbox, AStatusCodeWrittenAsADoubleStillCounts)
+{
+    sandbox.injectFault(Endpoint::SignIn, Fault::replacedBody(R"({"status_code":200.0,"data":{"token":"t-1",)"
+                                                              R"("timestamp":"ts-1","account_id":12}})"));
+    ASSERT_TRUE(signIn(login.password));
+    EXPECT_EQ(observer->count("authorizationSucceeded"), 1);
+    EXPECT_EQ(client->getConfiguration().token, "t-1");
+    EXPECT_EQ(client->getConfiguration().tokenTimestamp, "ts-1");
+    EXPECT_EQ(client->getConfiguration().accountId, "12"); // a number arrives as its text
 }
 
 TEST_F(ClientAgainstSandbox, ABusyClientRefusesASecondCallAndAnAbortLeavesItAuthorizing)
