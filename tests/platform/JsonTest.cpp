@@ -6,6 +6,8 @@
 #include "framework/stream/MemoryStream.h"
 #include "platform/kvxtext/JsonReader.h"
 
+#include "BoundedStream.h"
+
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -19,6 +21,7 @@
 #include <vector>
 
 using namespace KVX;
+using KVX::Testing::BoundedStream;
 using namespace std::string_view_literals;
 
 namespace {
@@ -134,36 +137,6 @@ std::string nestedObjects(int depth)
     text += "1";
     text += std::string(static_cast<size_t>(depth), '}');
     return text;
-}
-
-/// A stream that takes at most `capacity` bytes in all and refuses any write beyond them.
-class BoundedStream : public Object, public IStream
-{
-public:
-    explicit BoundedStream(size_t capacity) : capacity_(capacity) {}
-
-    int64 read(void*, int64) override { return -1; }
-    int64 write(const void* buffer, int64 size) override
-    {
-        if (size < 0 || text.size() + static_cast<size_t>(size) > capacity_)
-            return -1;
-        text.append(static_cast<const char*>(buffer), static_cast<size_t>(size));
-        return size;
-    }
-    int64 seek(int64, SeekMode) override { return -1; }
-    int64 tell() override { return static_cast<int64>(text.size()); }
-    KVX_FORWARD_UNKNOWN(Object)
-
-    std::string text;
-
-private:
-    size_t capacity_;
-};
-
-tresult BoundedStream::queryInterface(const UID& iid, void** object)
-{
-    KVX_QUERY_INTERFACE(iid, object, IStream)
-    return Object::queryInterface(iid, object);
 }
 
 } // namespace

@@ -2,19 +2,15 @@
 #include "framework/data/Json.h"
 #include "plugin/views/ActivityInfo.h"
 
+#include "ParseJson.h"
+
 #include <gtest/gtest.h>
 
 using namespace KVX;
 using namespace Sorvel;
+using Sorvel::Testing::parse;
 
 namespace {
-
-Attributes parse(std::string_view json)
-{
-    Attributes attributes;
-    EXPECT_TRUE(Json::load(attributes, json)) << json;
-    return attributes;
-}
 
 String shown(const ActivityInfo& info, std::string_view parameter)
 {
