@@ -1,6 +1,7 @@
 #include "Catalogue.h"
 
 #include "JsonText.h"
+#include "TrackJson.h"
 
 #include <rapidjson/document.h>
 #include <rapidjson/error/en.h>
@@ -212,18 +213,7 @@ StoredFile readUpload(const rapidjson::Value& value, const std::string& path)
 template <typename Writer> void writeTrack(Writer& out, const TrackRecord& track)
 {
     out.StartObject();
-    member(out, "id", track.id);
-    member(out, "name", track.name);
-    member(out, "isrc", track.isrc);
-    member(out, "track_number", track.trackNumber);
-    member(out, "year", track.year);
-    member(out, "duration", track.duration);
-    member(out, "genre", track.genre);
-    member(out, "comment", track.comment);
-    member(out, "arranger", track.arranger);
-    member(out, "composer", track.composer);
-    member(out, "songwriter", track.songwriter);
-    member(out, "upload_status", track.uploadStatus);
+    writeTrackMembers(out, track);
     member(out, "upload_id", track.uploadId);
     out.EndObject();
 }

@@ -164,6 +164,9 @@ struct Sandbox::Running
     LoggedRequest describe(Endpoint endpoint, const httplib::Request& request) const;
     void finish(const LoggedRequest& entry);
     void pause(std::chrono::milliseconds delay);
+    // Holds the reply back for a Delay fault; for a DropConnection fault closes the connection,
+    // logs the request and returns true (nothing more is to be answered).
+    bool delayOrDrop(const std::optional<Fault>& fault, const httplib::Request& request, LoggedRequest& entry);
     std::string origin() const { return scheme + "://" + host + ":" + std::to_string(port); }
     std::string uploadUrlBase(const httplib::Request& request) const;
 
@@ -430,6 +433,19 @@ void Sandbox::Running::pause(std::chrono::milliseconds delay)
     pauseWake.wait_for(lock, delay, [this] { return stopping; });
 }
 
+bool Sandbox::Running::delayOrDrop(const std::optional<Fault>& fault, const httplib::Request& request,
+                                   LoggedRequest& entry)
+{
+    if (fault && fault->kind == Fault::Kind::Delay)
+        pause(fault->delay);
+    if (!fault || fault->kind != Fault::Kind::DropConnection)
+        return false;
+    dropConnection(request);
+    entry.error = "the connection was dropped (injected fault)";
+    finish(entry);
+    return true;
+}
+
 std::string Sandbox::Running::uploadUrlBase(const httplib::Request& request) const
 {
     // The upload URL names the host the client reached, so it works through any address the
@@ -471,15 +487,8 @@ void Sandbox::Running::api(Endpoint endpoint, const httplib::Request& request, h
             return;
         }
     }
-    if (fault && fault->kind == Fault::Kind::Delay)
-        pause(fault->delay);
-    if (fault && fault->kind == Fault::Kind::DropConnection)
-    {
-        dropConnection(request);
-        entry.error = "the connection was dropped (injected fault)";
-        finish(entry);
+    if (delayOrDrop(fault, request, entry))
         return;
-    }
 
     int httpStatus = 200;
     int statusCode = 200;
@@ -578,15 +587,8 @@ void Sandbox::Running::webLogin(const httplib::Request& request, httplib::Respon
     const std::optional<Fault> fault = faults.next(Endpoint::WebLogin);
     if (fault)
         entry.fault = fault->kind;
-    if (fault && fault->kind == Fault::Kind::Delay)
-        pause(fault->delay);
-    if (fault && fault->kind == Fault::Kind::DropConnection)
-    {
-        dropConnection(request);
-        entry.error = "the connection was dropped (injected fault)";
-        finish(entry);
+    if (delayOrDrop(fault, request, entry))
         return;
-    }
 
     int status = 200;
     std::string html;

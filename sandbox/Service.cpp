@@ -1,6 +1,7 @@
 #include "Service.h"
 
 #include "Digest.h"
+#include "TrackJson.h"
 #include "JsonText.h"
 #include "Refusal.h"
 #include "Timestamp.h"
@@ -92,18 +93,7 @@ void writeTitle(Writer& out, const TitleRecord& title)
     for (const TrackRecord& track : title.tracks)
     {
         out.StartObject();
-        member(out, "id", track.id);
-        member(out, "name", track.name);
-        member(out, "isrc", track.isrc);
-        member(out, "track_number", track.trackNumber);
-        member(out, "year", track.year);
-        member(out, "duration", track.duration);
-        member(out, "genre", track.genre);
-        member(out, "comment", track.comment);
-        member(out, "arranger", track.arranger);
-        member(out, "composer", track.composer);
-        member(out, "songwriter", track.songwriter);
-        member(out, "upload_status", track.uploadStatus);
+        writeTrackMembers(out, track);
         out.EndObject();
     }
     out.EndArray();

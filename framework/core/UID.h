@@ -1,6 +1,7 @@
 #pragma once
 
 #include "framework/core/Types.h"
+#include "framework/text/HexDigit.h"
 
 #include <array>
 #include <string>
@@ -38,7 +39,7 @@ public:
                 ++i;
                 continue;
             }
-            int high = hexValue(text[i]), low = hexValue(text[i + 1]);
+            int high = hexDigitValue(text[i]), low = hexDigitValue(text[i + 1]);
             if (high < 0 || low < 0)
                 return false;
             parsed.bytes_[byte++] = static_cast<uint8>(high * 16 + low);
@@ -73,17 +74,6 @@ public:
     constexpr bool operator==(const UID&) const = default;
 
 private:
-    static constexpr int hexValue(char c)
-    {
-        if (c >= '0' && c <= '9')
-            return c - '0';
-        if (c >= 'a' && c <= 'f')
-            return c - 'a' + 10;
-        if (c >= 'A' && c <= 'F')
-            return c - 'A' + 10;
-        return -1;
-    }
-
     std::array<uint8, 16> bytes_{};
 };
 

@@ -1,5 +1,6 @@
 #include "framework/data/Url.h"
 
+#include "framework/text/HexDigit.h"
 #include "framework/text/NumberFormat.h"
 
 namespace KVX {
@@ -12,17 +13,6 @@ bool isUnreserved(unsigned char c)
 {
     return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '-' || c == '.' ||
            c == '_' || c == '~';
-}
-
-int hexValue(char c)
-{
-    if (c >= '0' && c <= '9')
-        return c - '0';
-    if (c >= 'a' && c <= 'f')
-        return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F')
-        return c - 'A' + 10;
-    return -1;
 }
 
 } // namespace
@@ -54,7 +44,7 @@ std::string Url::decode(std::string_view text)
     {
         if (text[i] == '%' && i + 2 < text.size())
         {
-            int high = hexValue(text[i + 1]), low = hexValue(text[i + 2]);
+            int high = hexDigitValue(text[i + 1]), low = hexDigitValue(text[i + 2]);
             if (high >= 0 && low >= 0)
             {
                 out += static_cast<char>(high * 16 + low);

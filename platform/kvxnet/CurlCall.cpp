@@ -192,11 +192,9 @@ size_t CurlCall::onHeader(char* data, size_t size, size_t count, void* self)
     {
         // A new status line: an interim reply (100 Continue) or a final one; keep the last.
         call->headers_.clear();
-        call->headersDone_ = false;
     }
     else if (line.empty())
     {
-        call->headersDone_ = true;
         if (!std::exchange(call->headersSignalled_, true) && call->listener_.headersReceived)
             call->listener_.headersReceived();
     }

@@ -101,7 +101,6 @@ private:
     bool cancelledByUser_ = false;
     bool tooLarge_ = false;
     bool bodyFailed_ = false;
-    bool headersDone_ = false;
     bool headersSignalled_ = false;
     bool loadingSignalled_ = false;
     std::chrono::steady_clock::time_point lastProgressReport_{};

@@ -94,13 +94,16 @@ tresult HttpRequest::send(IStream* body, IProgressNotify* progress)
         return kUnexpected;
     if (body)
     {
-        // The length is what remains from the current position, when the stream can tell.
+        // The length is what remains from the current position, when the stream can seek; a
+        // stream that cannot is sent chunked. One that seeks away and cannot come back is broken.
         int64 start = body->tell();
         int64 end = start >= 0 ? body->seek(0, IStream::kSeekEnd) : -1;
-        if (end >= start && body->seek(start, IStream::kSeekSet) == start)
+        if (end >= 0)
+        {
+            if (end < start || body->seek(start, IStream::kSeekSet) != start)
+                return kInvalidArgument;
             pending_.bodyLength = end - start;
-        else
-            return kInvalidArgument;
+        }
     }
     pending_.body = body;
     pending_.progress = progress;

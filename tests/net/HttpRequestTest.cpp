@@ -119,6 +119,8 @@ public:
     int64 write(const void*, int64) override { return -1; }
     int64 seek(int64 offset, SeekMode mode) override
     {
+        if (!seekable)
+            return -1;
         int64 target = (mode == kSeekSet ? 0 : mode == kSeekCurrent ? position_ : size_) + offset;
         if (target < 0 || target > size_)
             return -1;
@@ -126,6 +128,8 @@ public:
     }
     int64 tell() override { return position_; }
     KVX_FORWARD_UNKNOWN(Object)
+
+    bool seekable = true;
 
 private:
     int64 size_;
@@ -296,6 +300,16 @@ TEST(HttpRequest, SendsTheBodyWithItsLengthAndOnlyTheHeadersAskedFor)
     ASSERT_TRUE(call.waitForEnd());
     EXPECT_EQ(call.responseText(), "length=19 content-length=19 content-type=application/json expect= "
                                    "transfer-encoding= body={\"partner_id\":\"P1\"}");
+
+    // A stream that cannot seek has no known length: it goes out chunked, whole.
+    call.events->events.clear();
+    auto unseekable = makeRef<PatternStream>(5000);
+    unseekable->seekable = false;
+    ASSERT_EQ(call.request->open("POST", server.url("/echo").c_str(), true, "", ""), kResultOk);
+    ASSERT_EQ(call.request->send(static_cast<IStream*>(unseekable.get()), nullptr), kResultOk);
+    ASSERT_TRUE(call.waitForEnd());
+    const std::string chunked = "length=5000 content-length= content-type= expect= transfer-encoding=chunked";
+    EXPECT_EQ(call.responseText().substr(0, chunked.size()), chunked);
 
     // A GET without a content type sends no Content-Type header at all.
     call.events->events.clear();
