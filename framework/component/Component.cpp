@@ -1,5 +1,6 @@
 #include "framework/component/Component.h"
 
+#include "framework/component/ThreadContract.h"
 #include "framework/services/SystemServices.h"
 
 namespace KVX {
@@ -25,6 +26,7 @@ tresult Component::queryInterface(const UID& iid, void** object)
 
 void Component::addChild(Component* child)
 {
+    KVX_ASSERT_USER_INTERFACE_THREAD();
     if (!child || child->parent_ || children_.contains(child))
         return;
     children_.add(child);
@@ -49,6 +51,7 @@ Component* Component::findChild(std::string_view name) const
 
 Parameter* Component::addParameter(Parameter::Kind kind, std::string_view name, int32 tag)
 {
+    KVX_ASSERT_USER_INTERFACE_THREAD();
     auto parameter = makeRef<Parameter>(kind, name, tag);
     parameter->setOwner(this);
     parameters_.add(parameter);
@@ -88,6 +91,7 @@ bool Component::getProperty(Variant& value, std::string_view name) const
 
 tresult Component::initialize(IUnknown* context)
 {
+    KVX_ASSERT_USER_INTERFACE_THREAD();
     context_ = context;
     for (Component* child : children_)
         child->initialize(context);
@@ -96,28 +100,24 @@ tresult Component::initialize(IUnknown* context)
 
 tresult Component::terminate()
 {
+    KVX_ASSERT_USER_INTERFACE_THREAD();
     for (Component* child : children_)
         child->terminate();
+    GetSignalHandler()->cancelMessages(static_cast<IObserver*>(this));
     context_.reset();
     return kResultOk;
 }
 
-void Component::signal(Message& message)
-{
-    Ref<Component> keepAlive(this); // an observer may drop the last other reference
-    observers_.notifyAll(this, message);
-}
-
-void Component::deferSignal(Message* message)
+void Component::deferSignal(IMessage* message)
 {
     GetSignalHandler()->postSignal(this, message);
 }
 
-void Component::postMessage(Message* message)
+void Component::postMessage(IMessage* message)
 {
     GetSignalHandler()->postMessage(this, this, message);
 }
 
-void Component::notify(ISubject*, Message&) {}
+void Component::notify(ISubject*, IMessage&) {}
 
 } // namespace KVX

@@ -1,10 +1,9 @@
 #pragma once
 
-#include "framework/component/IObserver.h"
-#include "framework/component/ISubject.h"
 #include "framework/component/Message.h"
-#include "framework/component/ObserverList.h"
 #include "framework/component/Parameter.h"
+#include "framework/component/Subject.h"
+#include "framework/interfaces/IObserver.h"
 #include "framework/core/ObjectArray.h"
 
 namespace KVX {
@@ -15,8 +14,13 @@ namespace KVX {
 /// A parameter changed with notification arrives at paramChanged, which dispatches on the tag.
 /// A component writing its own parameters sets them without notification. After a property
 /// changes, the component signals "propertyChanged"; after its content changes, "changed".
-/// All of it belongs to the user-interface thread.
-class Component : public Object, public ISubject, public IObserver, public IParamOwner
+/// All of it belongs to the user-interface thread (debug builds assert it).
+///
+/// Life cycle: initialize when the host puts the component to use, terminate before it lets go
+/// of it. terminate cancels the deferred signals and messages still on their way to the
+/// component and its children, so that a closed component is freed instead of being kept alive
+/// by deliveries that nobody wants any more.
+class Component : public Object, public Subject, public IObserver, public IParamOwner
 {
     KVX_DECLARE_CLASS(Component, Object)
 public:
@@ -55,24 +59,20 @@ public:
     /// Called when the host puts the component to use, with the host's context object (may be
     /// null). The base initialises the children.
     virtual tresult initialize(IUnknown* context);
-    /// Called before the component is released for good. The base terminates the children.
+    /// Called before the component is released for good. The base terminates the children and
+    /// cancels the deferred deliveries to this component.
     virtual tresult terminate();
     IUnknown* context() const { return context_; }
 
-    // Signals
-    /// Sends `message` to the observers at once.
-    void signal(Message& message) override;
-    void signal(std::string_view id) { signal(*makeRef<Message>(id)); }
+    // Signals: signal(message) and signal(id) come from Subject and send at once.
     /// Sends `message` to the observers later, on the user-interface thread. Any thread.
-    void deferSignal(Message* message);
+    void deferSignal(IMessage* message);
     /// Posts `message` to this component's own notify, later, on the user-interface thread.
-    void postMessage(Message* message);
+    /// Any thread.
+    void postMessage(IMessage* message);
 
-    // ISubject
-    void addObserver(IObserver* observer) override { observers_.add(observer); }
-    void removeObserver(IObserver* observer) override { observers_.remove(observer); }
     // IObserver: the base ignores what it is told.
-    void notify(ISubject* subject, Message& message) override;
+    void notify(ISubject* subject, IMessage& message) override;
     KVX_FORWARD_UNKNOWN(Object)
 
 private:
@@ -80,7 +80,6 @@ private:
     Component* parent_ = nullptr; // the parent holds the reference to its children, not back
     TypedObjectArray<Component> children_{true};
     TypedObjectArray<Parameter> parameters_{true};
-    ObserverList observers_;
     Ref<IUnknown> context_;
 };
 

@@ -1,15 +1,18 @@
 #pragma once
 
 #include "framework/data/Variant.h"
+#include "framework/interfaces/IMessage.h"
 
 #include <initializer_list>
 #include <vector>
 
 namespace KVX {
 
-/// A signal or message: a name plus optional arguments. Objects among the arguments are held
-/// by counted references, so a message posted for later delivery keeps them alive.
-class Message : public Object
+/// A signal or message of this module: a name plus optional arguments. Objects among the
+/// arguments are held by counted references, so a message posted for later delivery keeps them
+/// alive. Observers receive it as an IMessage, since a message may as well come from another
+/// module; idOf() and argumentOf() read any IMessage.
+class Message : public Object, public IMessage
 {
     KVX_DECLARE_CLASS(Message, Object)
 public:
@@ -26,9 +29,20 @@ public:
     const Variant& argument(size_t index) const;
     void addArgument(const Variant& value) { arguments_.push_back(value); }
 
+    // IMessage
+    const char* getID() override { return id_.c_str(); }
+    int32 getArgumentCount() override { return static_cast<int32>(arguments_.size()); }
+    tresult getArgument(int32 index, ValueRecord& value) override;
+    KVX_FORWARD_UNKNOWN(Object)
+
 private:
     CString id_;
     std::vector<Variant> arguments_;
 };
+
+/// The name of any message ("" for none).
+std::string_view idOf(IMessage& message);
+/// A copy of the argument at `index` of any message; empty when there is none.
+Variant argumentOf(IMessage& message, int32 index);
 
 } // namespace KVX

@@ -1,17 +1,29 @@
 #include "framework/component/ObserverList.h"
 
 #include <algorithm>
+#include <cassert>
 
 namespace KVX {
 
+void ObserverList::checkThread() const
+{
+#ifndef NDEBUG
+    if (owner_ == std::thread::id())
+        owner_ = std::this_thread::get_id();
+    assert(owner_ == std::this_thread::get_id() && "an observer list is used from a thread that does not own it");
+#endif
+}
+
 void ObserverList::add(IObserver* observer)
 {
+    checkThread();
     if (observer && !contains(observer))
         observers_.push_back(observer);
 }
 
 void ObserverList::remove(IObserver* observer)
 {
+    checkThread();
     auto it = std::find(observers_.begin(), observers_.end(), observer);
     if (it == observers_.end())
         return;
@@ -31,8 +43,9 @@ size_t ObserverList::count() const
     return static_cast<size_t>(std::count_if(observers_.begin(), observers_.end(), [](IObserver* o) { return o; }));
 }
 
-void ObserverList::notifyAll(ISubject* subject, Message& message)
+void ObserverList::notifyAll(ISubject* subject, IMessage& message)
 {
+    checkThread();
     ++notifying_;
     size_t end = observers_.size();
     for (size_t i = 0; i < end && i < observers_.size(); ++i)

@@ -2,6 +2,7 @@
 
 #include "framework/component/Message.h"
 #include "framework/component/Signals.h"
+#include "framework/component/ThreadContract.h"
 
 #include "framework/text/NumberFormat.h"
 
@@ -74,6 +75,7 @@ Variant Parameter::normalized(const Variant& value) const
 
 void Parameter::setValue(const Variant& value, bool notify)
 {
+    KVX_ASSERT_USER_INTERFACE_THREAD();
     Ref<Parameter> keepAlive(this); // the owner may drop the parameter while it is notified
     Variant newValue = normalized(value);
     bool changed = !(newValue == value_);
@@ -86,6 +88,7 @@ void Parameter::setValue(const Variant& value, bool notify)
 
 void Parameter::enable(bool state)
 {
+    KVX_ASSERT_USER_INTERFACE_THREAD();
     if (enabled_ == state)
         return;
     enabled_ = state;
@@ -111,18 +114,9 @@ void Parameter::removeAllEntries()
     signalChanged();
 }
 
-void Parameter::signal(Message& message)
-{
-    Ref<Parameter> keepAlive(this);
-    observers_.notifyAll(this, message);
-}
-
 void Parameter::signalChanged()
 {
-    if (observers_.count() == 0)
-        return;
-    auto message = makeRef<Message>(Signals::kChanged);
-    signal(*message);
+    signal(Signals::kChanged);
 }
 
 } // namespace KVX

@@ -1,7 +1,6 @@
 #pragma once
 
-#include "framework/component/ISubject.h"
-#include "framework/component/ObserverList.h"
+#include "framework/component/Subject.h"
 #include "framework/data/Variant.h"
 
 #include <vector>
@@ -28,8 +27,8 @@ protected:
 /// integer between minimum and maximum, a string, and a list (a select box: its value is the
 /// index of the chosen entry, its maximum the last index). Every change of the value signals
 /// "changed" to the parameter's observers (the controls); a change with notification also calls
-/// the owner's paramChanged. User-interface thread only.
-class Parameter : public Object, public ISubject
+/// the owner's paramChanged. User-interface thread only (debug builds assert it).
+class Parameter : public Object, public Subject
 {
     KVX_DECLARE_CLASS(Parameter, Object)
 public:
@@ -86,10 +85,6 @@ public:
 
     void setOwner(IParamOwner* owner) { owner_ = owner; }
 
-    // ISubject
-    void addObserver(IObserver* observer) override { observers_.add(observer); }
-    void removeObserver(IObserver* observer) override { observers_.remove(observer); }
-    void signal(Message& message) override;
     KVX_FORWARD_UNKNOWN(Object)
 
 private:
@@ -106,7 +101,6 @@ private:
     uint32 options_ = 0;
     std::vector<Variant> entries_;
     IParamOwner* owner_ = nullptr; // the owning component outlives its parameters' use
-    ObserverList observers_;
 };
 
 } // namespace KVX

@@ -50,4 +50,49 @@ IUnknown* Variant::asUnknown() const
     return o ? o->get() : nullptr;
 }
 
+void Variant::toRecord(ValueRecord& record) const
+{
+    record = ValueRecord{};
+    record.type = type();
+    switch (type())
+    {
+    case kInt:
+        record.intValue = std::get<int64>(value_);
+        break;
+    case kDouble:
+        record.doubleValue = std::get<double>(value_);
+        break;
+    case kString:
+    {
+        const std::string& text = std::get<String>(value_).toUtf8();
+        record.text = text.c_str();
+        record.textLength = text.size();
+        break;
+    }
+    case kObject:
+        record.object = std::get<Ref<IUnknown>>(value_).get();
+        break;
+    default:
+        break;
+    }
+}
+
+Variant Variant::fromRecord(const ValueRecord& record)
+{
+    switch (record.type)
+    {
+    case ValueRecord::kInt:
+        return Variant(record.intValue);
+    case ValueRecord::kDouble:
+        return Variant(record.doubleValue);
+    case ValueRecord::kString:
+        return Variant(String::fromUtf8(std::string_view(record.text ? record.text : "",
+                                                         record.text ? record.textLength : 0)));
+    case ValueRecord::kObject:
+        return Variant(record.object);
+    default:
+        return Variant();
+    }
+}
+
 } // namespace KVX

@@ -2,6 +2,7 @@
 
 #include "framework/core/Object.h"
 #include "framework/core/Ref.h"
+#include "framework/interfaces/ValueRecord.h"
 #include "framework/text/String.h"
 
 #include <cstdint>
@@ -74,6 +75,12 @@ public:
     {
         return unknown_cast<T>(asUnknown());
     }
+
+    /// The value as a record for another module. Its text and object point into this Variant
+    /// and stay valid while it is neither changed nor destroyed.
+    void toRecord(ValueRecord& record) const;
+    /// A copy of what a record holds (the text is copied, the object retained).
+    static Variant fromRecord(const ValueRecord& record);
 
     bool operator==(const Variant& other) const = default;
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "framework/component/Component.h"
-#include "framework/component/IDialogButtonInterest.h"
+#include "framework/interfaces/IDialogButtonInterest.h"
 
 namespace KVX::Security {
 

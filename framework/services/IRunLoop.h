@@ -7,8 +7,9 @@ namespace KVX {
 class IRunnable;
 class ITimerTask;
 
-/// The user-interface thread's loop. It belongs to the thread that first asked for it
-/// (GetRunLoop); posted work runs there, in posting order.
+/// The user-interface thread's loop. The host names its user-interface thread once, at start,
+/// with attachToCurrentThread; posted work runs there, in posting order. Until then no thread
+/// owns the loop and nothing is processed.
 class IRunLoop : public IUnknown
 {
 public:
@@ -33,7 +34,12 @@ public:
     /// Makes run() return after the task that is running. Any thread.
     virtual void quit() = 0;
 
-    /// Whether the caller is on the loop's thread.
+    /// Names the calling thread as the loop's (the user-interface) thread. kResultOk also when
+    /// it is named already; kUnexpected when another thread was named before.
+    virtual tresult attachToCurrentThread() = 0;
+    /// Whether a thread has been named.
+    virtual bool hasLoopThread() = 0;
+    /// Whether the caller is on the loop's thread (false while none is named). Any thread.
     virtual bool isLoopThread() = 0;
 
     static constexpr UID kIID = UID::fromString("{E1A7C3D5-9F48-4B2E-A6D0-5C8B3F7E1294}");

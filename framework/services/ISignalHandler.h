@@ -4,9 +4,9 @@
 
 namespace KVX {
 
+class IMessage;
 class IObserver;
 class ISubject;
-class Message;
 
 /// Deferred delivery of signals and messages on the user-interface thread, through its run loop.
 /// Deliveries keep posting order, also with other work posted to the loop. Until a delivery has
@@ -16,10 +16,10 @@ class ISignalHandler : public IUnknown
 {
 public:
     /// Later, on the user-interface thread: subject->signal(*message). Any thread.
-    virtual tresult postSignal(ISubject* subject, Message* message) = 0;
+    virtual tresult postSignal(ISubject* subject, IMessage* message) = 0;
     /// Later, on the user-interface thread: receiver->notify(sender, *message). `sender` may be
     /// null. Any thread.
-    virtual tresult postMessage(IObserver* receiver, ISubject* sender, Message* message) = 0;
+    virtual tresult postMessage(IObserver* receiver, ISubject* sender, IMessage* message) = 0;
     /// Drops every pending delivery whose receiver (or signalling subject) is `object`. Any thread.
     virtual void cancelMessages(IUnknown* object) = 0;
 

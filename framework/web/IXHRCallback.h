@@ -3,7 +3,7 @@
 #include "framework/core/IUnknown.h"
 
 namespace KVX {
-class Message;
+class IMessage;
 }
 
 namespace KVX::Web {
@@ -15,7 +15,7 @@ class IXMLHttpRequest;
 class IXHRCallback : public IUnknown
 {
 public:
-    virtual void onRequestEvent(IXMLHttpRequest& request, Message& message) = 0;
+    virtual void onRequestEvent(IXMLHttpRequest& request, IMessage& message) = 0;
 
     static constexpr UID kIID = UID::fromString("{E6A4C2B8-1F93-4D57-8B0A-3C9E5D7F1A24}");
 };

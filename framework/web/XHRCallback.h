@@ -12,11 +12,11 @@ template <class T>
 class XHRCallback : public Object, public IXHRCallback
 {
 public:
-    using Handler = void (T::*)(IXMLHttpRequest& request, Message& message);
+    using Handler = void (T::*)(IXMLHttpRequest& request, IMessage& message);
 
     XHRCallback(T* target, Handler handler) : target_(target), handler_(handler) {}
 
-    void onRequestEvent(IXMLHttpRequest& request, Message& message) override
+    void onRequestEvent(IXMLHttpRequest& request, IMessage& message) override
     {
         (target_.get()->*handler_)(request, message);
     }

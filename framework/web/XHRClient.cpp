@@ -1,6 +1,7 @@
 #include "framework/web/XHRClient.h"
 
 #include "framework/component/Signals.h"
+#include "framework/component/ThreadContract.h"
 #include "framework/data/Json.h"
 #include "framework/services/NetServices.h"
 #include "framework/services/SystemServices.h"
@@ -27,16 +28,22 @@ XHRClient::XHRClient(std::string_view name) : Component(name)
     void* request = nullptr;
     if (GetPlugInManager()->createInstance(IXMLHttpRequest::kClassId, IXMLHttpRequest::kIID, &request) == kResultOk)
         request_ = Ref<IXMLHttpRequest>::adopt(static_cast<IXMLHttpRequest*>(request));
-    if (Ref<ISubject> subject = subjectOf(request_))
-        subject->addObserver(this);
+    requestEvents_.connect(subjectOf(request_), this);
 }
 
 XHRClient::~XHRClient()
 {
-    if (Ref<ISubject> subject = subjectOf(request_))
-        subject->removeObserver(this);
+    requestEvents_.disconnect();
     if (request_ && request_->isBusy())
         request_->abort();
+}
+
+tresult XHRClient::terminate()
+{
+    callback_.reset();
+    if (request_ && request_->isBusy())
+        request_->abort();
+    return Component::terminate();
 }
 
 bool XHRClient::isBusy() const
@@ -47,6 +54,7 @@ bool XHRClient::isBusy() const
 bool XHRClient::send(IXHRCallback* callback, std::string_view method, const Url& url, IStream* body,
                      std::string_view contentType)
 {
+    KVX_ASSERT_USER_INTERFACE_THREAD();
     if (!request_ || request_->isBusy())
         return false;
     callback_ = callback; // the previous call's callback, if any, goes now
@@ -88,15 +96,15 @@ bool XHRClient::getProperty(Variant& value, std::string_view name) const
     return Component::getProperty(value, name);
 }
 
-void XHRClient::notify(ISubject* subject, Message& message)
+void XHRClient::notify(ISubject* subject, IMessage& message)
 {
-    if (!subject || subjectOf(request_).get() != subject)
+    if (!subject || requestEvents_.subject() != subject)
         return Component::notify(subject, message);
     Ref<XHRClient> keepAlive(this);
     Ref<IXHRCallback> current = callback_; // the callback may start the next call from here
     if (current)
         current->onRequestEvent(*request_, message);
-    if (message.is("onloadend") || message.is("onabort"))
+    if (idOf(message) == "onloadend" || idOf(message) == "onabort")
     {
         if (callback_ == current)
             callback_.reset();

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "framework/component/Component.h"
+#include "framework/component/ObserverConnection.h"
 #include "framework/data/Attributes.h"
 #include "framework/data/Url.h"
 #include "framework/services/IXMLHttpRequest.h"
@@ -14,6 +15,10 @@ namespace KVX::Web {
 /// The callback is held from send until the call's "onloadend" or "onabort"; the request object
 /// for the client's whole life. The property "isBusy" tells whether a call is in progress, and
 /// "propertyChanged" is signalled whenever that changes. User-interface thread only.
+///
+/// terminate drops the callback and aborts a call in progress: a callback usually holds its
+/// receiver (the client's owner), so a closed component that kept it would keep itself alive,
+/// and a reply that arrives after the close reaches nobody.
 class XHRClient : public Component
 {
     KVX_DECLARE_CLASS(XHRClient, Component)
@@ -34,12 +39,14 @@ public:
     IXMLHttpRequest* request() const { return request_; }
 
     bool getProperty(Variant& value, std::string_view name) const override;
+    tresult terminate() override;
     /// The event slot: every event of the request object arrives here.
-    void notify(ISubject* subject, Message& message) override;
+    void notify(ISubject* subject, IMessage& message) override;
 
 private:
     Ref<IXMLHttpRequest> request_;
     Ref<IXHRCallback> callback_;
+    ObserverConnection requestEvents_;
 };
 
 } // namespace KVX::Web

@@ -6,9 +6,22 @@
 #include "platform/kvxnet/TransferThread.h"
 
 #include <algorithm>
+#include <cassert>
 #include <strings.h>
 
 namespace KVX::Net {
+
+namespace {
+
+// Asynchronous calls signal their events on the user-interface thread, so they must be made
+// there too; a host that has not named that thread is not checked.
+[[maybe_unused]] bool onUserInterfaceThread()
+{
+    IRunLoop* loop = GetRunLoop();
+    return !loop->hasLoopThread() || loop->isLoopThread();
+}
+
+} // namespace
 
 KVX_DEFINE_CLASS(HttpRequest, Object, "HttpRequest")
 
@@ -92,6 +105,7 @@ tresult HttpRequest::send(IStream* body, IProgressNotify* progress)
 {
     if (!opened_ || busy_)
         return kUnexpected;
+    assert((!async_ || onUserInterfaceThread()) && "an asynchronous call belongs to the user-interface thread");
     if (body)
     {
         // The length is what remains from the current position, when the stream can seek; a
@@ -188,12 +202,6 @@ const char* HttpRequest::getResponseHeader(const char* name)
         if (strcasecmp(it->first.c_str(), name) == 0)
             return it->second.c_str();
     return nullptr;
-}
-
-void HttpRequest::signal(Message& message)
-{
-    Ref<HttpRequest> keepAlive(this);
-    observers_.notifyAll(this, message);
 }
 
 void HttpRequest::emit(const char* event, int64 done, int64 total)

@@ -1,7 +1,6 @@
 #pragma once
 
-#include "framework/component/ISubject.h"
-#include "framework/component/ObserverList.h"
+#include "framework/component/Subject.h"
 #include "framework/core/Object.h"
 #include "framework/services/IXMLHttpRequest.h"
 #include "platform/kvxnet/CurlCall.h"
@@ -18,7 +17,7 @@ class WebService;
 /// which keeps "onloadend" the last event of every call. Synchronous calls perform on the caller's
 /// thread with an easy handle that the object keeps, so that consecutive calls reuse their
 /// connection.
-class HttpRequest : public Object, public Web::IXMLHttpRequest, public ISubject
+class HttpRequest : public Object, public Web::IXMLHttpRequest, public Subject
 {
     KVX_DECLARE_CLASS(HttpRequest, Object)
 public:
@@ -36,9 +35,6 @@ public:
     const char* getResponseHeader(const char* name) override;
     const char* getErrorText() override { return errorText_.c_str(); }
 
-    void addObserver(IObserver* observer) override { observers_.add(observer); }
-    void removeObserver(IObserver* observer) override { observers_.remove(observer); }
-    void signal(Message& message) override;
     KVX_FORWARD_UNKNOWN(Object)
 
 private:
@@ -61,7 +57,6 @@ private:
     Ref<CurlCall> current_;
     uint64 serial_ = 0;
     CURL* syncHandle_ = nullptr;
-    ObserverList observers_;
 };
 
 } // namespace KVX::Net

@@ -30,9 +30,15 @@ IUnknown* createRequest()
     return request;
 }
 
-// Registering the request class is all the module does when it is loaded: components create
-// their request objects through the plug-in manager, as they create every host class.
-const bool registered = GetPlugInManager()->registerClass(Web::IXMLHttpRequest::kClassId, &createRequest,
-                                                          "XMLHttpRequest") == kResultOk;
-
 } // namespace
+
+tresult RegisterWebServiceClasses()
+{
+    tresult result = GetPlugInManager()->registerClass(Web::IXMLHttpRequest::kClassId, &createRequest, "XMLHttpRequest");
+    if (result == kResultOk)
+        return kResultOk;
+    UID known;
+    return GetPlugInManager()->findClass("XMLHttpRequest", known) == kResultOk && known == Web::IXMLHttpRequest::kClassId
+               ? kResultOk
+               : result;
+}

@@ -7,7 +7,7 @@ namespace KVX::System {
 
 KVX_DEFINE_CLASS(RunLoop, Object, "RunLoop")
 
-RunLoop::RunLoop() : loopThread_(std::this_thread::get_id()) {}
+RunLoop::RunLoop() = default;
 
 RunLoop::~RunLoop() = default;
 
@@ -150,9 +150,23 @@ void RunLoop::quit()
     wakeUp_.notify_one();
 }
 
+tresult RunLoop::attachToCurrentThread()
+{
+    std::thread::id none;
+    const std::thread::id self = std::this_thread::get_id();
+    if (loopThread_.compare_exchange_strong(none, self) || none == self)
+        return kResultOk;
+    return kUnexpected;
+}
+
+bool RunLoop::hasLoopThread()
+{
+    return loopThread_.load() != std::thread::id();
+}
+
 bool RunLoop::isLoopThread()
 {
-    return std::this_thread::get_id() == loopThread_;
+    return hasLoopThread() && std::this_thread::get_id() == loopThread_.load();
 }
 
 } // namespace KVX::System

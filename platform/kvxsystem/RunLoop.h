@@ -8,6 +8,7 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <atomic>
 #include <deque>
 #include <mutex>
 #include <thread>
@@ -32,6 +33,8 @@ public:
     int32 processEvents(uint32 maxWaitMs) override;
     void run() override;
     void quit() override;
+    tresult attachToCurrentThread() override;
+    bool hasLoopThread() override;
     bool isLoopThread() override;
     KVX_FORWARD_UNKNOWN(Object)
 
@@ -57,7 +60,7 @@ private:
     std::vector<Timer> timers_;
     uint64 nextSerial_ = 1;
     bool quitRequested_ = false;
-    const std::thread::id loopThread_;
+    std::atomic<std::thread::id> loopThread_{};
 };
 
 } // namespace KVX::System

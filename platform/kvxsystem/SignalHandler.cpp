@@ -1,8 +1,8 @@
 #include "platform/kvxsystem/SignalHandler.h"
 
-#include "framework/component/IObserver.h"
-#include "framework/component/ISubject.h"
-#include "framework/component/Message.h"
+#include "framework/interfaces/IObserver.h"
+#include "framework/interfaces/ISubject.h"
+#include "framework/interfaces/IMessage.h"
 #include "framework/services/Runnable.h"
 
 namespace KVX::System {
@@ -25,23 +25,23 @@ static Ref<IUnknown> canonical(IUnknown* object)
     return Ref<IUnknown>::adopt(static_cast<IUnknown*>(pointer));
 }
 
-tresult SignalHandler::postSignal(ISubject* subject, Message* message)
+tresult SignalHandler::postSignal(ISubject* subject, IMessage* message)
 {
     if (!subject || !message)
         return kInvalidArgument;
     Ref<ISubject> keptSubject(subject);
-    Ref<Message> keptMessage(message);
+    Ref<IMessage> keptMessage(message);
     auto task = Runnable::make([keptSubject, keptMessage] { keptSubject->signal(*keptMessage); });
     return loop_.post(task, canonical(subject));
 }
 
-tresult SignalHandler::postMessage(IObserver* receiver, ISubject* sender, Message* message)
+tresult SignalHandler::postMessage(IObserver* receiver, ISubject* sender, IMessage* message)
 {
     if (!receiver || !message)
         return kInvalidArgument;
     Ref<IObserver> keptReceiver(receiver);
     Ref<ISubject> keptSender(sender);
-    Ref<Message> keptMessage(message);
+    Ref<IMessage> keptMessage(message);
     auto task = Runnable::make(
         [keptReceiver, keptSender, keptMessage] { keptReceiver->notify(keptSender, *keptMessage); });
     return loop_.post(task, canonical(receiver));

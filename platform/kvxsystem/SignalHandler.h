@@ -15,8 +15,8 @@ class SignalHandler : public Object, public ISignalHandler
 public:
     explicit SignalHandler(IRunLoop& loop) : loop_(loop) {}
 
-    tresult postSignal(ISubject* subject, Message* message) override;
-    tresult postMessage(IObserver* receiver, ISubject* sender, Message* message) override;
+    tresult postSignal(ISubject* subject, IMessage* message) override;
+    tresult postMessage(IObserver* receiver, ISubject* sender, IMessage* message) override;
     void cancelMessages(IUnknown* object) override;
     KVX_FORWARD_UNKNOWN(Object)
 

@@ -28,9 +28,9 @@ bool Client::authorize(const String& userName, const String& password)
     return sendAttributes(callback(&Client::onAuthorizationReply), "POST", url, parameters);
 }
 
-void Client::onAuthorizationReply(Web::IXMLHttpRequest& request, Message& message)
+void Client::onAuthorizationReply(Web::IXMLHttpRequest& request, IMessage& message)
 {
-    if (!message.is("onloadend"))
+    if (!(idOf(message) == "onloadend"))
         return;
     Response response(request);
     Attributes* data = response.isSuccess() ? response.getData() : nullptr;

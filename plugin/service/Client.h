@@ -64,7 +64,7 @@ public:
     bool getProperty(KVX::Variant& value, std::string_view name) const override;
 
     /// The sign-in reply: acts on "onloadend" only.
-    void onAuthorizationReply(KVX::Web::IXMLHttpRequest& request, KVX::Message& message);
+    void onAuthorizationReply(KVX::Web::IXMLHttpRequest& request, KVX::IMessage& message);
 
 private:
     ClientConfiguration configuration_;

@@ -49,23 +49,25 @@ void ActivityInfo::reset()
 
 tresult ActivityInfo::initialize(IUnknown* context)
 {
-    manager_ = nullptr;
-    if (Component* owner = parent())
-    {
-        void* activation = nullptr;
-        if (owner->queryInterface(IHostActivation::kIID, &activation) == kResultOk)
-        {
-            manager_ = static_cast<IHostActivation*>(activation);
-            manager_->release(); // the parent owns this component and outlives it
-        }
-    }
+    initialized_ = true;
     return Component::initialize(context);
+}
+
+tresult ActivityInfo::terminate()
+{
+    initialized_ = false;
+    return Component::terminate();
 }
 
 bool ActivityInfo::paramChanged(Parameter& parameter)
 {
-    if (parameter.tag() == kOnCreateAccount && manager_)
-        manager_->activateInHost();
+    // The parent is looked up at the moment of use rather than kept, so no stale pointer can
+    // outlive it; as before, nothing is asked until the component has been initialised.
+    if (parameter.tag() != kOnCreateAccount || !initialized_ || !parent())
+        return true;
+    void* activation = nullptr;
+    if (parent()->queryInterface(IHostActivation::kIID, &activation) == kResultOk)
+        Ref<IHostActivation>::adopt(static_cast<IHostActivation*>(activation))->activateInHost();
     return true;
 }
 

@@ -34,8 +34,9 @@ public:
     /// Empties the shown texts (the record keeps its values) and signals "changed".
     void reset();
 
-    /// Keeps the parent when it can bring the gadget forward.
     KVX::tresult initialize(KVX::IUnknown* context) override;
+    KVX::tresult terminate() override;
+    /// "onCreateAccount" asks the parent, when it offers IHostActivation, to bring the gadget forward.
     bool paramChanged(KVX::Parameter& parameter) override;
     /// "actionIconChanged" (always 1) and "actionIconId", then the base's.
     bool getProperty(KVX::Variant& value, std::string_view name) const override;
@@ -44,7 +45,7 @@ private:
     void setText(KVX::int32 tag, const KVX::String& text);
 
     KVX::Ref<ActivityInfoModel> model_;
-    IHostActivation* manager_ = nullptr; // the parent, which owns this component
+    bool initialized_ = false;
 };
 
 } // namespace Sorvel

@@ -1,9 +1,9 @@
 #include "LocalHttpServer.h"
 
-#include "framework/component/IObserver.h"
-#include "framework/component/ISubject.h"
+#include "framework/interfaces/IObserver.h"
+#include "framework/interfaces/ISubject.h"
 #include "framework/component/Message.h"
-#include "framework/services/EventWait.h"
+#include "framework/hostsupport/EventWait.h"
 #include "framework/services/IProgressNotify.h"
 #include "framework/services/NetServices.h"
 #include "framework/services/SystemServices.h"
@@ -30,9 +30,9 @@ class EventLog : public Object, public IObserver
 {
     KVX_DECLARE_CLASS(EventLog, Object)
 public:
-    void notify(ISubject*, Message& message) override
+    void notify(ISubject*, IMessage& message) override
     {
-        std::string id = message.id().str();
+        std::string id = std::string(idOf(message));
         if (id == "onreadystatechange")
             id += std::to_string(request->getReadyState());
         if (id == "onprogress")

@@ -1,7 +1,7 @@
 #include "LocalHttpServer.h"
 
 #include "framework/component/Signals.h"
-#include "framework/services/EventWait.h"
+#include "framework/hostsupport/EventWait.h"
 #include "framework/services/SystemServices.h"
 #include "framework/stream/IStream.h"
 #include "framework/web/XHRClient.h"
@@ -30,10 +30,10 @@ public:
     Ref<IXHRCallback> first() { return callback(&Receiver::onFirst); }
     Ref<IXHRCallback> second() { return callback(&Receiver::onSecond); }
 
-    void onFirst(IXMLHttpRequest& request, Message& message)
+    void onFirst(IXMLHttpRequest& request, IMessage& message)
     {
-        firstEvents.push_back(message.id().str());
-        if (message.is("onloadend"))
+        firstEvents.push_back(std::string(idOf(message)));
+        if ((idOf(message) == "onloadend"))
         {
             status = request.getStatus();
             IStream* stream = request.getResponseStream();
@@ -42,10 +42,10 @@ public:
             body.assign(buffer, static_cast<size_t>(std::max<int64>(got, 0)));
         }
     }
-    void onSecond(IXMLHttpRequest&, Message& message) { secondEvents.push_back(message.id().str()); }
-    void notify(ISubject*, Message& message) override
+    void onSecond(IXMLHttpRequest&, IMessage& message) { secondEvents.push_back(std::string(idOf(message))); }
+    void notify(ISubject*, IMessage& message) override
     {
-        if (message.is(Signals::kPropertyChanged))
+        if ((idOf(message) == Signals::kPropertyChanged))
             ++propertyChanges;
     }
 

@@ -1,5 +1,5 @@
 #include "framework/core/Object.h"
-#include "framework/services/EventWait.h"
+#include "framework/hostsupport/EventWait.h"
 #include "framework/services/ITimerTask.h"
 #include "framework/services/Runnable.h"
 #include "framework/services/SystemServices.h"

@@ -1,5 +1,5 @@
 #include "framework/component/Signals.h"
-#include "framework/services/EventWait.h"
+#include "framework/hostsupport/EventWait.h"
 #include "framework/services/NetServices.h"
 #include "framework/services/SystemServices.h"
 #include "plugin/service/Client.h"
@@ -45,7 +45,7 @@ protected:
     class SignalLog : public Component
     {
     public:
-        void notify(ISubject*, Message& message) override { signals.push_back(message.id().str()); }
+        void notify(ISubject*, IMessage& message) override { signals.push_back(std::string(idOf(message))); }
         int count(const std::string& id) const { return static_cast<int>(std::count(signals.begin(), signals.end(), id)); }
         std::vector<std::string> signals;
     };
@@ -70,10 +70,10 @@ class ReplyCatcher : public Component, public Web::XHRClientCallback<ReplyCatche
 {
 public:
     Ref<Web::IXHRCallback> handler() { return callback(&ReplyCatcher::onReply); }
-    void onReply(Web::IXMLHttpRequest& request, Message& message)
+    void onReply(Web::IXMLHttpRequest& request, IMessage& message)
     {
-        events.push_back(message.id().str());
-        if (message.is("onloadend"))
+        events.push_back(std::string(idOf(message)));
+        if ((idOf(message) == "onloadend"))
             response = makeRef<Response>(request);
     }
     std::vector<std::string> events;

@@ -1,6 +1,6 @@
 #include "framework/component/Component.h"
 #include "framework/component/Signals.h"
-#include "framework/services/EventWait.h"
+#include "framework/hostsupport/EventWait.h"
 #include "framework/services/SystemServices.h"
 
 #include <gtest/gtest.h>
@@ -17,9 +17,9 @@ class Recorder : public Object, public IObserver
 {
     KVX_DECLARE_CLASS(Recorder, Object)
 public:
-    void notify(ISubject* subject, Message& message) override
+    void notify(ISubject* subject, IMessage& message) override
     {
-        messages.push_back(message.id().str());
+        messages.push_back(std::string(idOf(message)));
         subjects.push_back(subject);
         onThread.push_back(std::this_thread::get_id());
         if (action)
@@ -30,7 +30,7 @@ public:
     std::vector<std::string> messages;
     std::vector<ISubject*> subjects;
     std::vector<std::thread::id> onThread;
-    std::function<void(ISubject*, Message&)> action;
+    std::function<void(ISubject*, IMessage&)> action;
 };
 KVX_DEFINE_CLASS(Recorder, Object, "Recorder")
 
@@ -65,10 +65,10 @@ public:
         }
         return Component::getProperty(value, name);
     }
-    void notify(ISubject*, Message& message) override
+    void notify(ISubject*, IMessage& message) override
     {
         if (postedLog)
-            postedLog->push_back(message.id().str());
+            postedLog->push_back(std::string(idOf(message)));
     }
 
     std::vector<int> changedTags;
@@ -185,7 +185,7 @@ TEST(Component, ObserversMayRemoveThemselvesOrOthersWhileNotified)
     subject->addObserver(third);
 
     // The first removes itself and the third; the third must not be called any more.
-    first->action = [&](ISubject* s, Message&) {
+    first->action = [&](ISubject* s, IMessage&) {
         s->removeObserver(first);
         s->removeObserver(third);
     };
@@ -201,7 +201,7 @@ TEST(Component, ObserversMayRemoveThemselvesOrOthersWhileNotified)
 
     // An observer may drop the last reference to the subject during the notification.
     Component* raw = subject.get();
-    second->action = [&](ISubject*, Message&) { subject.reset(); };
+    second->action = [&](ISubject*, IMessage&) { subject.reset(); };
     raw->signal(Signals::kChanged);
     EXPECT_EQ(subject.get(), nullptr);
 }
