@@ -21,6 +21,7 @@ tresult Component::queryInterface(const UID& iid, void** object)
 {
     KVX_QUERY_INTERFACE(iid, object, ISubject)
     KVX_QUERY_INTERFACE(iid, object, IObserver)
+    KVX_QUERY_INTERFACE(iid, object, IComponent)
     return Object::queryInterface(iid, object);
 }
 
@@ -119,5 +120,34 @@ void Component::postMessage(IMessage* message)
 }
 
 void Component::notify(ISubject*, IMessage&) {}
+
+IComponent* Component::lookupChild(const char* name)
+{
+    return name ? findChild(std::string_view(name)) : nullptr;
+}
+
+IParameter* Component::getParameterAt(int32 index)
+{
+    return index >= 0 && static_cast<size_t>(index) < parameters_.count() ? parameters_.at(static_cast<size_t>(index))
+                                                                            : nullptr;
+}
+
+IParameter* Component::lookupParameter(const char* name)
+{
+    return name ? findParameter(std::string_view(name)) : nullptr;
+}
+
+tresult Component::readProperty(const char* name, ValueRecord& value)
+{
+    KVX_ASSERT_USER_INTERFACE_THREAD();
+    propertyValue_ = Variant();
+    if (!name || !getProperty(propertyValue_, name))
+    {
+        value = ValueRecord{};
+        return kInvalidArgument;
+    }
+    propertyValue_.toRecord(value);
+    return kResultOk;
+}
 
 } // namespace KVX

@@ -3,6 +3,7 @@
 #include "framework/component/Message.h"
 #include "framework/component/Parameter.h"
 #include "framework/component/Subject.h"
+#include "framework/interfaces/IComponent.h"
 #include "framework/interfaces/IObserver.h"
 #include "framework/core/ObjectArray.h"
 
@@ -20,7 +21,7 @@ namespace KVX {
 /// of it. terminate cancels the deferred signals and messages still on their way to the
 /// component and its children, so that a closed component is freed instead of being kept alive
 /// by deliveries that nobody wants any more.
-class Component : public Object, public Subject, public IObserver, public IParamOwner
+class Component : public Object, public Subject, public IObserver, public IComponent, public IParamOwner
 {
     KVX_DECLARE_CLASS(Component, Object)
 public:
@@ -73,6 +74,14 @@ public:
 
     // IObserver: the base ignores what it is told.
     void notify(ISubject* subject, IMessage& message) override;
+
+    // IComponent: how the host sees the component.
+    const char* getComponentName() override { return name_.c_str(); }
+    IComponent* lookupChild(const char* name) override;
+    int32 countParameters() override { return static_cast<int32>(parameters_.count()); }
+    IParameter* getParameterAt(int32 index) override;
+    IParameter* lookupParameter(const char* name) override;
+    tresult readProperty(const char* name, ValueRecord& value) override;
     KVX_FORWARD_UNKNOWN(Object)
 
 private:
@@ -81,6 +90,7 @@ private:
     TypedObjectArray<Component> children_{true};
     TypedObjectArray<Parameter> parameters_{true};
     Ref<IUnknown> context_;
+    Variant propertyValue_; // what readProperty handed out last
 };
 
 } // namespace KVX

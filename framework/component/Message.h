@@ -21,6 +21,12 @@ public:
     {
     }
 
+    /// A new message with its arguments (makeRef cannot forward a braced list).
+    static Ref<Message> make(std::string_view id, std::initializer_list<Variant> arguments = {})
+    {
+        return makeRef<Message>(id, arguments);
+    }
+
     const CString& id() const { return id_; }
     bool is(std::string_view id) const { return id_ == id; }
 

@@ -38,6 +38,7 @@ Parameter::Parameter(Kind kind, std::string_view name, int32 tag) : kind_(kind),
 tresult Parameter::queryInterface(const UID& iid, void** object)
 {
     KVX_QUERY_INTERFACE(iid, object, ISubject)
+    KVX_QUERY_INTERFACE(iid, object, IParameter)
     return Object::queryInterface(iid, object);
 }
 
@@ -119,4 +120,50 @@ void Parameter::signalChanged()
     signal(Signals::kChanged);
 }
 
+tresult Parameter::getInfo(ParameterInfo& info)
+{
+    info = ParameterInfo{};
+    info.tag = tag_;
+    info.kind = static_cast<int32>(kind_); // Kind follows ParameterInfo::Kind value for value
+    const std::string_view name = name_.view().substr(0, sizeof info.name - 1);
+    name.copy(info.name, name.size());
+    info.name[name.size()] = '\0';
+    info.minimum = kind_ == kList ? 0 : minimum_;
+    info.maximum = maximum();
+    info.options = options_;
+    info.enabled = enabled_ ? 1 : 0;
+    return kResultOk;
+}
+
+tresult Parameter::readValue(ValueRecord& value)
+{
+    value_.toRecord(value);
+    return kResultOk;
+}
+
+tresult Parameter::writeValue(const ValueRecord& value, bool notify)
+{
+    if (value.type < ValueRecord::kEmpty || value.type > ValueRecord::kObject)
+        return kInvalidArgument;
+    setValue(Variant::fromRecord(value), notify);
+    return kResultOk;
+}
+
+tresult Parameter::readEntry(int32 index, ValueRecord& value)
+{
+    if (index < 0 || static_cast<size_t>(index) >= entries_.size())
+    {
+        value = ValueRecord{};
+        return kInvalidArgument;
+    }
+    entries_[static_cast<size_t>(index)].toRecord(value);
+    return kResultOk;
+}
+
 } // namespace KVX
+
+static_assert(int(KVX::Parameter::kCommand) == int(KVX::ParameterInfo::kCommand) &&
+              int(KVX::Parameter::kToggle) == int(KVX::ParameterInfo::kToggle) &&
+              int(KVX::Parameter::kInteger) == int(KVX::ParameterInfo::kInteger) &&
+              int(KVX::Parameter::kString) == int(KVX::ParameterInfo::kString) &&
+              int(KVX::Parameter::kList) == int(KVX::ParameterInfo::kList));

@@ -2,6 +2,7 @@
 
 #include "framework/component/Subject.h"
 #include "framework/data/Variant.h"
+#include "framework/interfaces/IParameter.h"
 
 #include <vector>
 
@@ -28,7 +29,7 @@ protected:
 /// index of the chosen entry, its maximum the last index). Every change of the value signals
 /// "changed" to the parameter's observers (the controls); a change with notification also calls
 /// the owner's paramChanged. User-interface thread only (debug builds assert it).
-class Parameter : public Object, public Subject
+class Parameter : public Object, public Subject, public IParameter
 {
     KVX_DECLARE_CLASS(Parameter, Object)
 public:
@@ -85,6 +86,12 @@ public:
 
     void setOwner(IParamOwner* owner) { owner_ = owner; }
 
+    // IParameter: how the host's controls see the parameter.
+    tresult getInfo(ParameterInfo& info) override;
+    tresult readValue(ValueRecord& value) override;
+    tresult writeValue(const ValueRecord& value, bool notify) override;
+    int32 countEntries() override { return static_cast<int32>(entries_.size()); }
+    tresult readEntry(int32 index, ValueRecord& value) override;
     KVX_FORWARD_UNKNOWN(Object)
 
 private:

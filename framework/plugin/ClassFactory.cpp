@@ -58,8 +58,7 @@ tresult ClassFactory::getClassDescription(int32 index, ClassDescription& descrip
     description.classId = record.classId;
     copyText(description.category, record.category);
     copyText(description.name, record.name);
-    description.attributes = record.attributes ? static_cast<IUnknown*>(static_cast<Object*>(record.attributes.get()))
-                                               : nullptr;
+    description.attributes = record.attributes ? static_cast<IAttributeList*>(record.attributes.get()) : nullptr;
     return kResultOk;
 }
 

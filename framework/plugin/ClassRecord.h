@@ -2,7 +2,7 @@
 
 #include "framework/core/Ref.h"
 #include "framework/core/UID.h"
-#include "framework/data/Attributes.h"
+#include "framework/data/AttributeList.h"
 
 namespace KVX {
 
@@ -17,7 +17,7 @@ struct ClassRecord
     CString category;
     CString name;
     CreateFunction create = nullptr;
-    Ref<Attributes> attributes;
+    Ref<AttributeList> attributes;
 };
 
 } // namespace KVX

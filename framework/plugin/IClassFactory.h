@@ -1,6 +1,7 @@
 #pragma once
 
 #include "framework/core/IUnknown.h"
+#include "framework/interfaces/IAttributeList.h"
 
 namespace KVX {
 
@@ -21,9 +22,9 @@ struct ClassDescription
     UID classId;
     char category[32];
     char name[64];
-    /// Optional class attributes (an Attributes object, e.g. "Class:MetaClassID"), or null.
-    /// Owned by the factory; valid as long as the host holds the factory.
-    IUnknown* attributes;
+    /// Optional class attributes ("Class:MetaClassID"), or null. Owned by the factory, no
+    /// reference passed; valid as long as the host holds the factory.
+    IAttributeList* attributes;
 };
 
 /// What a module's single exported entry point returns: the list of its classes and a way to

@@ -1,7 +1,7 @@
 #include "platform/kvxnet/HttpRequest.h"
 
 #include "framework/component/Message.h"
-#include "framework/services/Runnable.h"
+#include "framework/core/Runnable.h"
 #include "framework/services/SystemServices.h"
 #include "platform/kvxnet/TransferThread.h"
 

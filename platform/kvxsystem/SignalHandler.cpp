@@ -3,7 +3,7 @@
 #include "framework/interfaces/IObserver.h"
 #include "framework/interfaces/ISubject.h"
 #include "framework/interfaces/IMessage.h"
-#include "framework/services/Runnable.h"
+#include "framework/core/Runnable.h"
 
 namespace KVX::System {
 

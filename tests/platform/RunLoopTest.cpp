@@ -1,7 +1,7 @@
 #include "framework/core/Object.h"
 #include "framework/hostsupport/EventWait.h"
 #include "framework/services/ITimerTask.h"
-#include "framework/services/Runnable.h"
+#include "framework/core/Runnable.h"
 #include "framework/services/SystemServices.h"
 
 #include <gtest/gtest.h>

@@ -252,3 +252,95 @@ TEST(Component, PostedMessagesKeepTheReceiverAliveAndCanBeCancelled)
     ASSERT_TRUE(EventWait::until([&] { return !otherLog.empty(); }, 2000));
     EXPECT_EQ(otherLog, std::vector<std::string>{"marker"});
 }
+
+TEST(Component, TheHostReadsAndDrivesItThroughItsInterfacesOnly)
+{
+    auto panel = makeRef<Panel>();
+    auto child = makeRef<Component>("Credentials");
+    panel->addChild(child);
+    panel->findParameter("titlesList")->appendEntry(String("First"));
+    panel->findParameter("titlesList")->appendEntry(String("Second"));
+
+    IComponent* host = panel; // all a host of another module may use
+    EXPECT_STREQ(host->getComponentName(), "Panel");
+    EXPECT_EQ(host->lookupChild("Credentials"), static_cast<IComponent*>(child.get()));
+    EXPECT_EQ(host->lookupChild("Nothing"), nullptr);
+    EXPECT_EQ(host->lookupChild(nullptr), nullptr);
+    ASSERT_EQ(host->countParameters(), 4);
+    EXPECT_EQ(host->getParameterAt(4), nullptr);
+    EXPECT_EQ(host->getParameterAt(-1), nullptr);
+
+    ValueRecord phase;
+    ASSERT_EQ(host->readProperty("loginPhase", phase), kResultOk);
+    EXPECT_EQ(phase.type, ValueRecord::kInt);
+    EXPECT_EQ(phase.intValue, 2);
+    EXPECT_EQ(host->readProperty("noSuchProperty", phase), kInvalidArgument);
+    EXPECT_EQ(phase.type, ValueRecord::kEmpty);
+
+    IParameter* list = host->lookupParameter("titlesList");
+    ASSERT_NE(list, nullptr);
+    ParameterInfo info{};
+    ASSERT_EQ(list->getInfo(info), kResultOk);
+    EXPECT_EQ(info.tag, 105);
+    EXPECT_EQ(info.kind, ParameterInfo::kList);
+    EXPECT_STREQ(info.name, "titlesList");
+    EXPECT_EQ(info.maximum, 1);
+    EXPECT_EQ(info.enabled, 1);
+    ValueRecord entry;
+    ASSERT_EQ(list->readEntry(1, entry), kResultOk);
+    EXPECT_EQ(std::string_view(entry.text, entry.textLength), "Second");
+    EXPECT_EQ(list->readEntry(2, entry), kInvalidArgument);
+
+    // A control sets a value as a record; the owner hears of it only when asked to be notified,
+    // and the value is converted and clamped as any change is.
+    ValueRecord choice;
+    choice.type = ValueRecord::kString;
+    choice.text = "7";
+    choice.textLength = 1;
+    ASSERT_EQ(list->writeValue(choice, false), kResultOk);
+    EXPECT_TRUE(panel->changedTags.empty());
+    ValueRecord value;
+    list->readValue(value);
+    EXPECT_EQ(value.intValue, 1);
+    choice.text = "0";
+    ASSERT_EQ(list->writeValue(choice, true), kResultOk);
+    EXPECT_EQ(panel->changedTags, std::vector<int>{105});
+    ValueRecord broken;
+    broken.type = 99;
+    EXPECT_EQ(list->writeValue(broken, true), kInvalidArgument);
+
+    // Messages reach observers as interfaces; their arguments come back as plain records.
+    auto message = Message::make("trackFinished", {Variant(int64(1)), Variant(String("Take")), Variant(child.get())});
+    IMessage& plain = *message;
+    EXPECT_EQ(idOf(plain), "trackFinished");
+    EXPECT_EQ(plain.getArgumentCount(), 3);
+    EXPECT_EQ(argumentOf(plain, 0).asInt(), 1);
+    EXPECT_EQ(argumentOf(plain, 1).asString(), "Take");
+    EXPECT_EQ(argumentOf(plain, 2).asUnknown(), static_cast<IUnknown*>(static_cast<Object*>(child.get())));
+    EXPECT_TRUE(argumentOf(plain, 3).isEmpty());
+}
+
+#ifndef NDEBUG
+// Debug builds check the thread contract of user-interface code at run time.
+TEST(ComponentDeathTest, UserInterfaceCodeFromAWorkerStopsADebugBuild)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    auto panel = makeRef<Panel>();
+    Parameter* name = panel->findParameter("newProductName");
+    EXPECT_DEATH(
+        {
+            std::thread worker([&] { name->setValue(String("from a worker")); });
+            worker.join();
+        },
+        "user-interface code called from another thread");
+    EXPECT_DEATH(
+        {
+            std::thread worker([&] { panel->addParameter(Parameter::kString, "late", 200); });
+            worker.join();
+        },
+        "user-interface code called from another thread");
+    // The same calls on the user-interface thread are fine.
+    name->setValue(String("from the user-interface thread"));
+    EXPECT_EQ(name->stringValue(), "from the user-interface thread");
+}
+#endif

@@ -30,8 +30,8 @@ TEST(ClassFactory, ListsClassesInRegistrationOrderAndCreatesThem)
 {
     auto factory = makeRef<ClassFactory>();
     factory->setVersion({"Sorvel Support", "1.0.14.27792", "Belvane", "legal", "site"});
-    auto attributes = makeRef<Attributes>();
-    attributes->set("Class:MetaClassID", String(kMetaClass.toString()));
+    auto attributes = makeRef<AttributeList>();
+    attributes->attributes().set("Class:MetaClassID", String(kMetaClass.toString()));
     ASSERT_TRUE(factory->registerClass({kStreamClass, "Publisher", "Upload to Sorvel", createStream, attributes}));
     ASSERT_TRUE(factory->registerClass({kMetaClass, "MetaClass", "Sorvel Client", createMetaClass, nullptr}));
     EXPECT_FALSE(factory->registerClass({kMetaClass, "MetaClass", "again", createMetaClass, nullptr}));
@@ -48,9 +48,14 @@ TEST(ClassFactory, ListsClassesInRegistrationOrderAndCreatesThem)
     EXPECT_EQ(first.classId, kStreamClass);
     EXPECT_STREQ(first.category, "Publisher");
     EXPECT_STREQ(first.name, "Upload to Sorvel");
-    auto* firstAttributes = unknown_cast<Attributes>(first.attributes);
-    ASSERT_NE(firstAttributes, nullptr);
-    EXPECT_EQ(firstAttributes->getString("Class:MetaClassID"), "{3A5F6385-0E34-4907-9DD1-EDB0C4326753}");
+    // The host reads the attributes through the interface, as it would from another module.
+    ASSERT_NE(first.attributes, nullptr);
+    ValueRecord metaClassId;
+    ASSERT_EQ(first.attributes->findAttribute("Class:MetaClassID", metaClassId), kResultOk);
+    ASSERT_EQ(metaClassId.type, ValueRecord::kString);
+    EXPECT_EQ(std::string_view(metaClassId.text, metaClassId.textLength), "{3A5F6385-0E34-4907-9DD1-EDB0C4326753}");
+    EXPECT_EQ(AttributeList::copyFrom(*first.attributes).getString("Class:MetaClassID"),
+              "{3A5F6385-0E34-4907-9DD1-EDB0C4326753}");
     ClassDescription out{};
     EXPECT_EQ(host->getClassDescription(2, out), kInvalidArgument);
     EXPECT_EQ(host->getClassDescription(-1, out), kInvalidArgument);

@@ -1,4 +1,4 @@
-#include "framework/services/Runnable.h"
+#include "framework/core/Runnable.h"
 
 
 
