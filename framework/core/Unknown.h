@@ -21,13 +21,18 @@ public:
 
 protected:
     Unknown() = default;
-    /// A copy is a new object: it starts with its own single reference.
+    /// Marks an object that lives inside another by value (see Embedded.h): its last reference
+    /// is its owner's, and a release that would bring it to zero is a fault, not a deletion.
+    void markEmbedded() { embedded_ = true; }
+    /// A copy is a new object: it starts with its own single reference (and is not embedded
+    /// unless its own owner says so).
     Unknown(const Unknown&) : IUnknown() {}
     Unknown& operator=(const Unknown&) { return *this; }
     virtual ~Unknown() = default;
 
 private:
     std::atomic<uint32> count_{1};
+    bool embedded_ = false;
 };
 
 } // namespace KVX

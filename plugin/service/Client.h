@@ -2,6 +2,7 @@
 
 #include "framework/web/XHRClient.h"
 #include "framework/web/XHRClientCallback.h"
+#include "framework/core/Embedded.h"
 #include "plugin/service/ClientConfiguration.h"
 
 namespace Sorvel {
@@ -67,7 +68,7 @@ public:
     void onAuthorizationReply(KVX::Web::IXMLHttpRequest& request, KVX::IMessage& message);
 
 private:
-    ClientConfiguration configuration_;
+    KVX::Embedded<ClientConfiguration> configuration_;
     AuthorizationState state_ = Unauthorized;
 };
 

@@ -1,3 +1,4 @@
+#include "framework/core/Embedded.h"
 #include "framework/core/Object.h"
 #include "framework/core/ObjectArray.h"
 #include "framework/core/Ref.h"
@@ -197,4 +198,44 @@ TEST(ObjectArray, TypedArrayIteratesItsClass)
         count += probe->isKindOf("Probe");
     EXPECT_EQ(count, 2);
     EXPECT_STREQ(probes.at(1)->className(), "SubProbe");
+}
+
+namespace {
+
+/// A counted record that its owner keeps by value, as a client keeps its configuration.
+class Settings : public Object
+{
+public:
+    explicit Settings(int value = 0) : value(value) {}
+    int value;
+};
+
+struct SettingsOwner
+{
+    Embedded<Settings> settings{7};
+};
+
+} // namespace
+
+TEST(Embedded, MayBeSharedWhileItsOwnerLivesButNeverAdopted)
+{
+    auto owner = std::make_unique<SettingsOwner>();
+    {
+        Ref<Settings> shared(&owner->settings); // sharing takes a reference of its own
+        EXPECT_EQ(shared->value, 7);
+        EXPECT_EQ(owner->settings.referenceCount(), 2u);
+    }
+    EXPECT_EQ(owner->settings.referenceCount(), 1u);
+    SettingsOwner copy = *owner; // copies the value, not the count
+    EXPECT_EQ(copy.settings.value, 7);
+    EXPECT_EQ(copy.settings.referenceCount(), 1u);
+    owner.reset(); // destroyed with its owner, never deleted on its own
+
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_DEATH(
+        {
+            SettingsOwner victim;
+            Ref<Settings>::adopt(&victim.settings); // takes over the owner's reference by mistake
+        },
+        "an embedded object lost its owner's reference");
 }
