@@ -1,11 +1,217 @@
 #include "framework/data/Json.h"
 
+#include "framework/data/AttributeArray.h"
+#include "framework/services/IJsonHandler.h"
 #include "framework/services/TextServices.h"
 #include "framework/stream/MemoryStream.h"
 
+#include <limits>
 #include <string>
+#include <unordered_map>
+#include <vector>
 
 namespace KVX {
+
+namespace {
+
+constexpr int kMaxDepth = 512;
+
+/// Leaves one member per name: at the position where the name first appears, with the value it
+/// was given last.
+void collapseRepeatedNames(Attributes& object)
+{
+    const size_t count = object.count();
+    if (count < 2)
+        return;
+
+    // Small objects are checked pair by pair, which costs no allocation.
+    constexpr size_t kPairwiseLimit = 16;
+    if (count <= kPairwiseLimit)
+    {
+        bool repeated = false;
+        for (size_t i = 1; i < count && !repeated; ++i)
+            for (size_t j = 0; j < i && !repeated; ++j)
+                repeated = object.at(i).name == object.at(j).name;
+        if (!repeated)
+            return;
+    }
+
+    std::unordered_map<std::string_view, size_t> lastIndex;
+    lastIndex.reserve(count);
+    bool repeated = false;
+    for (size_t i = 0; i < count; ++i)
+    {
+        auto [entry, inserted] = lastIndex.try_emplace(object.at(i).name.view(), i);
+        if (!inserted)
+        {
+            entry->second = i;
+            repeated = true;
+        }
+    }
+    if (!repeated)
+        return;
+
+    constexpr size_t kTaken = std::numeric_limits<size_t>::max();
+    Attributes collapsed;
+    for (size_t i = 0; i < count; ++i)
+    {
+        auto entry = lastIndex.find(object.at(i).name.view());
+        if (entry->second == kTaken)
+            continue;
+        collapsed.add(object.at(i).name, object.at(entry->second).value);
+        entry->second = kTaken;
+    }
+    object.clear();
+    object.addAll(collapsed);
+}
+
+/// Builds the value tree from the text module's values. Every container is attached to its
+/// parent as soon as it opens, so the root owns the whole partial tree at any moment and a
+/// failed parse frees it by dropping the root.
+class TreeBuilder : public Object, public IJsonHandler
+{
+public:
+    tresult onNull() override { return put(Variant()); }
+    tresult onInteger(int64 value) override { return put(Variant(value)); }
+    tresult onDouble(double value) override { return put(Variant(value)); }
+    tresult onString(const char* text, uint64 length) override
+    {
+        return put(Variant(String::fromUtf8(std::string_view(text, static_cast<size_t>(length)))));
+    }
+    tresult onKey(const char* text, uint64 length) override
+    {
+        key_.assign(text, static_cast<size_t>(length));
+        return kResultOk;
+    }
+    tresult onStartObject() override
+    {
+        if (open_.size() >= kMaxDepth)
+            return kInvalidArgument;
+        auto object = makeRef<Attributes>();
+        put(Variant(object));
+        open_.push_back({object.get(), nullptr});
+        return kResultOk;
+    }
+    tresult onEndObject() override
+    {
+        if (open_.empty() || !open_.back().object)
+            return kInvalidArgument;
+        collapseRepeatedNames(*open_.back().object);
+        open_.pop_back();
+        return kResultOk;
+    }
+    tresult onStartArray() override
+    {
+        if (open_.size() >= kMaxDepth)
+            return kInvalidArgument;
+        auto array = makeRef<AttributeArray>();
+        put(Variant(array));
+        open_.push_back({nullptr, array.get()});
+        return kResultOk;
+    }
+    tresult onEndArray() override
+    {
+        if (open_.empty() || !open_.back().array)
+            return kInvalidArgument;
+        open_.pop_back();
+        return kResultOk;
+    }
+    KVX_FORWARD_UNKNOWN(Object)
+
+    Variant& root() { return root_; }
+
+private:
+    /// An open container; the tree under root_ holds the reference.
+    struct Open
+    {
+        Attributes* object;
+        AttributeArray* array;
+    };
+
+    tresult put(const Variant& value)
+    {
+        if (open_.empty())
+            root_ = value;
+        else if (open_.back().array)
+            open_.back().array->append(value);
+        else
+            open_.back().object->add(key_, value);
+        return kResultOk;
+    }
+
+    Variant root_;
+    std::vector<Open> open_;
+    std::string key_;
+};
+
+tresult TreeBuilder::queryInterface(const UID& iid, void** object)
+{
+    KVX_QUERY_INTERFACE(iid, object, IJsonHandler)
+    return Object::queryInterface(iid, object);
+}
+
+/// Hands a tree to the text module's writer, value by value.
+tresult writeValue(IJsonWriter& writer, const Variant& value, int depth)
+{
+    switch (value.type())
+    {
+    case Variant::kEmpty:
+        return writer.onNull();
+    case Variant::kInt:
+        return writer.onInteger(value.asInt());
+    case Variant::kDouble:
+        return writer.onDouble(value.asDouble());
+    case Variant::kString:
+    {
+        const std::string& text = value.asString().toUtf8();
+        return writer.onString(text.data(), text.size());
+    }
+    case Variant::kObject:
+        break;
+    }
+    if (depth >= kMaxDepth)
+        return kInvalidArgument;
+    if (const Attributes* object = value.asObject<Attributes>())
+    {
+        tresult result = writer.onStartObject();
+        for (auto member = object->begin(); result == kResultOk && member != object->end(); ++member)
+        {
+            result = writer.onKey(member->name.c_str(), member->name.view().size());
+            if (result == kResultOk)
+                result = writeValue(writer, member->value, depth + 1);
+        }
+        return result == kResultOk ? writer.onEndObject() : result;
+    }
+    if (const AttributeArray* array = value.asObject<AttributeArray>())
+    {
+        tresult result = writer.onStartArray();
+        for (auto element = array->begin(); result == kResultOk && element != array->end(); ++element)
+            result = writeValue(writer, *element, depth + 1);
+        return result == kResultOk ? writer.onEndArray() : result;
+    }
+    return kInvalidArgument;
+}
+
+} // namespace
+
+tresult Json::parse(const void* data, uint64 length, Variant& result)
+{
+    auto builder = makeRef<TreeBuilder>();
+    const tresult parsed = JsonParse(data, length, builder);
+    if (parsed == kResultOk)
+        result = std::move(builder->root());
+    return parsed;
+}
+
+tresult Json::write(const Variant& value, IStream& out)
+{
+    Ref<IJsonWriter> writer = Ref<IJsonWriter>::adopt(CreateJsonWriter(&out));
+    if (!writer)
+        return kUnexpected;
+    const tresult written = writeValue(*writer, value, 0);
+    const tresult finished = writer->finish();
+    return written != kResultOk ? written : finished;
+}
 
 bool Json::load(Attributes& result, IStream& stream)
 {
@@ -30,7 +236,7 @@ bool Json::load(Attributes& result, std::string_view bytes)
 {
     result.clear();
     Variant root;
-    if (JsonParse(bytes.data(), bytes.size(), &root) != kResultOk)
+    if (parse(bytes.data(), bytes.size(), root) != kResultOk)
         return false;
     Attributes* parsed = root.asObject<Attributes>();
     if (!parsed)
@@ -42,7 +248,7 @@ bool Json::load(Attributes& result, std::string_view bytes)
 bool Json::save(IStream& stream, const Attributes& attributes)
 {
     Variant value(const_cast<Attributes*>(&attributes));
-    return JsonStringify(&value, &stream) == kResultOk;
+    return write(value, stream) == kResultOk;
 }
 
 std::string Json::toText(const Attributes& attributes)

@@ -1,7 +1,6 @@
 #include "platform/kvxtext/JsonReader.h"
 
-#include "framework/data/AttributeArray.h"
-#include "framework/data/Attributes.h"
+#include "framework/services/IJsonHandler.h"
 
 #include <rapidjson/memorystream.h>
 #include <rapidjson/reader.h>
@@ -12,7 +11,6 @@
 #include <limits>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <vector>
 
 namespace KVX::Text {
@@ -65,9 +63,17 @@ int64 leadingExponent(std::string_view text)
     return leading + (negative ? -exponent : exponent);
 }
 
-/// Converts one number, as the tokenizer accepted it, into an integer when it is integral and
-/// fits, or else into the nearest double. False when it is beyond the range of a double.
-bool convertNumber(std::string_view text, Variant& value)
+/// One number as the tokenizer accepted it: an integer when it is integral and fits, or else the
+/// nearest double.
+struct Number
+{
+    bool isInteger = false;
+    int64 integer = 0;
+    double real = 0.0;
+};
+
+/// Converts one number. False when it is beyond the range of a double.
+bool convertNumber(std::string_view text, Number& value)
 {
     const char* begin = text.data();
     const char* end = begin + text.size();
@@ -77,7 +83,8 @@ bool convertNumber(std::string_view text, Variant& value)
         auto [stop, error] = std::from_chars(begin, end, integer);
         if (error == std::errc() && stop == end)
         {
-            value = Variant(integer);
+            value.isInteger = true;
+            value.integer = integer;
             return true;
         }
         if (error != std::errc::result_out_of_range)
@@ -96,7 +103,7 @@ bool convertNumber(std::string_view text, Variant& value)
     }
     else if (error != std::errc())
         return false;
-    value = Variant(number);
+    value.real = number;
     return true;
 }
 
@@ -117,159 +124,93 @@ bool containsSurrogate(const char* text, size_t length)
     return false;
 }
 
-/// Leaves one member per name: at the position where the name first appears, with the value it
-/// was given last.
-void collapseRepeatedNames(Attributes& object)
-{
-    const size_t count = object.count();
-    if (count < 2)
-        return;
-
-    // Small objects are checked pair by pair, which costs no allocation.
-    constexpr size_t kPairwiseLimit = 16;
-    if (count <= kPairwiseLimit)
-    {
-        bool repeated = false;
-        for (size_t i = 1; i < count && !repeated; ++i)
-            for (size_t j = 0; j < i && !repeated; ++j)
-                repeated = object.at(i).name == object.at(j).name;
-        if (!repeated)
-            return;
-    }
-
-    std::unordered_map<std::string_view, size_t> lastIndex;
-    lastIndex.reserve(count);
-    bool repeated = false;
-    for (size_t i = 0; i < count; ++i)
-    {
-        auto [entry, inserted] = lastIndex.try_emplace(object.at(i).name.view(), i);
-        if (!inserted)
-        {
-            entry->second = i;
-            repeated = true;
-        }
-    }
-    if (!repeated)
-        return;
-
-    constexpr size_t kTaken = std::numeric_limits<size_t>::max();
-    Attributes collapsed;
-    for (size_t i = 0; i < count; ++i)
-    {
-        auto entry = lastIndex.find(object.at(i).name.view());
-        if (entry->second == kTaken)
-            continue;
-        collapsed.add(object.at(i).name, object.at(entry->second).value);
-        entry->second = kTaken;
-    }
-    object.clear();
-    object.addAll(collapsed);
-}
-
-/// Receives the reader's events and builds the value tree. Every container is attached to its
-/// parent as soon as it opens, so the root owns the whole partial tree at any moment and a
-/// failed parse frees it by dropping the root.
-class TreeBuilder
+/// Receives the tokenizer's events and hands them on to the receiver, checking what the
+/// tokenizer leaves unchecked (surrogates, nesting depth). The first refusal is kept: a result
+/// of the receiver is returned as it is, one of the checks as invalid input.
+class Forwarder
 {
 public:
+    explicit Forwarder(IJsonHandler& handler) : handler_(handler) {}
+
     // The reader hands numbers over as text (see JsonReader::parse), but it compiles against the
     // whole handler interface.
-    bool Null() { return put(Variant()); }
-    bool Bool(bool value) { return put(Variant(value)); }
-    bool Int(int value) { return put(Variant(value)); }
-    bool Uint(unsigned value) { return put(Variant(static_cast<int64>(value))); }
-    bool Int64(int64_t value) { return put(Variant(static_cast<int64>(value))); }
+    bool Null() { return take(handler_.onNull()); }
+    bool Bool(bool value) { return take(handler_.onInteger(value ? 1 : 0)); }
+    bool Int(int value) { return take(handler_.onInteger(value)); }
+    bool Uint(unsigned value) { return take(handler_.onInteger(static_cast<int64>(value))); }
+    bool Int64(int64_t value) { return take(handler_.onInteger(static_cast<int64>(value))); }
     bool Uint64(uint64_t value)
     {
         if (value > static_cast<uint64_t>(std::numeric_limits<int64>::max()))
-            return put(Variant(static_cast<double>(value)));
-        return put(Variant(static_cast<int64>(value)));
+            return take(handler_.onDouble(static_cast<double>(value)));
+        return take(handler_.onInteger(static_cast<int64>(value)));
     }
-    bool Double(double value) { return put(Variant(value)); }
+    bool Double(double value) { return take(handler_.onDouble(value)); }
 
     bool RawNumber(const char* text, rapidjson::SizeType length, bool)
     {
-        Variant number;
-        return convertNumber(std::string_view(text, length), number) && put(number);
+        Number number;
+        if (!convertNumber(std::string_view(text, length), number))
+            return take(kInvalidArgument);
+        return take(number.isInteger ? handler_.onInteger(number.integer) : handler_.onDouble(number.real));
     }
 
     bool String(const char* text, rapidjson::SizeType length, bool)
     {
         if (containsSurrogate(text, length))
-            return false;
-        return put(Variant(KVX::String(std::string_view(text, length))));
+            return take(kInvalidArgument);
+        return take(handler_.onString(text, length));
     }
 
     bool Key(const char* text, rapidjson::SizeType length, bool)
     {
         if (containsSurrogate(text, length))
-            return false;
-        key_.assign(text, length);
-        return true;
+            return take(kInvalidArgument);
+        return take(handler_.onKey(text, length));
     }
 
     bool StartObject()
     {
-        if (open_.size() >= JsonReader::kMaxDepth)
-            return false;
-        auto object = makeRef<Attributes>();
-        put(Variant(object));
-        open_.push_back({object.get(), nullptr});
-        return true;
+        if (++depth_ > JsonReader::kMaxDepth)
+            return take(kInvalidArgument);
+        return take(handler_.onStartObject());
     }
-
     bool EndObject(rapidjson::SizeType)
     {
-        collapseRepeatedNames(*open_.back().object);
-        open_.pop_back();
-        return true;
+        --depth_;
+        return take(handler_.onEndObject());
     }
-
     bool StartArray()
     {
-        if (open_.size() >= JsonReader::kMaxDepth)
-            return false;
-        auto array = makeRef<AttributeArray>();
-        put(Variant(array));
-        open_.push_back({nullptr, array.get()});
-        return true;
+        if (++depth_ > JsonReader::kMaxDepth)
+            return take(kInvalidArgument);
+        return take(handler_.onStartArray());
     }
-
     bool EndArray(rapidjson::SizeType)
     {
-        open_.pop_back();
-        return true;
+        --depth_;
+        return take(handler_.onEndArray());
     }
 
-    Variant& root() { return root_; }
+    /// What stopped the parse, kResultOk when nothing did.
+    tresult refusal() const { return refusal_; }
 
 private:
-    /// An open container; the tree under root_ holds the reference.
-    struct Open
+    bool take(tresult result)
     {
-        Attributes* object;
-        AttributeArray* array;
-    };
-
-    bool put(const Variant& value)
-    {
-        if (open_.empty())
-            root_ = value;
-        else if (open_.back().array)
-            open_.back().array->append(value);
-        else
-            open_.back().object->add(key_, value);
-        return true;
+        if (result != kResultOk && refusal_ == kResultOk)
+            refusal_ = result;
+        return result == kResultOk;
     }
 
-    Variant root_;
-    std::vector<Open> open_;
-    std::string key_;
+    IJsonHandler& handler_;
+    int depth_ = 0;
+    tresult refusal_ = kResultOk;
 };
 
 } // namespace
 
-tresult JsonReader::parse(const void* data, uint64 length, Variant& result)
+tresult JsonReader::parse(const void* data, uint64 length, IJsonHandler& handler)
 {
     if ((!data && length > 0) || length > kMaxLength)
         return kInvalidArgument;
@@ -281,10 +222,10 @@ tresult JsonReader::parse(const void* data, uint64 length, Variant& result)
     constexpr unsigned kFlags = rapidjson::kParseIterativeFlag | rapidjson::kParseValidateEncodingFlag |
                                 rapidjson::kParseNumbersAsStringsFlag | rapidjson::kParseStopWhenDoneFlag;
     rapidjson::MemoryStream stream(bytes, static_cast<size_t>(length));
-    TreeBuilder builder;
+    Forwarder forwarder(handler);
     rapidjson::Reader reader;
-    if (reader.Parse<kFlags>(stream, builder).IsError())
-        return kInvalidArgument;
+    if (reader.Parse<kFlags>(stream, forwarder).IsError())
+        return forwarder.refusal() != kResultOk ? forwarder.refusal() : kInvalidArgument;
 
     // The reader stops after the root value, and it would also take a NUL byte for the end of
     // the input; so what follows the root is checked here, up to the exact length.
@@ -292,7 +233,6 @@ tresult JsonReader::parse(const void* data, uint64 length, Variant& result)
         if (!isJsonSpace(bytes[i]))
             return kInvalidArgument;
 
-    result = std::move(builder.root());
     return kResultOk;
 }
 

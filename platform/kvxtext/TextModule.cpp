@@ -1,5 +1,4 @@
 #include "framework/core/Ref.h"
-#include "framework/data/Variant.h"
 #include "framework/services/TextServices.h"
 #include "platform/kvxtext/HexTransformer.h"
 #include "platform/kvxtext/JsonReader.h"
@@ -7,16 +6,16 @@
 
 using namespace KVX;
 
-// No exception may leave the module: running out of memory while building a tree or a text is
-// reported as an unexpected failure.
+// No exception may leave the module: running out of memory while reading or writing is reported
+// as an unexpected failure.
 
-tresult JsonParse(const void* data, uint64 length, Variant* result)
+tresult JsonParse(const void* data, uint64 length, IJsonHandler* handler)
 {
-    if (!result)
+    if (!handler)
         return kInvalidArgument;
     try
     {
-        return Text::JsonReader::parse(data, length, *result);
+        return Text::JsonReader::parse(data, length, *handler);
     }
     catch (...)
     {
@@ -24,17 +23,17 @@ tresult JsonParse(const void* data, uint64 length, Variant* result)
     }
 }
 
-tresult JsonStringify(const Variant* value, IStream* out)
+IJsonWriter* CreateJsonWriter(IStream* out)
 {
-    if (!value || !out)
-        return kInvalidArgument;
+    if (!out)
+        return nullptr;
     try
     {
-        return Text::JsonWriter::write(*value, *out);
+        return makeRef<Text::JsonWriter>(*out).detach();
     }
     catch (...)
     {
-        return kUnexpected;
+        return nullptr;
     }
 }
 

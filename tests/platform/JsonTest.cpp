@@ -2,6 +2,7 @@
 #include "framework/data/AttributeArray.h"
 #include "framework/data/Attributes.h"
 #include "framework/data/Json.h"
+#include "framework/services/IJsonHandler.h"
 #include "framework/services/TextServices.h"
 #include "framework/stream/MemoryStream.h"
 #include "platform/kvxtext/JsonReader.h"
@@ -11,6 +12,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <functional>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -30,7 +32,7 @@ constexpr int kMaxDepth = Text::JsonReader::kMaxDepth;
 
 tresult parse(std::string_view bytes, Variant& result)
 {
-    return JsonParse(bytes.data(), bytes.size(), &result);
+    return Json::parse(bytes.data(), bytes.size(), result);
 }
 
 Variant parsed(std::string_view bytes)
@@ -43,14 +45,14 @@ Variant parsed(std::string_view bytes)
 std::string stringify(const Variant& value)
 {
     auto out = makeRef<MemoryStream>();
-    EXPECT_EQ(JsonStringify(&value, out), kResultOk);
+    EXPECT_EQ(Json::write(value, *out), kResultOk);
     return std::string(out->view());
 }
 
 tresult stringifyResult(const Variant& value)
 {
     auto out = makeRef<MemoryStream>();
-    return JsonStringify(&value, out);
+    return Json::write(value, *out);
 }
 
 bool sameBits(double a, double b)
@@ -458,7 +460,7 @@ TEST(JsonParse, InvalidDocumentsFailWholeAndLeaveTheResultUntouched)
     for (size_t length = 0; length < complete.size(); ++length)
     {
         Variant result(sentinel);
-        EXPECT_EQ(JsonParse(complete.data(), length, &result), kInvalidArgument) << complete.substr(0, length);
+        EXPECT_EQ(Json::parse(complete.data(), length, result), kInvalidArgument) << complete.substr(0, length);
         EXPECT_EQ(result.asObject<Attributes>(), sentinel.get());
     }
     EXPECT_EQ(sentinel->count(), 1u);
@@ -466,8 +468,8 @@ TEST(JsonParse, InvalidDocumentsFailWholeAndLeaveTheResultUntouched)
     // Missing pointers.
     Variant result(42);
     EXPECT_EQ(JsonParse("[1]", 3, nullptr), kInvalidArgument);
-    EXPECT_EQ(JsonParse(nullptr, 3, &result), kInvalidArgument);
-    EXPECT_EQ(JsonParse(nullptr, 0, &result), kInvalidArgument);
+    EXPECT_EQ(Json::parse(nullptr, 3, result), kInvalidArgument);
+    EXPECT_EQ(Json::parse(nullptr, 0, result), kInvalidArgument);
     EXPECT_EQ(result, Variant(42));
 }
 
@@ -476,12 +478,12 @@ TEST(JsonParse, ReadsExactlyTheGivenLength)
     // The bytes after `length` are not part of the document.
     const char buffer[] = "[1][2]";
     Variant result;
-    ASSERT_EQ(JsonParse(buffer, 3, &result), kResultOk);
+    ASSERT_EQ(Json::parse(buffer, 3, result), kResultOk);
     ASSERT_NE(result.asObject<AttributeArray>(), nullptr);
     EXPECT_EQ(result.asObject<AttributeArray>()->count(), 1u);
-    EXPECT_EQ(JsonParse(buffer, 4, &result), kInvalidArgument);
+    EXPECT_EQ(Json::parse(buffer, 4, result), kInvalidArgument);
     const char number[] = "12345";
-    ASSERT_EQ(JsonParse(number, 2, &result), kResultOk);
+    ASSERT_EQ(Json::parse(number, 2, result), kResultOk);
     EXPECT_EQ(result, Variant(12));
 
     // JSON white space may follow the root value, up to the end.
@@ -490,10 +492,10 @@ TEST(JsonParse, ReadsExactlyTheGivenLength)
     // The length limit is checked before anything is read.
     std::string large(Text::JsonReader::kMaxLength + 1, ' ');
     large[0] = '0';
-    ASSERT_EQ(JsonParse(large.data(), Text::JsonReader::kMaxLength, &result), kResultOk);
+    ASSERT_EQ(Json::parse(large.data(), Text::JsonReader::kMaxLength, result), kResultOk);
     EXPECT_EQ(result, Variant(0));
     result = Variant(42);
-    EXPECT_EQ(JsonParse(large.data(), large.size(), &result), kInvalidArgument);
+    EXPECT_EQ(Json::parse(large.data(), large.size(), result), kInvalidArgument);
     EXPECT_EQ(result, Variant(42));
 }
 
@@ -559,8 +561,7 @@ TEST(JsonStringify, WritesCompactTextOrRefusesWhatJsonCannotHold)
 
     // Missing pointers.
     Variant value(1);
-    EXPECT_EQ(JsonStringify(nullptr, stream), kInvalidArgument);
-    EXPECT_EQ(JsonStringify(&value, nullptr), kInvalidArgument);
+    EXPECT_EQ(CreateJsonWriter(nullptr), nullptr);
 
     // Nesting deeper than a document may hold, and a list that contains itself.
     Variant tooDeep = parsed(nestedArrays(kMaxDepth));
@@ -582,14 +583,14 @@ TEST(JsonStringify, ReportsAStreamThatRefusesTheText)
     const std::string full = stringify(value);
 
     auto refusing = makeRef<BoundedStream>(0);
-    EXPECT_EQ(JsonStringify(&value, refusing), kUnexpected);
+    EXPECT_EQ(Json::write(value, *refusing), kUnexpected);
 
     auto partial = makeRef<BoundedStream>(full.size() - 1);
-    EXPECT_EQ(JsonStringify(&value, partial), kUnexpected);
+    EXPECT_EQ(Json::write(value, *partial), kUnexpected);
     EXPECT_TRUE(full.starts_with(partial->text));
 
     auto enough = makeRef<BoundedStream>(full.size());
-    EXPECT_EQ(JsonStringify(&value, enough), kResultOk);
+    EXPECT_EQ(Json::write(value, *enough), kResultOk);
     EXPECT_EQ(enough->text, full);
 }
 
@@ -615,4 +616,98 @@ TEST(Json, LoadAcceptsOnlyAnObjectAndLeavesTheListEmptyOtherwise)
     stream->seek(0, IStream::kSeekSet);
     EXPECT_FALSE(Json::load(attributes, *stream));
     EXPECT_TRUE(attributes.isEmpty());
+}
+
+namespace {
+
+/// Takes values until it has seen `limit` of them, then refuses with kUnexpected.
+class CountingHandler : public Object, public IJsonHandler
+{
+public:
+    explicit CountingHandler(int limit) : limit_(limit) {}
+    tresult onNull() override { return take("null"); }
+    tresult onInteger(int64 value) override { return take(std::to_string(value)); }
+    tresult onDouble(double) override { return take("double"); }
+    tresult onString(const char* text, uint64 length) override { return take(std::string(text, length)); }
+    tresult onStartObject() override { return take("{"); }
+    tresult onKey(const char* text, uint64 length) override { return take(std::string(text, length) + ":"); }
+    tresult onEndObject() override { return take("}"); }
+    tresult onStartArray() override { return take("["); }
+    tresult onEndArray() override { return take("]"); }
+    KVX_FORWARD_UNKNOWN(Object)
+
+    std::vector<std::string> seen;
+
+private:
+    tresult take(std::string what)
+    {
+        if (static_cast<int>(seen.size()) >= limit_)
+            return kUnexpected;
+        seen.push_back(std::move(what));
+        return kResultOk;
+    }
+    int limit_;
+};
+
+tresult CountingHandler::queryInterface(const UID& iid, void** object)
+{
+    KVX_QUERY_INTERFACE(iid, object, IJsonHandler)
+    return Object::queryInterface(iid, object);
+}
+
+} // namespace
+
+TEST(JsonParse, HandsValuesOverInOrderAndStopsWhenTheReceiverRefuses)
+{
+    const std::string_view text = R"({"a":[1,2.5,"x",null,true],"b":{}})";
+    auto all = makeRef<CountingHandler>(1000);
+    ASSERT_EQ(JsonParse(text.data(), text.size(), all), kResultOk);
+    EXPECT_EQ(all->seen, (std::vector<std::string>{"{", "a:", "[", "1", "double", "x", "null", "1", "]", "b:", "{", "}", "}"}));
+
+    auto stopping = makeRef<CountingHandler>(4);
+    EXPECT_EQ(JsonParse(text.data(), text.size(), stopping), kUnexpected); // the receiver's own result
+    EXPECT_EQ(stopping->seen.size(), 4u);
+
+    // Invalid input after some values were handed over is still invalid as a whole.
+    auto truncated = makeRef<CountingHandler>(1000);
+    EXPECT_EQ(JsonParse(text.data(), text.size() - 1, truncated), kInvalidArgument);
+    EXPECT_FALSE(truncated->seen.empty());
+}
+
+TEST(JsonWriter, RefusesCallsThatDoNotFormOneDocument)
+{
+    auto write = [](const std::function<void(IJsonWriter&)>& calls) {
+        auto out = makeRef<MemoryStream>();
+        Ref<IJsonWriter> writer = Ref<IJsonWriter>::adopt(CreateJsonWriter(out));
+        calls(*writer);
+        return std::make_pair(writer->finish(), std::string(out->view()));
+    };
+    auto [ok, text] = write([](IJsonWriter& w) {
+        w.onStartObject();
+        w.onKey("n", 1);
+        w.onInteger(3);
+        w.onKey("list", 4);
+        w.onStartArray();
+        w.onDouble(0.5);
+        w.onString("\xC3\xA9", 2);
+        w.onEndArray();
+        w.onEndObject();
+    });
+    EXPECT_EQ(ok, kResultOk);
+    EXPECT_EQ(text, "{\"n\":3,\"list\":[0.5,\"\xC3\xA9\"]}");
+
+    EXPECT_EQ(write([](IJsonWriter& w) { w.onStartObject(); w.onInteger(1); }).first, kInvalidArgument); // no key
+    EXPECT_EQ(write([](IJsonWriter& w) { w.onStartArray(); w.onKey("k", 1); }).first, kInvalidArgument); // key in array
+    EXPECT_EQ(write([](IJsonWriter& w) { w.onStartArray(); }).first, kInvalidArgument);                  // unfinished
+    EXPECT_EQ(write([](IJsonWriter& w) { w.onInteger(1); w.onInteger(2); }).first, kInvalidArgument);     // two roots
+    EXPECT_EQ(write([](IJsonWriter&) {}).first, kInvalidArgument);                                         // nothing
+    EXPECT_EQ(write([](IJsonWriter& w) { w.onStartArray(); w.onEndObject(); }).first, kInvalidArgument);  // mismatched
+    auto [refused, partial] = write([](IJsonWriter& w) {
+        w.onStartArray();
+        w.onDouble(std::numeric_limits<double>::infinity());
+        w.onInteger(1); // ignored after the refusal
+        w.onEndArray();
+    });
+    EXPECT_EQ(refused, kInvalidArgument);
+    EXPECT_EQ(partial.find('1'), std::string::npos);
 }
