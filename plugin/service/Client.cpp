@@ -22,10 +22,19 @@ bool Client::authorize(const String& userName, const String& password)
     parameters.set("timestamp", String(timestamp.view()));
     parameters.set("password", String(makePasswordDigest(password, timestamp).view()));
     parameters.set("signature", String(makeSignature().view()));
-    setState(Authorizing);
     Url url = configuration_.serverUrl;
     url.appendPath("users/auth/token");
-    return sendAttributes(callback(&Client::onAuthorizationReply), "POST", url, parameters);
+    // The state says Authorizing before the request leaves, so observers see it while the call
+    // runs; a request that could not even be sent changes nothing, or no later sign-in could
+    // ever start.
+    const AuthorizationState before = state_;
+    setState(Authorizing);
+    if (!sendAttributes(callback(&Client::onAuthorizationReply), "POST", url, parameters))
+    {
+        setState(before);
+        return false;
+    }
+    return true;
 }
 
 void Client::onAuthorizationReply(Web::IXMLHttpRequest& request, IMessage& message)

@@ -28,14 +28,27 @@ CString hexDigest(uint32 algorithm, std::string_view bytes)
 
 } // namespace
 
+namespace {
+
+/// Parses a provider's address into `url`; true only for an http or https address with a host,
+/// the only kind a request or a browser can be sent to.
+bool parseAddress(const String& text, Url& url)
+{
+    url = Url();
+    if (!url.setFromDisplayString(text.toUtf8()))
+        return false;
+    return (url.protocol() == "http" || url.protocol() == "https") && !url.host().isEmpty();
+}
+
+} // namespace
+
 bool ClientConfiguration::fill(const Attributes& provider)
 {
-    serverUrl = Url::fromDisplayString(provider.getString("ServerURL").toUtf8());
-    loginUrl = Url::fromDisplayString(provider.getString("LoginURL").toUtf8());
+    const bool serverUsable = parseAddress(provider.getString("ServerURL"), serverUrl);
+    const bool loginUsable = parseAddress(provider.getString("LoginURL"), loginUrl);
     partnerId = provider.getString("PartnerID").toCString();
     partnerKey = provider.getString("PartnerKey").toCString();
-    return !provider.getString("ServerURL").isEmpty() && !provider.getString("LoginURL").isEmpty() &&
-           !partnerId.isEmpty() && !partnerKey.isEmpty();
+    return serverUsable && loginUsable && !partnerId.isEmpty() && !partnerKey.isEmpty();
 }
 
 void ClientConfiguration::addAuthParameters(Attributes& parameters) const

@@ -29,7 +29,8 @@ public:
     KVX::CString tokenTimestamp; ///< "timestamp" of the sign-in reply, echoed back unchanged
 
     /// Stores "ServerURL", "LoginURL", "PartnerID" and "PartnerKey" from the host's provider
-    /// (an absent key stores an empty value). True only when all four are non-empty.
+    /// (an absent key stores an empty value). True only when all four are non-empty and both
+    /// addresses are usable (http or https with a host); what was given is stored all the same.
     bool fill(const KVX::Attributes& provider);
     /// Whether the provider's values have been fetched: the partner id is known.
     bool isConfigured() const { return !partnerId.isEmpty(); }

@@ -20,22 +20,45 @@ void scanDate(const Attributes& data, std::string_view key, ActivityInfoModel::D
         date = {year, month, day};
 }
 
+/// An integer figure: a number as the service sent it, a double truncated toward zero (1234.7
+/// gives 1234); a text is read as a decimal integer (0 when it is none).
+int64 readInteger(const Attributes& data, std::string_view key)
+{
+    const Variant* value = data.find(key);
+    if (!value)
+        return 0;
+    if (value->isNumeric())
+        return value->asInt();
+    return NumberFormat::toInt64(value->toString().toUtf8());
+}
+
+/// A figure with a fraction: a number as it stands, a text read as a decimal number.
+double readReal(const Attributes& data, std::string_view key)
+{
+    const Variant* value = data.find(key);
+    if (!value)
+        return 0.0;
+    if (value->isNumeric())
+        return value->asDouble();
+    return NumberFormat::toDouble(value->toString().toUtf8());
+}
+
 } // namespace
 
 void ActivityInfoModel::load(const Attributes& data)
 {
-    int64 account = NumberFormat::toInt64(data.getString("account_id").toUtf8());
+    int64 account = readInteger(data, "account_id");
     if (account == 0)
         return;
     accountId = account;
     name = data.getString("name");
-    totalFans = NumberFormat::toInt64(data.getString("total_fans").toUtf8());
-    totalSales = NumberFormat::toDouble(data.getString("total_sales").toUtf8());
+    totalFans = readInteger(data, "total_fans");
+    totalSales = readReal(data, "total_sales");
     currency = data.getString("currency");
     scanDate(data, "start_date", startDate);
     scanDate(data, "end_date", endDate);
-    activePromotions = NumberFormat::toInt64(data.getString("active_promos").toUtf8());
-    totalProducts = NumberFormat::toInt64(data.getString("total_Products").toUtf8());
+    activePromotions = readInteger(data, "active_promos");
+    totalProducts = readInteger(data, "total_Products");
     userMessage = data.getString("user_message");
     actionLink = Url();
     actionLink.setFromDisplayString(data.getString("action_link").toUtf8());

@@ -108,3 +108,34 @@ TEST(ActivityInfo, CreateAccountBringsTheGadgetForwardThroughItsParent)
     orphan->initialize(nullptr);
     orphan->findParameter("onCreateAccount")->setValue(1, true); // no manager: nothing happens
 }
+
+TEST(ActivityInfo, IntegerFiguresTruncateNumbersTheServiceSendsWithAFraction)
+{
+    auto data = makeRef<Attributes>();
+    data->set("account_id", 8.9);
+    data->set("total_fans", 1234.7);
+    data->set("active_promos", 3.99);
+    data->set("total_Products", -2.5);
+    data->set("total_sales", 57);
+    ActivityInfoModel model;
+    model.load(*data);
+    EXPECT_EQ(model.accountId, 8);
+    EXPECT_EQ(model.totalFans, 1234);
+    EXPECT_EQ(model.activePromotions, 3);
+    EXPECT_EQ(model.totalProducts, -2);
+    EXPECT_DOUBLE_EQ(model.totalSales, 57.0);
+
+    // Texts still read as decimal numbers, and what is no number reads as 0.
+    data->set("account_id", String("12"));
+    data->set("total_fans", String("lots"));
+    model.load(*data);
+    EXPECT_EQ(model.accountId, 12);
+    EXPECT_EQ(model.totalFans, 0);
+
+    // An account id below one truncates to 0: the record keeps what it had.
+    data->set("account_id", 0.9);
+    data->set("total_fans", 99);
+    model.load(*data);
+    EXPECT_EQ(model.accountId, 12);
+    EXPECT_EQ(model.totalFans, 0);
+}

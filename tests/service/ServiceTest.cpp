@@ -98,6 +98,24 @@ TEST(ClientConfiguration, FillsFromTheProviderAndReportsMissingKeys)
     EXPECT_EQ(partial.serverUrl.host(), "api.example.test");
     EXPECT_TRUE(partial.partnerKey.isEmpty());
 
+    // Both addresses must be usable: an http or https URL with a host. The values are stored
+    // all the same, as with a missing key.
+    for (auto [server, login] : {std::pair{"not a url", "https://www.example.test/login"},
+                                 std::pair{"https://api.example.test/v1", "www.example.test/login"},
+                                 std::pair{"ftp://api.example.test/v1", "https://www.example.test/login"},
+                                 std::pair{"https:///v1", "https://www.example.test/login"},
+                                 std::pair{"https://api.example.test/v1", "mailto:someone@example.test"}})
+    {
+        Attributes provider;
+        provider.set("ServerURL", String(server));
+        provider.set("LoginURL", String(login));
+        provider.set("PartnerID", String("P3"));
+        provider.set("PartnerKey", String("K3"));
+        ClientConfiguration unusable;
+        EXPECT_FALSE(unusable.fill(provider)) << server << " " << login;
+        EXPECT_EQ(unusable.partnerKey, "K3");
+    }
+
     ClientConfiguration copy = configuration; // a copy shares nothing with its source
     copy.serverUrl.appendPath("titles");
     copy.token = "changed";
@@ -250,4 +268,20 @@ TEST(CredentialUIPrompt, ShowsTheViewOnlyWhenNeededAndReportsTheSaveChoice)
 
     scripted->button = IDialogButtonInterest::kCancel;
     EXPECT_FALSE(scripted->prompt(request));
+}
+
+TEST(Client, ASignInThatCannotBeSentChangesNothing)
+{
+    // Unconfigured, the client has no address to send to: the request cannot even be opened.
+    auto client = makeRef<Client>();
+    EXPECT_FALSE(client->authorize("user", "secret"));
+    EXPECT_EQ(client->getState(), Client::Unauthorized);
+    EXPECT_FALSE(client->isBusy());
+
+    // So a later sign-in, once the client knows where to go, is not refused forever.
+    client->getConfiguration() = configured();
+    client->getConfiguration().serverUrl = Url::fromDisplayString("http://127.0.0.1:1/api/");
+    EXPECT_TRUE(client->authorize("user", "secret"));
+    EXPECT_EQ(client->getState(), Client::Authorizing);
+    client->terminate(); // aborts the call to the closed port
 }
