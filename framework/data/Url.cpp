@@ -59,7 +59,8 @@ std::string Url::decode(std::string_view text)
 
 bool Url::setFromDisplayString(std::string_view text)
 {
-    size_t schemeEnd = text.find("://");
+    const std::string_view original = text;
+    size_t schemeEnd = text.find(':');
     if (schemeEnd == std::string_view::npos || schemeEnd == 0)
         return false;
     std::string_view scheme = text.substr(0, schemeEnd);
@@ -67,17 +68,26 @@ bool Url::setFromDisplayString(std::string_view text)
         if (!((c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '+' || c == '-' ||
               c == '.'))
             return false;
-    std::string_view rest = text.substr(schemeEnd + 3);
+    const bool hasAuthority = text.substr(schemeEnd).starts_with("://");
+    std::string_view rest = text.substr(schemeEnd + (hasAuthority ? 3 : 1));
+    // Without an authority only an opaque part may follow ("mailto:someone@example.org"): a
+    // path that starts with "/" is a mistyped "://" ("http:/example.com"), not a URL.
+    if (!hasAuthority && (rest.empty() || rest.front() == '/'))
+        return false;
+    std::string_view fragment;
     if (size_t hash = rest.find('#'); hash != std::string_view::npos)
+    {
+        fragment = rest.substr(hash + 1);
         rest = rest.substr(0, hash);
+    }
     std::string_view query;
     if (size_t mark = rest.find('?'); mark != std::string_view::npos)
     {
         query = rest.substr(mark + 1);
         rest = rest.substr(0, mark);
     }
-    size_t slash = rest.find('/');
-    std::string_view authority = rest.substr(0, slash);
+    size_t slash = hasAuthority ? rest.find('/') : 0;
+    std::string_view authority = hasAuthority ? rest.substr(0, slash) : std::string_view();
     std::string_view path = slash == std::string_view::npos ? std::string_view() : rest.substr(slash);
 
     std::string_view host = authority;
@@ -138,6 +148,9 @@ bool Url::setFromDisplayString(std::string_view text)
     port_ = port;
     path_ = String::fromUtf8(decode(path));
     parameters_ = std::move(parameters);
+    fragment_ = String::fromUtf8(fragment);
+    hasAuthority_ = hasAuthority;
+    text_.assign(original);
     return true;
 }
 
@@ -145,15 +158,18 @@ Url Url::fromNativePath(const String& path)
 {
     Url url;
     url.protocol_ = "file";
+    url.hasAuthority_ = true;
     url.path_ = path;
     return url;
 }
 
 String Url::toDisplayString() const
 {
+    if (!text_.empty())
+        return String::fromUtf8(text_);
     std::string text;
     if (!protocol_.isEmpty())
-        text.append(protocol_.view()).append("://");
+        text.append(protocol_.view()).append(hasAuthority_ ? "://" : ":");
     text.append(host_.view());
     if (port_ > 0)
         text.append(":").append(NumberFormat::formatInt64(port_).view());
@@ -162,11 +178,14 @@ String Url::toDisplayString() const
     text.append(encode(path_.toUtf8(), kPathKeep).view());
     if (!parameters_.empty())
         text.append("?").append(queryString().view());
+    if (!fragment_.isEmpty())
+        text.append("#").append(fragment_.toUtf8());
     return String::fromUtf8(text);
 }
 
 Url& Url::appendPath(const String& segment)
 {
+    changed();
     if (!path_.isEmpty() && !path_.endsWith("/") && !segment.startsWith("/"))
         path_ += "/";
     path_ += segment;
@@ -196,6 +215,7 @@ String Url::extension() const
 
 void Url::setParameter(const String& name, const String& value)
 {
+    changed();
     for (Parameter& p : parameters_)
         if (p.name == name)
         {

@@ -6,12 +6,14 @@
 
 namespace KVX {
 
-/// A URL in parts: protocol, host, port, path and query parameters.
+/// A URL in parts: protocol, host, port, path, query parameters and fragment.
 ///
-/// The path is kept as text (decoded); the display string encodes it. Query parameters are
-/// (name, text) pairs kept in the order they were added; the display string encodes names and
-/// values by RFC 3986 from UTF-8: unreserved characters stay, everything else, space included,
-/// becomes %XX.
+/// A URL parsed from text keeps that text and formats back to exactly it until one of its parts
+/// is changed: an upload address may be presigned, with a signature over its exact bytes, and a
+/// link from the service is shown as it came. Once a part changes, the URL is formatted from its
+/// parts: the path (kept decoded) encoded, query parameters ((name, text) pairs in the order they
+/// were added) encoded by RFC 3986 from UTF-8 (unreserved characters stay, everything else,
+/// space included, becomes %XX), and the fragment as it was given.
 class Url
 {
 public:
@@ -24,8 +26,9 @@ public:
 
     Url() = default;
 
-    /// Parses "protocol://host[:port]/path?query#fragment" (the fragment is dropped). Returns
-    /// false and leaves the URL unchanged when the text has no protocol or a bad port.
+    /// Parses "protocol://host[:port]/path?query#fragment", or "protocol:path" for a URL without
+    /// an authority ("mailto:someone@example.org"). Returns false and leaves the URL unchanged
+    /// when the text has no protocol or a bad port.
     bool setFromDisplayString(std::string_view text);
     static Url fromDisplayString(std::string_view text)
     {
@@ -45,10 +48,12 @@ public:
     /// 0 when the URL names no port.
     int port() const { return port_; }
     const String& path() const { return path_; }
-    void setProtocol(std::string_view protocol) { protocol_ = CString(protocol); }
-    void setHost(std::string_view host) { host_ = CString(host); }
-    void setPort(int port) { port_ = port; }
-    void setPath(const String& path) { path_ = path; }
+    const String& fragment() const { return fragment_; }
+    void setProtocol(std::string_view protocol) { changed().protocol_ = CString(protocol); }
+    void setHost(std::string_view host) { changed().host_ = CString(host); }
+    void setPort(int port) { changed().port_ = port; }
+    void setPath(const String& path) { changed().path_ = path; }
+    void setFragment(const String& fragment) { changed().fragment_ = fragment; }
 
     /// Appends a path segment, inserting one "/" unless the path is empty, already ends with
     /// "/", or the segment starts with "/". A segment may itself contain "/".
@@ -61,17 +66,18 @@ public:
     String extension() const;
 
     /// Appends a query parameter.
-    void addParameter(const String& name, const String& value) { parameters_.push_back({name, value}); }
+    void addParameter(const String& name, const String& value) { changed().parameters_.push_back({name, value}); }
     /// Replaces the first parameter called `name`, or appends one.
     void setParameter(const String& name, const String& value);
     const String* findParameter(const String& name) const;
     const std::vector<Parameter>& parameters() const { return parameters_; }
-    void clearParameters() { parameters_.clear(); }
+    void clearParameters() { changed().parameters_.clear(); }
     /// The parameters as "name=value&..." with the encoding described above.
     CString queryString() const;
 
     bool isEmpty() const { return protocol_.isEmpty() && host_.isEmpty() && path_.isEmpty() && parameters_.empty(); }
-    bool operator==(const Url&) const = default;
+    /// Two URLs are equal when they read the same.
+    bool operator==(const Url& other) const { return toDisplayString() == other.toDisplayString(); }
 
     /// RFC 3986 percent-encoding of UTF-8 text; `keep` lists characters besides the unreserved
     /// ones that stay as they are.
@@ -80,11 +86,21 @@ public:
     static std::string decode(std::string_view text);
 
 private:
+    /// Forgets the text the URL was parsed from, since a part is about to change.
+    Url& changed()
+    {
+        text_.clear();
+        return *this;
+    }
+
+    std::string text_; // the text it was parsed from, while no part has changed
+    bool hasAuthority_ = true;
     CString protocol_;
     CString host_;
     int port_ = 0;
     String path_;
     std::vector<Parameter> parameters_;
+    String fragment_;
 };
 
 } // namespace KVX

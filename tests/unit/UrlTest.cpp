@@ -144,3 +144,53 @@ TEST(Url, NativePathRoundTripsThroughDisplayString)
     EXPECT_EQ(back.nativePath(), path);
     EXPECT_EQ(back, url);
 }
+
+TEST(Url, ATextParsedFormatsBackToExactlyThatTextUntilAPartChanges)
+{
+    // Addresses as a service hands them over: a presigned upload address whose signature covers
+    // its exact bytes, links with fragments, bare and repeated query names, IPv6 hosts.
+    for (const char* text :
+         {"https://upload.example.test/bucket/key%2Fpart?X-Sig=a+b%3D%3D&X-Expires=300",
+          "https://example.test/a+b/c?q=1+2&flag&flag&empty=",
+          "https://example.test/page#section-2",
+          "http://[::1]:8080/x?y=%2f%2F",
+          "https://example.test:443/?a=%3D&a=%26",
+          "mailto:someone@example.org?subject=Hello%20there",
+          "https://example.test/caf%C3%A9/%7Euser"})
+    {
+        Url url;
+        ASSERT_TRUE(url.setFromDisplayString(text)) << text;
+        EXPECT_EQ(url.toDisplayString(), text);
+        EXPECT_EQ(Url(url).toDisplayString(), text) << "a copy keeps the text";
+    }
+
+    // The parts are still read for what they are.
+    Url upload = Url::fromDisplayString("https://upload.example.test/bucket/key%2Fpart?X-Sig=a+b%3D%3D&flag#top");
+    EXPECT_EQ(upload.host(), "upload.example.test");
+    EXPECT_EQ(upload.path(), "/bucket/key/part");
+    ASSERT_NE(upload.findParameter("X-Sig"), nullptr);
+    EXPECT_EQ(*upload.findParameter("X-Sig"), "a+b==");
+    ASSERT_NE(upload.findParameter("flag"), nullptr);
+    EXPECT_EQ(*upload.findParameter("flag"), "");
+    EXPECT_EQ(upload.fragment(), "top");
+    Url mail = Url::fromDisplayString("mailto:someone@example.org");
+    EXPECT_EQ(mail.protocol(), "mailto");
+    EXPECT_EQ(mail.path(), "someone@example.org");
+    Url ipv6 = Url::fromDisplayString("http://[::1]:8080/x");
+    EXPECT_EQ(ipv6.host(), "[::1]");
+    EXPECT_EQ(ipv6.port(), 8080);
+
+    // Any change formats the URL from its parts again, fragment included.
+    Url changed = Url::fromDisplayString("https://example.test/page?a=1#part");
+    changed.addParameter("b", "x y");
+    EXPECT_EQ(changed.toDisplayString(), "https://example.test/page?a=1&b=x%20y#part");
+    Url moved = Url::fromDisplayString("https://example.test/api/?flag");
+    moved.appendPath("titles");
+    EXPECT_EQ(moved.toDisplayString(), "https://example.test/api/titles?flag=");
+    Url ported = Url::fromDisplayString("http://[::1]/x");
+    ported.setPort(9000);
+    EXPECT_EQ(ported.toDisplayString(), "http://[::1]:9000/x");
+    Url mailChanged = Url::fromDisplayString("mailto:someone@example.org");
+    mailChanged.setParameter("subject", "Hi");
+    EXPECT_EQ(mailChanged.toDisplayString(), "mailto:someone@example.org?subject=Hi");
+}
