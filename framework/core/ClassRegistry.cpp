@@ -2,14 +2,6 @@
 
 namespace KVX {
 
-bool ClassInfo::isKindOf(std::string_view className) const
-{
-    for (const ClassInfo* info = this; info; info = info->parent)
-        if (className == info->name)
-            return true;
-    return false;
-}
-
 ClassRegistry& ClassRegistry::instance()
 {
     static ClassRegistry registry;

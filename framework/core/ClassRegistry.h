@@ -1,20 +1,11 @@
 #pragma once
 
+#include "framework/core/ClassInfo.h"
+
 #include <string_view>
 #include <vector>
 
 namespace KVX {
-
-/// Run-time description of an Object class: its registered name and its base class.
-struct ClassInfo
-{
-    const char* name;
-    const ClassInfo* parent;
-
-    /// True when this class is `className` or derives from it. Names, not addresses, are
-    /// compared, because each module carries its own copy of the framework's class records.
-    bool isKindOf(std::string_view className) const;
-};
 
 /// The classes of this module by name, so that an object can be recognised by class (a dragged
 /// row, an attribute list inside a Variant) and a class can be found by the name a file gives.
@@ -29,12 +20,6 @@ public:
 
 private:
     std::vector<const ClassInfo*> classes_;
-};
-
-/// Registers a class when the module's static objects are constructed (see KVX_DEFINE_CLASS).
-struct ClassRegistration
-{
-    explicit ClassRegistration(const ClassInfo& info) { ClassRegistry::instance().add(info); }
 };
 
 } // namespace KVX

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "framework/core/ClassRegistry.h"
+#include "framework/core/ClassRegistration.h"
 #include "framework/core/Unknown.h"
 
 namespace KVX {

@@ -3,20 +3,11 @@
 #include "framework/core/Object.h"
 #include "framework/plugin/ClassRecord.h"
 #include "framework/plugin/IClassFactory.h"
+#include "framework/plugin/VersionRecord.h"
 
 #include <vector>
 
 namespace KVX {
-
-/// The module's version record.
-struct VersionRecord
-{
-    CString title;
-    CString version;
-    CString vendor;
-    CString legalNotice;
-    CString website;
-};
 
 /// The module's class factory: the version record and the classes in registration order.
 class ClassFactory : public Object, public IClassFactory
