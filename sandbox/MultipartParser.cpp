@@ -1,5 +1,7 @@
 #include "MultipartParser.h"
 
+#include "TextCompare.h"
+
 #include <algorithm>
 #include <cstring>
 
@@ -8,16 +10,6 @@ namespace SorvelSandbox
 
 namespace
 {
-
-char lower(char c)
-{
-    return (c >= 'A' && c <= 'Z') ? static_cast<char>(c - 'A' + 'a') : c;
-}
-
-bool equalsIgnoringCase(std::string_view a, std::string_view b)
-{
-    return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) { return lower(x) == lower(y); });
-}
 
 std::string_view trim(std::string_view text)
 {

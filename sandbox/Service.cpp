@@ -1,5 +1,7 @@
 #include "Service.h"
 
+#include "TextCompare.h"
+
 #include "Digest.h"
 #include "TrackJson.h"
 #include "JsonText.h"
@@ -46,13 +48,6 @@ std::string randomHex(size_t bytes)
         hex.push_back(digits[c & 0x0f]);
     }
     return hex;
-}
-
-bool equalsIgnoringCase(std::string_view a, std::string_view b)
-{
-    return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
-               return std::tolower(static_cast<unsigned char>(x)) == std::tolower(static_cast<unsigned char>(y));
-           });
 }
 
 // A hint for the commonest client mistake with digests: the right digits in the wrong case.

@@ -1,5 +1,7 @@
 #include "UploadForm.h"
 
+#include "TextCompare.h"
+
 #include <rapidjson/encodings.h>
 #include <rapidjson/stream.h>
 
@@ -10,16 +12,6 @@ namespace SorvelSandbox
 
 namespace
 {
-
-char lower(char c)
-{
-    return (c >= 'A' && c <= 'Z') ? static_cast<char>(c - 'A' + 'a') : c;
-}
-
-bool equalsIgnoringCase(std::string_view a, std::string_view b)
-{
-    return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) { return lower(x) == lower(y); });
-}
 
 // An output stream for RapidJSON's UTF-8 check, which copies what it validates.
 struct Discard
