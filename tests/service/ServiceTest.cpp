@@ -7,6 +7,8 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <cstdlib>
+#include <ctime>
 #include <fstream>
 #include <regex>
 
@@ -136,8 +138,32 @@ TEST(ClientConfiguration, SignatureAndPasswordDigestMatchTheSystemTools)
     EXPECT_EQ(digest.str(), toolDigest("sha1sum", password.toUtf8() + "2014-03-07T18:05:09K"));
     EXPECT_NE(configuration.makePasswordDigest(password, "2014-03-07T18:05:10"), digest);
 
+    // The timestamp is the current time in UTC, whatever the local zone: checked against the C
+    // library's own UTC clock reading, taken before and after, in a zone far from UTC.
+    const char* zone = std::getenv("TZ");
+    const std::string savedZone = zone ? zone : "";
+    setenv("TZ", "America/New_York", 1);
+    tzset();
+    auto utcNow = [] {
+        std::time_t now = std::time(nullptr);
+        std::tm fields{};
+        gmtime_r(&now, &fields);
+        char buffer[32];
+        std::strftime(buffer, sizeof buffer, "%Y-%m-%dT%H:%M:%S", &fields);
+        return std::string(buffer);
+    };
+    const std::string before = utcNow();
+    const std::string stamp = ClientConfiguration::makeTimestamp().str();
+    const std::string after = utcNow();
+    if (zone)
+        setenv("TZ", savedZone.c_str(), 1);
+    else
+        unsetenv("TZ");
+    tzset();
     std::regex form(R"(\d{4}-\d{2}-\d{2}T\d{2}:\d{2}:\d{2})");
-    EXPECT_TRUE(std::regex_match(ClientConfiguration::makeTimestamp().str(), form));
+    EXPECT_TRUE(std::regex_match(stamp, form)) << stamp;
+    EXPECT_GE(stamp, before); // the same fixed-width form orders as the times do
+    EXPECT_LE(stamp, after);
 }
 
 TEST(ClientConfiguration, SignedUrlsCarryTheSignInValuesInOrder)
