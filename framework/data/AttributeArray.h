@@ -16,6 +16,8 @@ class AttributeArray : public Object
 public:
     void append(const Variant& value) { values_.push_back(value); }
     void clear() { values_.clear(); }
+    /// Replaces the elements with `values`.
+    void assignValues(std::vector<Variant>&& values) { values_ = std::move(values); }
 
     size_t count() const { return values_.size(); }
     const Variant& at(size_t index) const { return values_[index]; }

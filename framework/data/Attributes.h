@@ -34,6 +34,8 @@ public:
     void clear() { members_.clear(); }
     /// Appends copies of all members of `other` (shallow for objects).
     void addAll(const Attributes& other);
+    /// Replaces the members with `members`, taken as they are (names as given, repeats kept).
+    void assignMembers(std::vector<Member>&& members) { members_ = std::move(members); }
 
     size_t count() const { return members_.size(); }
     bool isEmpty() const { return members_.empty(); }

@@ -5,6 +5,7 @@
 #include "framework/services/TextServices.h"
 #include "framework/stream/MemoryStream.h"
 
+#include <iterator>
 #include <limits>
 #include <string>
 #include <unordered_map>
@@ -16,11 +17,13 @@ namespace {
 
 constexpr int kMaxDepth = 512;
 
+using Members = std::vector<Attributes::Member>;
+
 /// Leaves one member per name: at the position where the name first appears, with the value it
 /// was given last.
-void collapseRepeatedNames(Attributes& object)
+void collapseRepeatedNames(Members& members)
 {
-    const size_t count = object.count();
+    const size_t count = members.size();
     if (count < 2)
         return;
 
@@ -31,7 +34,7 @@ void collapseRepeatedNames(Attributes& object)
         bool repeated = false;
         for (size_t i = 1; i < count && !repeated; ++i)
             for (size_t j = 0; j < i && !repeated; ++j)
-                repeated = object.at(i).name == object.at(j).name;
+                repeated = members[i].name == members[j].name;
         if (!repeated)
             return;
     }
@@ -41,7 +44,7 @@ void collapseRepeatedNames(Attributes& object)
     bool repeated = false;
     for (size_t i = 0; i < count; ++i)
     {
-        auto [entry, inserted] = lastIndex.try_emplace(object.at(i).name.view(), i);
+        auto [entry, inserted] = lastIndex.try_emplace(members[i].name.view(), i);
         if (!inserted)
         {
             entry->second = i;
@@ -52,22 +55,22 @@ void collapseRepeatedNames(Attributes& object)
         return;
 
     constexpr size_t kTaken = std::numeric_limits<size_t>::max();
-    Attributes collapsed;
+    Members collapsed;
     for (size_t i = 0; i < count; ++i)
     {
-        auto entry = lastIndex.find(object.at(i).name.view());
+        auto entry = lastIndex.find(members[i].name.view());
         if (entry->second == kTaken)
             continue;
-        collapsed.add(object.at(i).name, object.at(entry->second).value);
+        collapsed.push_back({members[i].name, members[entry->second].value});
         entry->second = kTaken;
     }
-    object.clear();
-    object.addAll(collapsed);
+    members = std::move(collapsed);
 }
 
-/// Builds the value tree from the text module's values. Every container is attached to its
-/// parent as soon as it opens, so the root owns the whole partial tree at any moment and a
-/// failed parse frees it by dropping the root.
+/// Builds the value tree from the text module's values. The members and elements of the open
+/// containers wait on two stacks, and each container is made when it closes, with exactly the
+/// room it needs: one allocation per container instead of one per doubling. A failed parse
+/// frees what was built with the builder.
 class TreeBuilder : public Object, public IJsonHandler
 {
 public:
@@ -76,71 +79,83 @@ public:
     tresult onDouble(double value) override { return put(Variant(value)); }
     tresult onString(const char* text, uint64 length) override
     {
-        return put(Variant(String::fromUtf8(std::string_view(text, static_cast<size_t>(length)))));
+        // The text module has checked the text: it is not checked a second time.
+        return put(Variant(String::fromValidatedUtf8(std::string_view(text, static_cast<size_t>(length)))));
     }
     tresult onKey(const char* text, uint64 length) override
     {
         key_.assign(text, static_cast<size_t>(length));
         return kResultOk;
     }
-    tresult onStartObject() override
-    {
-        if (open_.size() >= kMaxDepth)
-            return kInvalidArgument;
-        auto object = makeRef<Attributes>();
-        put(Variant(object));
-        open_.push_back({object.get(), nullptr});
-        return kResultOk;
-    }
+    tresult onStartObject() override { return open(true); }
     tresult onEndObject() override
     {
-        if (open_.empty() || !open_.back().object)
+        if (open_.empty() || !open_.back().isObject)
             return kInvalidArgument;
-        collapseRepeatedNames(*open_.back().object);
+        const Open closing = std::move(open_.back());
         open_.pop_back();
-        return kResultOk;
+        Members own(std::make_move_iterator(members_.begin() + static_cast<std::ptrdiff_t>(closing.start)),
+                    std::make_move_iterator(members_.end()));
+        members_.resize(closing.start);
+        collapseRepeatedNames(own);
+        auto object = makeRef<Attributes>();
+        object->assignMembers(std::move(own));
+        key_ = std::move(closing.key);
+        return put(Variant(object));
     }
-    tresult onStartArray() override
-    {
-        if (open_.size() >= kMaxDepth)
-            return kInvalidArgument;
-        auto array = makeRef<AttributeArray>();
-        put(Variant(array));
-        open_.push_back({nullptr, array.get()});
-        return kResultOk;
-    }
+    tresult onStartArray() override { return open(false); }
     tresult onEndArray() override
     {
-        if (open_.empty() || !open_.back().array)
+        if (open_.empty() || open_.back().isObject)
             return kInvalidArgument;
+        const Open closing = std::move(open_.back());
         open_.pop_back();
-        return kResultOk;
+        std::vector<Variant> own(std::make_move_iterator(values_.begin() + static_cast<std::ptrdiff_t>(closing.start)),
+                                 std::make_move_iterator(values_.end()));
+        values_.resize(closing.start);
+        auto array = makeRef<AttributeArray>();
+        array->assignValues(std::move(own));
+        key_ = std::move(closing.key);
+        return put(Variant(array));
     }
     KVX_FORWARD_UNKNOWN(Object)
 
     Variant& root() { return root_; }
 
 private:
-    /// An open container; the tree under root_ holds the reference.
+    /// An open container: where its members or elements start on their stack, and the name it
+    /// will have in the object that holds it.
     struct Open
     {
-        Attributes* object;
-        AttributeArray* array;
+        bool isObject;
+        size_t start;
+        std::string key;
     };
 
-    tresult put(const Variant& value)
+    tresult open(bool isObject)
+    {
+        if (open_.size() >= kMaxDepth)
+            return kInvalidArgument;
+        open_.push_back({isObject, isObject ? members_.size() : values_.size(), std::move(key_)});
+        key_.clear();
+        return kResultOk;
+    }
+
+    tresult put(Variant&& value)
     {
         if (open_.empty())
-            root_ = value;
-        else if (open_.back().array)
-            open_.back().array->append(value);
+            root_ = std::move(value);
+        else if (open_.back().isObject)
+            members_.push_back({CString(std::string_view(key_)), std::move(value)});
         else
-            open_.back().object->add(key_, value);
+            values_.push_back(std::move(value));
         return kResultOk;
     }
 
     Variant root_;
     std::vector<Open> open_;
+    Members members_;
+    std::vector<Variant> values_;
     std::string key_;
 };
 

@@ -62,7 +62,10 @@ void MemoryStream::reserve(size_t needed)
 {
     if (needed <= data_.size())
         return;
-    size_t steps = (needed + growStep_ - 1) / growStep_;
+    // Whole steps, and at least half again the capacity held: a stream that grows by many small
+    // writes copies its bytes a bounded number of times instead of once per step.
+    size_t wanted = std::max(needed, data_.size() + data_.size() / 2);
+    size_t steps = (wanted + growStep_ - 1) / growStep_;
     data_.resize(steps * growStep_);
 }
 

@@ -10,7 +10,8 @@
 namespace KVX {
 
 /// A growable, seekable stream in memory. Its capacity grows in whole steps (1024 bytes unless
-/// told otherwise), so building a small body costs one allocation.
+/// told otherwise), so building a small body costs one allocation, and by at least half of what
+/// it holds, so a large one is copied only a few times as it grows.
 class MemoryStream : public Object, public IStream
 {
     KVX_DECLARE_CLASS(MemoryStream, Object)

@@ -20,6 +20,9 @@ public:
     String(std::string_view utf8) : String(fromUtf8(utf8)) {}
 
     static String fromUtf8(std::string_view bytes);
+    /// Takes bytes that a reader has already checked to be UTF-8 as they are, without checking
+    /// them again. For text that is not known to be valid, fromUtf8.
+    static String fromValidatedUtf8(std::string_view utf8) { return String(Raw{}, std::string(utf8)); }
     /// Each byte is one code point from U+0000 to U+00FF.
     static String fromLatin1(std::string_view bytes);
     static String fromCodePoint(char32_t codePoint);

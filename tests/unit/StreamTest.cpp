@@ -3,6 +3,9 @@
 
 #include <gtest/gtest.h>
 
+#include <set>
+#include <string_view>
+
 #include <string>
 
 using namespace KVX;
@@ -107,4 +110,38 @@ TEST(StreamChain, HoldsItsPiecesUntilItIsReleased)
         EXPECT_EQ(piece->referenceCount(), 2u);
     }
     EXPECT_EQ(piece->referenceCount(), 1u);
+}
+
+TEST(MemoryStream, GrowsInWholeStepsGeometricallyAndKeepsItsContent)
+{
+    auto stream = makeRef<MemoryStream>(1024);
+    std::set<size_t> capacities;
+    for (int i = 0; i < 200000; ++i)
+    {
+        const char byte = static_cast<char>('a' + i % 26);
+        ASSERT_EQ(stream->write(&byte, 1), 1);
+        capacities.insert(stream->capacity());
+        ASSERT_EQ(stream->capacity() % 1024, 0u) << "the step stays the unit";
+    }
+    // Growing by half again each time, 200000 bytes take about a dozen capacities; growing one
+    // step at a time would take almost two hundred.
+    EXPECT_LT(capacities.size(), 20u);
+    EXPECT_EQ(stream->size(), 200000u);
+    EXPECT_EQ(stream->tell(), 200000);
+    for (size_t i = 0; i < stream->size(); i += 7919)
+        ASSERT_EQ(stream->view()[i], static_cast<char>('a' + i % 26)) << i;
+
+    // A write past the end after a seek fills the gap, and positions stay exact.
+    ASSERT_EQ(stream->seek(250000, IStream::kSeekSet), 250000);
+    ASSERT_EQ(stream->write("end", 3), 3);
+    EXPECT_EQ(stream->size(), 250003u);
+    ASSERT_EQ(stream->seek(-3, IStream::kSeekEnd), 250000);
+    char back[3];
+    ASSERT_EQ(stream->read(back, 3), 3);
+    EXPECT_EQ(std::string_view(back, 3), "end");
+
+    // A small body still costs a single step.
+    auto small = makeRef<MemoryStream>(1024);
+    small->write("{\"a\":1}", 7);
+    EXPECT_EQ(small->capacity(), 1024u);
 }
