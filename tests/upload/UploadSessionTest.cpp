@@ -1,0 +1,334 @@
+#include "framework/hostsupport/EventWait.h"
+#include "framework/services/SystemServices.h"
+#include "plugin/service/Client.h"
+#include "plugin/upload/UploadSession.h"
+#include "sandbox/Sandbox.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+using namespace KVX;
+using namespace Sorvel;
+using SorvelSandbox::Endpoint;
+using SorvelSandbox::Fault;
+
+namespace {
+
+/// What the session signalled, as the controller sees it on the user-interface thread.
+class SessionLog : public Object, public IObserver
+{
+public:
+    void notify(ISubject*, IMessage& message) override
+    {
+        const std::string id(idOf(message));
+        if (id == "trackProgressChanged")
+        {
+            progress.push_back(argumentOf(message, 0).asDouble());
+            EXPECT_TRUE(GetRunLoop()->isLoopThread());
+            if (onProgress)
+                onProgress();
+            return;
+        }
+        signals.push_back(id);
+        if (id == "trackFinished")
+            results.push_back(static_cast<int>(argumentOf(message, 1).asInt()));
+    }
+    KVX_FORWARD_UNKNOWN(Object)
+
+    bool finished() const { return !signals.empty() && signals.back() == "sessionFinished"; }
+    int count(const std::string& id) const { return static_cast<int>(std::count(signals.begin(), signals.end(), id)); }
+
+    std::vector<std::string> signals;
+    std::vector<int> results;
+    std::vector<double> progress;
+    std::function<void()> onProgress;
+};
+
+tresult SessionLog::queryInterface(const UID& iid, void** object)
+{
+    KVX_QUERY_INTERFACE(iid, object, IObserver)
+    return Object::queryInterface(iid, object);
+}
+
+class UploadSessionAgainstSandbox : public testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        std::string error;
+        ASSERT_GT(sandbox.start(SorvelSandbox::Sandbox::Options(), error), 0) << error;
+        folder = std::filesystem::temp_directory_path() / ("sorvel-upload-" + std::to_string(::getpid()));
+        std::filesystem::create_directories(folder);
+
+        // Signed in as the controller would be, then the configuration copied into the session.
+        auto client = makeRef<Client>();
+        Attributes provider;
+        provider.set("ServerURL", String(sandbox.baseUrl()));
+        provider.set("LoginURL", String(sandbox.loginUrl()));
+        provider.set("PartnerID", String(sandbox.partnerId()));
+        provider.set("PartnerKey", String(sandbox.partnerKey()));
+        ASSERT_TRUE(client->getConfiguration().fill(provider));
+        const auto login = sandbox.demoLogin();
+        ASSERT_TRUE(client->authorize(String(login.username), String(login.password)));
+        ASSERT_TRUE(EventWait::until([&] { return client->getState() != Client::Authorizing; }, 10000));
+        ASSERT_TRUE(client->isAuthorized());
+        configuration = client->getConfiguration();
+
+        session = makeRef<UploadSession>();
+        session->setConfiguration(configuration);
+        log = makeRef<SessionLog>();
+        session->addObserver(log);
+    }
+    void TearDown() override
+    {
+        session->terminate();
+        session->removeObserver(log);
+        sandbox.stop();
+        std::filesystem::remove_all(folder);
+    }
+
+    Ref<LocalTrack> track(const std::string& name, size_t bytes = 4096)
+    {
+        const auto path = folder / (name + ".wav");
+        std::ofstream(path, std::ios::binary) << std::string(bytes, 'w');
+        auto local = makeRef<LocalTrack>();
+        local->name = String(name);
+        local->url = Url::fromNativePath(String(path.string()));
+        local->incompatible = false;
+        return local;
+    }
+    Ref<Title> newTitle(const std::string& name)
+    {
+        auto title = makeRef<Title>();
+        title->name = String(name);
+        return title;
+    }
+    bool runBatch()
+    {
+        session->start();
+        return EventWait::until([&] { return log->finished(); }, 20000);
+    }
+    std::vector<Endpoint> endpointsSince(size_t first)
+    {
+        std::vector<Endpoint> endpoints;
+        auto entries = sandbox.requestLog().entries();
+        for (size_t i = first; i < entries.size(); ++i)
+            endpoints.push_back(entries[i].endpoint);
+        return endpoints;
+    }
+
+    SorvelSandbox::Sandbox sandbox;
+    std::filesystem::path folder;
+    ClientConfiguration configuration;
+    Ref<UploadSession> session;
+    Ref<SessionLog> log;
+};
+
+} // namespace
+
+TEST_F(UploadSessionAgainstSandbox, ANewProductWithThreeNewTracksIsCreatedAndUploadedInOrder)
+{
+    const size_t before = sandbox.requestLog().entries().size();
+    auto title = newTitle("Night Drive");
+    session->setTitle(title);
+    for (const char* name : {"one", "two", "three"})
+        session->addEntry(makeRef<UploadSession::Entry>(track(name, 200000), String()));
+    ASSERT_TRUE(runBatch());
+
+    EXPECT_TRUE(session->succeeded());
+    EXPECT_EQ(session->getLastStatus(), 200);
+    EXPECT_FALSE(session->isRunning());
+    EXPECT_FALSE(title->id.isEmpty()) << "the product now has the service's identifier";
+    EXPECT_EQ(session->getTitle(), nullptr) << "released at the end of the batch";
+    EXPECT_EQ(session->entryCount(), 0u);
+    EXPECT_EQ(log->signals, (std::vector<std::string>{"sessionStarted", "trackStarted", "trackFinished", "trackStarted",
+                                                      "trackFinished", "trackStarted", "trackFinished",
+                                                      "sessionFinished"}));
+    EXPECT_EQ(log->results, (std::vector<int>{1, 1, 1}));
+
+    std::vector<Endpoint> expected{Endpoint::CreateTitle};
+    for (int i = 0; i < 3; ++i)
+        expected.insert(expected.end(), {Endpoint::CreateTrack, Endpoint::UploadToken, Endpoint::Upload, Endpoint::UploadStatus});
+    EXPECT_EQ(endpointsSince(before), expected);
+    auto entries = sandbox.requestLog().entries();
+    for (size_t i = before; i < entries.size(); ++i)
+        EXPECT_TRUE(entries[i].error.empty()) << entries[i].target << ": " << entries[i].error;
+    EXPECT_EQ(sandbox.storedFiles().size(), 3u);
+    for (const auto& stored : sandbox.storedFiles())
+        EXPECT_EQ(stored.size, 200000u);
+
+    // Progress came only for the file posts, on the user-interface thread, in order per file.
+    ASSERT_FALSE(log->progress.empty());
+    for (double value : log->progress)
+    {
+        EXPECT_GE(value, 0.0);
+        EXPECT_LE(value, 1.0);
+    }
+}
+
+TEST_F(UploadSessionAgainstSandbox, ReplacementsSendOnlyTheTokenTheFileAndTheReport)
+{
+    // A product with tracks on the service, made by a first batch.
+    auto title = newTitle("Reissue");
+    session->setTitle(title);
+    session->addEntry(makeRef<UploadSession::Entry>(track("a"), String()));
+    session->addEntry(makeRef<UploadSession::Entry>(track("b"), String()));
+    ASSERT_TRUE(runBatch());
+    ASSERT_TRUE(session->succeeded());
+    std::vector<std::string> trackIds;
+    for (const auto& request : sandbox.requestLog().entries(Endpoint::UploadToken))
+        trackIds.push_back(request.target.substr(request.target.find("tracks/") + 7,
+                                                 request.target.find("/upload_token") - request.target.find("tracks/") - 7));
+    ASSERT_EQ(trackIds.size(), 2u);
+
+    log->signals.clear();
+    const size_t before = sandbox.requestLog().entries().size();
+    session->setTitle(title); // has its identifier now
+    for (const std::string& id : trackIds)
+        session->addEntry(makeRef<UploadSession::Entry>(track("new-" + id), String(id)));
+    ASSERT_TRUE(runBatch());
+    EXPECT_TRUE(session->succeeded());
+    EXPECT_EQ(endpointsSince(before), (std::vector<Endpoint>{Endpoint::UploadToken, Endpoint::Upload, Endpoint::UploadStatus,
+                                                             Endpoint::UploadToken, Endpoint::Upload,
+                                                             Endpoint::UploadStatus}));
+}
+
+TEST_F(UploadSessionAgainstSandbox, ACreationReplyWithoutAnIdEndsTheBatchBeforeAnyTrack)
+{
+    sandbox.injectFault(Endpoint::CreateTitle, Fault::replacedBody(R"({"status_code":200,"data":{"id":""}})"));
+    session->setTitle(newTitle("Nameless"));
+    session->addEntry(makeRef<UploadSession::Entry>(track("x"), String()));
+    ASSERT_TRUE(runBatch());
+    EXPECT_FALSE(session->succeeded());
+    EXPECT_EQ(log->signals, (std::vector<std::string>{"sessionStarted", "sessionFinished"}));
+    EXPECT_TRUE(sandbox.requestLog().entries(Endpoint::CreateTrack).empty());
+}
+
+TEST_F(UploadSessionAgainstSandbox, ASecondStartWhileRunningChangesNothing)
+{
+    sandbox.injectFault(Endpoint::CreateTitle, Fault::delayed(std::chrono::milliseconds(300)));
+    session->setTitle(newTitle("Once"));
+    session->addEntry(makeRef<UploadSession::Entry>(track("x"), String()));
+    session->start();
+    ASSERT_TRUE(session->isRunning());
+    session->start();
+    ASSERT_TRUE(EventWait::until([&] { return log->finished(); }, 20000));
+    EXPECT_EQ(log->count("sessionStarted"), 1);
+    EXPECT_EQ(log->count("trackStarted"), 1);
+    EXPECT_TRUE(session->succeeded());
+}
+
+TEST_F(UploadSessionAgainstSandbox, TheUploadTargetsAnswerDecidesTheTrack)
+{
+    // 302 and 399 count as success, 400 as failure; after a failure the rest is left alone.
+    for (int status : {302, 399})
+    {
+        log->signals.clear();
+        log->results.clear();
+        sandbox.injectFault(Endpoint::Upload, Fault::httpStatus(status));
+        session->setTitle(newTitle("Status " + std::to_string(status)));
+        session->addEntry(makeRef<UploadSession::Entry>(track("s" + std::to_string(status)), String()));
+        ASSERT_TRUE(runBatch());
+        EXPECT_TRUE(session->succeeded()) << status;
+        EXPECT_EQ(log->results, std::vector<int>{1}) << status;
+    }
+
+    log->signals.clear();
+    log->results.clear();
+    const size_t statusReports = sandbox.requestLog().entries(Endpoint::UploadStatus).size();
+    sandbox.injectFault(Endpoint::Upload, Fault::httpStatus(400));
+    session->setTitle(newTitle("Refused"));
+    session->addEntry(makeRef<UploadSession::Entry>(track("first"), String()));
+    session->addEntry(makeRef<UploadSession::Entry>(track("second"), String()));
+    ASSERT_TRUE(runBatch());
+    EXPECT_FALSE(session->succeeded());
+    EXPECT_EQ(log->results, std::vector<int>{0});
+    EXPECT_EQ(log->count("trackStarted"), 1) << "the second track is not attempted";
+    EXPECT_EQ(sandbox.requestLog().entries(Endpoint::UploadStatus).size(), statusReports) << "no report for a failed post";
+}
+
+TEST_F(UploadSessionAgainstSandbox, AFailingReportKeepsTheTrackButItsStatusIsTheLastOne)
+{
+    sandbox.injectFault(Endpoint::UploadStatus, Fault::statusCode(500));
+    session->setTitle(newTitle("Report"));
+    session->addEntry(makeRef<UploadSession::Entry>(track("r"), String()));
+    ASSERT_TRUE(runBatch());
+    EXPECT_TRUE(session->succeeded());
+    EXPECT_EQ(log->results, std::vector<int>{1});
+    EXPECT_EQ(session->getLastStatus(), 500);
+}
+
+TEST_F(UploadSessionAgainstSandbox, FailuresEndTheStepWithADefinedStatus)
+{
+    // A file that cannot be opened fails its post before the post is sent.
+    auto missing = track("missing");
+    std::filesystem::remove(missing->url.nativePath().toUtf8());
+    session->setTitle(newTitle("Missing"));
+    session->addEntry(makeRef<UploadSession::Entry>(missing, String()));
+    ASSERT_TRUE(runBatch());
+    EXPECT_FALSE(session->succeeded());
+    EXPECT_TRUE(sandbox.requestLog().entries(Endpoint::Upload).empty());
+
+    // An incompatible track fails without any request of its own.
+    log->signals.clear();
+    const size_t before = sandbox.requestLog().entries().size();
+    auto incompatible = track("mono");
+    incompatible->incompatible = true;
+    auto existing = newTitle("Existing");
+    existing->id = "1";
+    session->setTitle(existing);
+    session->addEntry(makeRef<UploadSession::Entry>(incompatible, String()));
+    ASSERT_TRUE(runBatch());
+    EXPECT_FALSE(session->succeeded());
+    EXPECT_EQ(sandbox.requestLog().entries().size(), before);
+
+    // The service answers 403 to the token query: the batch ends with that status.
+    log->signals.clear();
+    sandbox.injectFault(Endpoint::UploadToken, Fault::statusCode(403));
+    session->setTitle(newTitle("Expired"));
+    session->addEntry(makeRef<UploadSession::Entry>(track("e"), String()));
+    ASSERT_TRUE(runBatch());
+    EXPECT_FALSE(session->succeeded());
+    EXPECT_EQ(session->getLastStatus(), 403);
+
+    // Replies of the wrong shape fail the step without a crash: invalid JSON, "data" of the
+    // wrong type, an upload address that is not one, a connection dropped in the file.
+    const std::vector<std::pair<Endpoint, Fault>> faults{
+        {Endpoint::CreateTrack, Fault::invalidBody()},
+        {Endpoint::CreateTrack, Fault::replacedBody(R"({"status_code":200,"data":[1,2]})")},
+        {Endpoint::UploadToken, Fault::replacedBody(R"({"status_code":200,"data":{"url":"not a url","post_data":7}})")},
+        {Endpoint::Upload, Fault::dropConnection()}};
+    for (const auto& [endpoint, fault] : faults)
+    {
+        log->signals.clear();
+        sandbox.clearFaults();
+        // A dropped connection is armed twice: the transport may retry a request once when a
+        // reused connection drops before any reply.
+        sandbox.injectFault(endpoint, fault, 1, fault.kind == Fault::Kind::DropConnection ? 2 : 1);
+        auto local = track("odd", 100000);
+        session->setTitle(newTitle("Odd"));
+        session->addEntry(makeRef<UploadSession::Entry>(local, String()));
+        ASSERT_TRUE(runBatch()) << SorvelSandbox::endpointName(endpoint);
+        EXPECT_FALSE(session->succeeded()) << SorvelSandbox::endpointName(endpoint);
+        EXPECT_EQ(std::filesystem::file_size(local->url.nativePath().toUtf8()), 100000u) << "the local file is untouched";
+    }
+}
+
+TEST_F(UploadSessionAgainstSandbox, CancellingDuringThePostEndsTheBatchCancelled)
+{
+    session->setTitle(newTitle("Cancelled"));
+    session->addEntry(makeRef<UploadSession::Entry>(track("big", 64 << 20), String()));
+    session->addEntry(makeRef<UploadSession::Entry>(track("next"), String()));
+    log->onProgress = [&] { session->cancel(); };
+    ASSERT_TRUE(runBatch());
+    EXPECT_FALSE(session->succeeded());
+    EXPECT_TRUE(session->isCanceled());
+    EXPECT_EQ(log->results, std::vector<int>{0});
+    EXPECT_TRUE(sandbox.storedFiles().empty());
+}
