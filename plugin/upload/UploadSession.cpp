@@ -156,15 +156,7 @@ bool UploadSession::createTitle()
 {
     Attributes parameters;
     title_->writeCreateParams(parameters);
-    Response reply;
-    if (!sendJson("titles", parameters, reply))
-        return false;
-    Attributes* data = reply.getData();
-    String id = data ? data->getString("id") : String();
-    if (id.isEmpty())
-        return false;
-    title_->id = id;
-    return true;
+    return create("titles", parameters, title_->id);
 }
 
 bool UploadSession::createTrack(Entry& entry)
@@ -172,14 +164,19 @@ bool UploadSession::createTrack(Entry& entry)
     Attributes parameters;
     entry.track->writeCreateParams(parameters);
     parameters.set("title_id", title_->id);
+    return create("tracks", parameters, entry.trackId);
+}
+
+bool UploadSession::create(std::string_view path, Attributes& parameters, String& id)
+{
     Response reply;
-    if (!sendJson("tracks", parameters, reply))
+    if (!sendJson(path, parameters, reply))
         return false;
     Attributes* data = reply.getData();
-    String id = data ? data->getString("id") : String();
-    if (id.isEmpty())
+    String created = data ? data->getString("id") : String();
+    if (created.isEmpty())
         return false;
-    entry.trackId = id;
+    id = created;
     return true;
 }
 

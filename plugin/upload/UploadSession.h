@@ -90,6 +90,9 @@ private:
     bool runTrack(Entry& entry);
     bool createTitle();
     bool createTrack(Entry& entry);
+    /// Creates a record on the service and stores the identifier the reply gives; false when
+    /// the request failed or the identifier is empty.
+    bool create(std::string_view path, KVX::Attributes& parameters, KVX::String& id);
     bool requestUploadTarget(const Entry& entry, KVX::Url& uploadUrl, KVX::Attributes& fields);
     bool postFile(const KVX::Url& uploadUrl, const KVX::Attributes& fields, const LocalTrack& track);
     void reportComplete(const Entry& entry);
