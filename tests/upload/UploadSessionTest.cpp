@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 #include <httplib.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -161,6 +162,20 @@ TEST_F(UploadSessionAgainstSandbox, ANewProductWithThreeNewTracksIsCreatedAndUpl
     auto entries = sandbox.requestLog().entries();
     for (size_t i = before; i < entries.size(); ++i)
         EXPECT_TRUE(entries[i].error.empty()) << entries[i].target << ": " << entries[i].error;
+    // The bodies: creation fields first, then the sign-in values (no signature); the report
+    // carries "upload_status" 100.
+    const auto createdTitle = sandbox.requestLog().entries(Endpoint::CreateTitle).back();
+    EXPECT_EQ(createdTitle.memberNames, (std::vector<std::string>{"name", "artist_name", "upc", "token", "timestamp",
+                                                                  "account_id", "partner_id"}));
+    EXPECT_NE(createdTitle.body.find("\"name\":\"Night Drive\""), std::string::npos);
+    const auto createdTrack = sandbox.requestLog().entries(Endpoint::CreateTrack).back();
+    EXPECT_EQ(createdTrack.memberNames.front(), "name");
+    EXPECT_NE(std::find(createdTrack.memberNames.begin(), createdTrack.memberNames.end(), "title_id"),
+              createdTrack.memberNames.end());
+    EXPECT_EQ(std::find(createdTrack.memberNames.begin(), createdTrack.memberNames.end(), "signature"),
+              createdTrack.memberNames.end());
+    const auto report = sandbox.requestLog().entries(Endpoint::UploadStatus).back();
+    EXPECT_NE(report.body.find("\"upload_status\":100"), std::string::npos);
     EXPECT_EQ(sandbox.storedFiles().size(), 3u);
     for (const auto& stored : sandbox.storedFiles())
         EXPECT_EQ(stored.size, 200000u);
@@ -359,6 +374,7 @@ TEST_F(UploadSessionAgainstSandbox, TheFormCarriesTheServicesFieldsAsTextThenThe
             return true;
         });
         response.status = 200;
+        response.set_header("Connection", "close"); // so that stopping waits for no idle connection
     });
     const int port = target.bind_to_any_port("127.0.0.1");
     std::thread serving([&] { target.listen_after_bind(); });
