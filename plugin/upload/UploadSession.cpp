@@ -90,11 +90,10 @@ void UploadSession::terminate()
     if (isRunning())
     {
         cancel();
-        const bool ended = stopThread(kThreadEndWaitMs);
-        GetSignalHandler()->cancelMessages(static_cast<IObserver*>(this));
-        if (ended)
+        if (stopThread(kThreadEndWaitMs))
             release(); // the worker's hold; a thread that did not end keeps it
     }
+    // Signals still on their way would keep the session alive for nobody.
     GetSignalHandler()->cancelMessages(static_cast<IObserver*>(this));
 }
 
