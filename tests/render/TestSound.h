@@ -1,0 +1,63 @@
+#pragma once
+
+#include <sndfile.h>
+
+#include <cmath>
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace RenderTest {
+
+/// A folder of its own under the system's temporary folder, removed with everything in it.
+class TempFolder
+{
+public:
+    TempFolder();
+    ~TempFolder();
+
+    const std::filesystem::path& path() const { return path_; }
+    std::filesystem::path operator/(const std::string& name) const { return path_ / name; }
+    /// The names of the files in the folder, hidden ones included.
+    std::vector<std::string> fileNames() const;
+
+private:
+    std::filesystem::path path_;
+};
+
+/// Writes a sound file of `frames` frames; `sample(frame, channel)` gives each value at full
+/// scale +-1.0. False when libsndfile refuses the format.
+bool writeSound(const std::filesystem::path& path, int format, int sampleRate, int channels, std::int64_t frames,
+                const std::function<double(std::int64_t frame, int channel)>& sample);
+
+/// Writes integer samples left-justified in 32 bits, which libsndfile stores without scaling.
+bool writeIntegers(const std::filesystem::path& path, int format, int sampleRate, int channels,
+                   const std::vector<std::int32_t>& samples);
+
+/// A file read back whole: its format and its samples as libsndfile's left-justified integers.
+struct Sound
+{
+    SF_INFO info{};
+    std::vector<std::int32_t> samples;
+    bool ok = false;
+
+    double value(std::int64_t frame, int channel) const
+    {
+        return samples[static_cast<std::size_t>(frame * info.channels + channel)] / 2147483648.0;
+    }
+};
+Sound readSound(const std::filesystem::path& path);
+
+/// Root-mean-square level of one channel over [first, last) frames.
+double rms(const Sound& sound, int channel, std::int64_t first, std::int64_t last);
+/// Amplitude of the component at `frequency` in one channel over [first, last) frames.
+double toneAmplitude(const Sound& sound, int channel, double frequency, std::int64_t first, std::int64_t last);
+
+inline double decibels(double ratio)
+{
+    return 20.0 * std::log10(ratio);
+}
+
+} // namespace RenderTest
