@@ -8,14 +8,13 @@
 namespace KVX {
 
 KVX_DEFINE_CLASS(Attributes, Object, "Attributes")
-KVX_DEFINE_CLASS(AttributeArray, Object, "AttributeArray")
 
 void Attributes::set(std::string_view name, const Variant& value)
 {
     auto first = std::find_if(members_.begin(), members_.end(), [&](const Member& m) { return m.name == name; });
     if (first == members_.end())
     {
-        members_.push_back({CString(name), value});
+        members_.push_back({AttributeName(name), value});
         return;
     }
     first->value = value;
@@ -25,7 +24,7 @@ void Attributes::set(std::string_view name, const Variant& value)
 
 void Attributes::add(std::string_view name, const Variant& value)
 {
-    members_.push_back({CString(name), value});
+    members_.push_back({AttributeName(name), value});
 }
 
 bool Attributes::remove(std::string_view name)
@@ -90,11 +89,6 @@ AttributeArray* Attributes::getArray(std::string_view name) const
 {
     const Variant* v = find(name);
     return v ? v->asObject<AttributeArray>() : nullptr;
-}
-
-Attributes* AttributeArray::getAttributes(size_t index) const
-{
-    return index < values_.size() ? values_[index].asObject<Attributes>() : nullptr;
 }
 
 } // namespace KVX

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "framework/data/AttributeName.h"
 #include "framework/data/Variant.h"
 
 #include <vector>
@@ -17,13 +18,21 @@ class Attributes : public Object
 public:
     struct Member
     {
-        CString name;
+        AttributeName name;
         Variant value;
     };
 
     Attributes() = default;
     Attributes(const Attributes& other) = default;
     Attributes& operator=(const Attributes& other) = default;
+    /// Takes the members of `other`, which is left empty.
+    Attributes(Attributes&& other) noexcept : Object(other), members_(std::move(other.members_)) {}
+    Attributes& operator=(Attributes&& other) noexcept
+    {
+        if (this != &other)
+            members_ = std::move(other.members_);
+        return *this;
+    }
 
     /// Replaces the value of the member called `name`, keeping its position; appends a member
     /// when there is none. Later members of the same name (from add()) are removed.

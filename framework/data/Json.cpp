@@ -5,7 +5,7 @@
 #include "framework/services/TextServices.h"
 #include "framework/stream/MemoryStream.h"
 
-#include <iterator>
+#include <algorithm>
 #include <limits>
 #include <string>
 #include <unordered_map>
@@ -56,6 +56,7 @@ void collapseRepeatedNames(Members& members)
 
     constexpr size_t kTaken = std::numeric_limits<size_t>::max();
     Members collapsed;
+    collapsed.reserve(lastIndex.size());
     for (size_t i = 0; i < count; ++i)
     {
         auto entry = lastIndex.find(members[i].name.view());
@@ -67,10 +68,14 @@ void collapseRepeatedNames(Members& members)
     members = std::move(collapsed);
 }
 
-/// Builds the value tree from the text module's values. The members and elements of the open
-/// containers wait on two stacks, and each container is made when it closes, with exactly the
-/// room it needs: one allocation per container instead of one per doubling. A failed parse
-/// frees what was built with the builder.
+/// Builds the value tree from the text module's values.
+///
+/// Each open container collects its members or elements in the storage it will keep. That
+/// storage is reserved for as many as the container closed last at the same depth had, which in
+/// a list of similar records (tracks, products) is exactly right: each member is moved once, and
+/// each container costs one allocation. The repeated-name rule costs one comparison per member
+/// while an object's names are those of the object before it at that depth, which were already
+/// found distinct. A failed parse frees what was built with the builder.
 class TreeBuilder : public Object, public IJsonHandler
 {
 public:
@@ -84,38 +89,57 @@ public:
     }
     tresult onKey(const char* text, uint64 length) override
     {
-        key_.assign(text, static_cast<size_t>(length));
+        key_ = AttributeName(std::string_view(text, static_cast<size_t>(length)));
         return kResultOk;
     }
-    tresult onStartObject() override { return open(true); }
+    tresult onStartObject() override
+    {
+        Level* level = open(true);
+        if (!level)
+            return kInvalidArgument;
+        level->members.reserve(std::min(level->lastObjectSize, kMaxHint));
+        level->sameNames = level->lastObject != nullptr;
+        return kResultOk;
+    }
     tresult onEndObject() override
     {
-        if (open_.empty() || !open_.back().isObject)
+        if (depth_ == 0 || !levels_[depth_ - 1].isObject)
             return kInvalidArgument;
-        const Open closing = std::move(open_.back());
-        open_.pop_back();
-        Members own(std::make_move_iterator(members_.begin() + static_cast<std::ptrdiff_t>(closing.start)),
-                    std::make_move_iterator(members_.end()));
-        members_.resize(closing.start);
-        collapseRepeatedNames(own);
+        Level& level = levels_[--depth_];
+        Members& members = level.members;
+        if (!level.sameNames || members.size() != level.lastObject->count())
+            collapseRepeatedNames(members);
+        if (members.capacity() != members.size())
+            members.shrink_to_fit();
+        level.lastObjectSize = members.size();
         auto object = makeRef<Attributes>();
-        object->assignMembers(std::move(own));
-        key_ = std::move(closing.key);
+        object->assignMembers(std::move(members));
+        members = Members();
+        level.lastObject = object;
+        key_ = std::move(level.key);
         return put(Variant(object));
     }
-    tresult onStartArray() override { return open(false); }
+    tresult onStartArray() override
+    {
+        Level* level = open(false);
+        if (!level)
+            return kInvalidArgument;
+        level->values.reserve(std::min(level->lastArraySize, kMaxHint));
+        return kResultOk;
+    }
     tresult onEndArray() override
     {
-        if (open_.empty() || open_.back().isObject)
+        if (depth_ == 0 || levels_[depth_ - 1].isObject)
             return kInvalidArgument;
-        const Open closing = std::move(open_.back());
-        open_.pop_back();
-        std::vector<Variant> own(std::make_move_iterator(values_.begin() + static_cast<std::ptrdiff_t>(closing.start)),
-                                 std::make_move_iterator(values_.end()));
-        values_.resize(closing.start);
+        Level& level = levels_[--depth_];
+        std::vector<Variant>& values = level.values;
+        if (values.capacity() != values.size())
+            values.shrink_to_fit();
+        level.lastArraySize = values.size();
         auto array = makeRef<AttributeArray>();
-        array->assignValues(std::move(own));
-        key_ = std::move(closing.key);
+        array->assignValues(std::move(values));
+        values = std::vector<Variant>();
+        key_ = std::move(level.key);
         return put(Variant(array));
     }
     KVX_FORWARD_UNKNOWN(Object)
@@ -123,46 +147,81 @@ public:
     Variant& root() { return root_; }
 
 private:
-    /// An open container: where its members or elements start on their stack, and the name it
-    /// will have in the object that holds it.
-    struct Open
+    /// A larger container at a depth does not make every later one there start that large.
+    static constexpr size_t kMaxHint = 256;
+
+    /// One depth of nesting: the container open there, and what the last one closed there was.
+    struct Level
     {
-        bool isObject;
-        size_t start;
-        std::string key;
+        bool isObject = false;
+        /// The name the open container will have in the object that holds it.
+        AttributeName key;
+        Members members;
+        std::vector<Variant> values;
+        /// Whether the open object's names so far are, in order, those of lastObject.
+        bool sameNames = false;
+        Ref<Attributes> lastObject;
+        size_t lastObjectSize = 0;
+        size_t lastArraySize = 0;
     };
 
-    tresult open(bool isObject)
+    Level* open(bool isObject)
     {
-        if (open_.size() >= kMaxDepth)
-            return kInvalidArgument;
-        open_.push_back({isObject, isObject ? members_.size() : values_.size(), std::move(key_)});
-        key_.clear();
-        return kResultOk;
+        if (depth_ >= kMaxDepth)
+            return nullptr;
+        if (depth_ == levels_.size())
+            levels_.emplace_back();
+        Level& level = levels_[depth_++];
+        level.isObject = isObject;
+        level.key = std::move(key_);
+        return &level;
     }
 
     tresult put(Variant&& value)
     {
-        if (open_.empty())
+        if (depth_ == 0)
+        {
             root_ = std::move(value);
-        else if (open_.back().isObject)
-            members_.push_back({CString(std::string_view(key_)), std::move(value)});
+            return kResultOk;
+        }
+        Level& level = levels_[depth_ - 1];
+        if (level.isObject)
+        {
+            if (level.sameNames)
+            {
+                const size_t index = level.members.size();
+                level.sameNames = index < level.lastObject->count() && level.lastObject->at(index).name == key_;
+            }
+            level.members.emplace_back(std::move(key_), std::move(value));
+        }
         else
-            values_.push_back(std::move(value));
+            level.values.push_back(std::move(value));
         return kResultOk;
     }
 
     Variant root_;
-    std::vector<Open> open_;
-    Members members_;
-    std::vector<Variant> values_;
-    std::string key_;
+    /// Grown as deep as the document goes and never shrunk: a level keeps its hints.
+    std::vector<Level> levels_;
+    size_t depth_ = 0;
+    AttributeName key_;
 };
 
 tresult TreeBuilder::queryInterface(const UID& iid, void** object)
 {
     KVX_QUERY_INTERFACE(iid, object, IJsonHandler)
     return Object::queryInterface(iid, object);
+}
+
+/// The framework object behind a value's interface, or nullptr. Takes no reference.
+Object* objectOf(const Variant& value)
+{
+    IUnknown* unknown = value.asUnknown();
+    void* pointer = nullptr;
+    if (!unknown || unknown->queryInterface(Object::kIID, &pointer) != kResultOk || !pointer)
+        return nullptr;
+    auto* object = static_cast<Object*>(pointer);
+    object->release();
+    return object;
 }
 
 /// Hands a tree to the text module's writer, value by value.
@@ -186,21 +245,27 @@ tresult writeValue(IJsonWriter& writer, const Variant& value, int depth)
     }
     if (depth >= kMaxDepth)
         return kInvalidArgument;
-    if (const Attributes* object = value.asObject<Attributes>())
+    Object* object = objectOf(value);
+    // The exact classes are recognised without comparing class names, which a tree of
+    // thousands of containers would otherwise do for each of them.
+    const ClassInfo* info = object ? &object->getClassInfo() : nullptr;
+    if (info == &Attributes::classInfo() || object_cast<Attributes>(object))
     {
+        const auto& members = *static_cast<const Attributes*>(object);
         tresult result = writer.onStartObject();
-        for (auto member = object->begin(); result == kResultOk && member != object->end(); ++member)
+        for (auto member = members.begin(); result == kResultOk && member != members.end(); ++member)
         {
-            result = writer.onKey(member->name.c_str(), member->name.view().size());
+            result = writer.onKey(member->name.data(), member->name.length());
             if (result == kResultOk)
                 result = writeValue(writer, member->value, depth + 1);
         }
         return result == kResultOk ? writer.onEndObject() : result;
     }
-    if (const AttributeArray* array = value.asObject<AttributeArray>())
+    if (info == &AttributeArray::classInfo() || object_cast<AttributeArray>(object))
     {
+        const auto& elements = *static_cast<const AttributeArray*>(object);
         tresult result = writer.onStartArray();
-        for (auto element = array->begin(); result == kResultOk && element != array->end(); ++element)
+        for (auto element = elements.begin(); result == kResultOk && element != elements.end(); ++element)
             result = writeValue(writer, *element, depth + 1);
         return result == kResultOk ? writer.onEndArray() : result;
     }
@@ -256,7 +321,7 @@ bool Json::load(Attributes& result, std::string_view bytes)
     Attributes* parsed = root.asObject<Attributes>();
     if (!parsed)
         return false;
-    result = *parsed;
+    result = std::move(*parsed);
     return true;
 }
 

@@ -37,6 +37,7 @@ public:
     Variant(bool value) : value_(static_cast<int64>(value ? 1 : 0)) {}
     Variant(double value) : value_(value) {}
     Variant(const String& value) : value_(value) {}
+    Variant(String&& value) : value_(std::move(value)) {}
     Variant(const char* utf8) : value_(String(utf8)) {}
     /// A null object gives an empty Variant.
     Variant(IUnknown* object)

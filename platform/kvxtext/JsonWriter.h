@@ -8,6 +8,9 @@
 
 #include <rapidjson/writer.h>
 
+#include <bit>
+#include <cstdint>
+#include <cstring>
 #include <memory>
 #include <vector>
 
@@ -15,6 +18,11 @@ namespace KVX::Text {
 
 /// The output stream RapidJSON's writer expects, collecting the text in blocks for an IStream.
 /// After the first refused write it drops everything.
+///
+/// The writer says before each value how many bytes the value can take at most (a string six
+/// times its length, for escapes); when that fits in a block, the bytes go in without a check
+/// each. A longer string is written with a check per byte instead, so that no block ever has to
+/// be larger than kBlockSize.
 class BlockOutput
 {
 public:
@@ -24,21 +32,105 @@ public:
 
     void Put(char c)
     {
-        if (used_ == kSize)
+        if (used_ == kBlockSize)
             Flush();
         buffer_[used_++] = c;
+    }
+    void reserve(size_t count)
+    {
+        if (kBlockSize - used_ < count)
+            Flush();
+        checked_ = count > kBlockSize;
+    }
+    void putReserved(char c)
+    {
+        if (checked_)
+            Put(c);
+        else
+            buffer_[used_++] = c;
+    }
+    void putReserved(const char* bytes, size_t count)
+    {
+        while (checked_ && count > kBlockSize - used_)
+        {
+            const size_t part = kBlockSize - used_;
+            std::memcpy(buffer_.get() + used_, bytes, part);
+            used_ = kBlockSize;
+            Flush();
+            bytes += part;
+            count -= part;
+        }
+        std::memcpy(buffer_.get() + used_, bytes, count);
+        used_ += count;
     }
     void Flush();
     bool failed() const { return failed_; }
 
 private:
-    static constexpr size_t kSize = 64 * 1024;
+    static constexpr size_t kBlockSize = 64 * 1024;
 
     IStream& stream_;
-    std::unique_ptr<char[]> buffer_{new char[kSize]};
+    std::unique_ptr<char[]> buffer_{new char[kBlockSize]};
     size_t used_ = 0;
+    bool checked_ = false;
     bool failed_ = false;
 };
+
+// Found by argument-dependent lookup from inside the writer, in place of RapidJSON's generic
+// forms, which check the room for every byte.
+inline void PutReserve(BlockOutput& output, size_t count)
+{
+    output.reserve(count);
+}
+inline void PutUnsafe(BlockOutput& output, char c)
+{
+    output.putReserved(c);
+}
+
+} // namespace KVX::Text
+
+namespace rapidjson {
+
+/// The writer copies the bytes of a string that need no escape as one run (RapidJSON leaves this
+/// step open for each output stream): eight bytes are checked at a time, and bytes from 0x80 up
+/// are copied as they are, as the writer's own loop would.
+template <>
+inline bool Writer<KVX::Text::BlockOutput>::ScanWriteUnescapedString(StringStream& is, size_t length)
+{
+    constexpr uint64_t kOnes = 0x0101010101010101u;
+    constexpr uint64_t kHighBits = 0x8080808080808080u;
+    const char* const start = is.src_;
+    const char* const end = is.head_ + length;
+    const char* p = start;
+    while (end - p >= 8)
+    {
+        uint64_t word;
+        std::memcpy(&word, p, sizeof word);
+        // Each test sets the top bit of a byte below 0x20, a quote or a backslash; its borrow
+        // can mark bytes after such a byte, never one before the first.
+        const uint64_t quotes = word ^ (kOnes * '"');
+        const uint64_t backslashes = word ^ (kOnes * '\\');
+        const uint64_t special = (((word - kOnes * 0x20) & ~word) | ((quotes - kOnes) & ~quotes) |
+                                  ((backslashes - kOnes) & ~backslashes)) &
+                                 kHighBits;
+        if (special)
+        {
+            p += std::countr_zero(special) / 8;
+            break;
+        }
+        p += 8;
+    }
+    if (end - p < 8)
+        while (p < end && static_cast<unsigned char>(*p) >= 0x20 && *p != '"' && *p != '\\')
+            ++p;
+    os_->putReserved(start, static_cast<size_t>(p - start));
+    is.src_ = p;
+    return RAPIDJSON_LIKELY(is.Tell() < length);
+}
+
+} // namespace rapidjson
+
+namespace KVX::Text {
 
 /// Writes the values it is given as compact JSON text in UTF-8 (see IJsonWriter).
 ///
@@ -77,7 +169,7 @@ private:
     Ref<IStream> stream_;
     BlockOutput output_;
     rapidjson::Writer<BlockOutput> writer_;
-    std::vector<bool> open_; // per open container: true for an object
+    std::vector<char> open_; // per open container: true for an object
     bool keyGiven_ = false;  // inside an object: a key waits for its value
     bool rootWritten_ = false;
     tresult refused_ = kResultOk;

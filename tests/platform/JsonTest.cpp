@@ -93,7 +93,7 @@ testing::AssertionResult sameTree(const Variant& a, const Variant& b, const std:
         {
             if (x->at(i).name != y->at(i).name)
                 return testing::AssertionFailure() << path << ": member " << i << " names differ";
-            auto result = sameTree(x->at(i).value, y->at(i).value, path + "." + x->at(i).name.str());
+            auto result = sameTree(x->at(i).value, y->at(i).value, path + "." + std::string(x->at(i).name.view()));
             if (!result)
                 return result;
         }
@@ -710,4 +710,139 @@ TEST(JsonWriter, RefusesCallsThatDoNotFormOneDocument)
     });
     EXPECT_EQ(refused, kInvalidArgument);
     EXPECT_EQ(partial.find('1'), std::string::npos);
+}
+
+namespace {
+
+/// The escaped form the writer gives a text, spelled out byte by byte.
+std::string escapedJson(std::string_view text)
+{
+    static const char hex[] = "0123456789ABCDEF";
+    std::string out = "\"";
+    for (char c : text)
+    {
+        const auto byte = static_cast<unsigned char>(c);
+        switch (c)
+        {
+        case '"': out += "\\\""; break;
+        case '\\': out += "\\\\"; break;
+        case '\b': out += "\\b"; break;
+        case '\f': out += "\\f"; break;
+        case '\n': out += "\\n"; break;
+        case '\r': out += "\\r"; break;
+        case '\t': out += "\\t"; break;
+        default:
+            if (byte < 0x20)
+                out += std::string("\\u00") + hex[byte >> 4] + hex[byte & 15];
+            else
+                out += c;
+        }
+    }
+    return out + "\"";
+}
+
+} // namespace
+
+TEST(JsonStringify, EscapesEveryByteThatNeedsItWhereverItStands)
+{
+    // Texts are passed over several bytes at a time: a byte to escape must be found at every
+    // offset and next to any other, and bytes from 0x80 up pass unchanged.
+    const std::string_view specials[] = {"\"", "\\", "\x01", "\x1f", "\n", "\0"sv, "\x7f", "\xC3\xA9", " ", "!", "#",
+                                         "[", "]"};
+    for (size_t length = 0; length <= 40; ++length)
+        for (size_t at = 0; at <= length; ++at)
+            for (std::string_view special : specials)
+            {
+                std::string text(length, 'a');
+                text.insert(at, special);
+                if (at + 3 < text.size())
+                    text.insert(at + 3, special);
+                ASSERT_EQ(stringify(Variant(String::fromUtf8(text))), escapedJson(text))
+                    << testing::PrintToString(text);
+            }
+
+    // A text longer than the writer's block (with room for the worst case, six bytes for each
+    // one) and a member name of the same kind, escapes spread all through.
+    std::string longText;
+    for (int i = 0; longText.size() < 100000; ++i)
+        longText += i % 97 == 0 ? "\"\\\x02" : i % 13 == 0 ? "\xE2\x82\xAC" : "abcdefghij";
+    auto object = makeRef<Attributes>();
+    object->add(longText, String::fromUtf8(longText));
+    const std::string written = stringify(Variant(object));
+    EXPECT_EQ(written, "{" + escapedJson(longText) + ":" + escapedJson(longText) + "}");
+    Attributes back;
+    ASSERT_TRUE(Json::load(back, written));
+    ASSERT_EQ(back.count(), 1u);
+    EXPECT_EQ(back.at(0).name, longText);
+    EXPECT_EQ(back.at(0).value.asString().toUtf8(), longText);
+
+    // The same text into a stream that refuses part of it.
+    auto partial = makeRef<BoundedStream>(written.size() / 2);
+    EXPECT_EQ(Json::write(Variant(object), *partial), kUnexpected);
+    EXPECT_TRUE(written.starts_with(partial->text));
+}
+
+TEST(JsonParse, AnUnpairedSurrogateIsFoundAtAnyOffset)
+{
+    for (size_t offset = 0; offset <= 24; ++offset)
+    {
+        const std::string before(offset, 'a');
+        for (const char* escape : {"\\udc00", "\\udfff", "\\ud800", "\\ud800\\u0041"})
+        {
+            Variant result(42);
+            EXPECT_EQ(parse("\"" + before + escape + "b\"", result), kInvalidArgument) << offset << escape;
+            EXPECT_EQ(parse("{\"" + before + escape + "\":1}", result), kInvalidArgument) << offset << escape;
+            EXPECT_EQ(result, Variant(42));
+        }
+        // A pair, and the characters just below and above the surrogates, are text.
+        EXPECT_EQ(parsed("\"" + before + "\\ud83d\\ude00\"").asString().toUtf8(), before + "\xF0\x9F\x98\x80");
+        EXPECT_EQ(parsed("\"" + before + "\\ud7ff\\ue000\"").asString().toUtf8(), before + "\xED\x9F\xBF\xEE\x80\x80");
+        EXPECT_EQ(parsed("\"" + before + "\xED\x9F\xBF\"").asString().toUtf8(), before + "\xED\x9F\xBF");
+    }
+}
+
+TEST(JsonValues, RecordsOfTheSameShapeFollowTheRepeatedNameRuleEachOnItsOwn)
+{
+    // Records after the first are read expecting the names of the one before; each one that
+    // differs, repeats a name or stops early is still read by the rule.
+    const char* text = R"([{"a":1,"b":2},{"a":3,"b":4},{"a":5,"b":6,"a":7},{"a":8,"b":9},{"a":10},)"
+                       R"({"b":11,"a":12,"b":13},{"a":14,"b":15,"c":16},{"a":{"x":1,"x":2},"b":[{"y":1},{"y":2,"y":3}]},)"
+                       R"({"a":17,"a":18}])";
+    Variant root = parsed(text);
+    AttributeArray* records = root.asObject<AttributeArray>();
+    ASSERT_NE(records, nullptr);
+    ASSERT_EQ(records->count(), 9u);
+    auto describe = [](const Attributes* object) {
+        std::string out;
+        for (const Attributes::Member& member : *object)
+            out += std::string(member.name.view()) + "=" + member.value.toString().toUtf8() + " ";
+        return out;
+    };
+    const char* expected[] = {"a=1 b=2 ", "a=3 b=4 ", "a=7 b=6 ", "a=8 b=9 ", "a=10 ",
+                              "b=13 a=12 ", "a=14 b=15 c=16 ", "a= b= ", "a=18 "};
+    for (size_t i = 0; i < records->count(); ++i)
+    {
+        ASSERT_NE(records->getAttributes(i), nullptr) << i;
+        EXPECT_EQ(describe(records->getAttributes(i)), expected[i]) << i;
+    }
+    Attributes* nested = records->getAttributes(7);
+    EXPECT_EQ(nested->getAttributes("a")->count(), 1u);
+    EXPECT_EQ(nested->getAttributes("a")->getInt64("x"), 2);
+    EXPECT_EQ(nested->getArray("b")->getAttributes(1)->count(), 1u);
+    EXPECT_EQ(nested->getArray("b")->getAttributes(1)->getInt64("y"), 3);
+
+    // A large record does not change how the small ones after it read.
+    std::string many = "[{";
+    for (int i = 0; i < 1000; ++i)
+        many += (i ? ",\"k" : "\"k") + std::to_string(i) + "\":" + std::to_string(i);
+    many += R"(},{"k0":1},{"k0":2,"k0":3},[],[1,2],[3]])";
+    Variant list = parsed(many);
+    AttributeArray* items = list.asObject<AttributeArray>();
+    ASSERT_NE(items, nullptr);
+    ASSERT_EQ(items->count(), 6u);
+    EXPECT_EQ(items->getAttributes(0)->count(), 1000u);
+    EXPECT_EQ(items->getAttributes(0)->getInt64("k999"), 999);
+    EXPECT_EQ(describe(items->getAttributes(1)), "k0=1 ");
+    EXPECT_EQ(describe(items->getAttributes(2)), "k0=3 ");
+    EXPECT_TRUE(stringify(list).ends_with(R"("k999":999},{"k0":1},{"k0":3},[],[1,2],[3]])")) << stringify(list);
 }

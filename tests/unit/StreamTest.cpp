@@ -131,14 +131,23 @@ TEST(MemoryStream, GrowsInWholeStepsGeometricallyAndKeepsItsContent)
     for (size_t i = 0; i < stream->size(); i += 7919)
         ASSERT_EQ(stream->view()[i], static_cast<char>('a' + i % 26)) << i;
 
-    // A write past the end after a seek fills the gap, and positions stay exact.
+    // A write past the end after a seek fills the gap with zeros, also where the stream had to
+    // grow for it, and positions stay exact.
     ASSERT_EQ(stream->seek(250000, IStream::kSeekSet), 250000);
     ASSERT_EQ(stream->write("end", 3), 3);
     EXPECT_EQ(stream->size(), 250003u);
+    EXPECT_EQ(stream->view().substr(200000, 50000), std::string(50000, '\0'));
+    EXPECT_EQ(stream->view()[199999], static_cast<char>('a' + 199999 % 26));
     ASSERT_EQ(stream->seek(-3, IStream::kSeekEnd), 250000);
     char back[3];
     ASSERT_EQ(stream->read(back, 3), 3);
     EXPECT_EQ(std::string_view(back, 3), "end");
+
+    // Writing inside the content replaces bytes without growing it.
+    ASSERT_EQ(stream->seek(10, IStream::kSeekSet), 10);
+    ASSERT_EQ(stream->write("XY", 2), 2);
+    EXPECT_EQ(stream->size(), 250003u);
+    EXPECT_EQ(stream->view().substr(9, 4), std::string_view("jXYm"));
 
     // A small body still costs a single step.
     auto small = makeRef<MemoryStream>(1024);
