@@ -21,8 +21,8 @@ DateTime at(int32 year, int32 month, int32 day, int32 hour, int32 minute, int32 
 std::string text(const DateTime& t)
 {
     char buffer[48];
-    std::snprintf(buffer, sizeof(buffer), "%04d-%02d-%02dT%02d:%02d:%02d.%03d", t.year, t.month, t.day,
-                  t.hour, t.minute, t.second, t.millisecond);
+    std::snprintf(buffer, sizeof(buffer), "%04d-%02d-%02dT%02d:%02d:%02d.%03d", t.year, t.month, t.day, t.hour,
+                  t.minute, t.second, t.millisecond);
     return buffer;
 }
 
@@ -104,14 +104,57 @@ TEST_F(ZoneTest, TheRepeatedHourIsTakenAtItsFirstOccurrenceAndTheSkippedHourWith
     EXPECT_EQ(toUtc(at(2024, 3, 31, 3, 0)), "2024-03-31T01:00:00.000");
 }
 
+TEST_F(ZoneTest, ConversionsAgreeWithTheCLibraryForEveryHourOfALeapYear)
+{
+    auto fieldsOf = [](const struct tm& fields) {
+        return at(fields.tm_year + 1900, fields.tm_mon + 1, fields.tm_mday, fields.tm_hour, fields.tm_min,
+                  fields.tm_sec);
+    };
+    for (const char* zone : {"Europe/Berlin", "Australia/Adelaide", "America/St_Johns"})
+    {
+        useZone(zone);
+        struct tm start = {};
+        start.tm_year = 2024 - 1900;
+        start.tm_mday = 1;
+        start.tm_min = 17;
+        const time_t first = timegm(&start);
+        int32 failures = 0;
+        for (time_t t = first; t < first + 366 * 24 * 3600 && failures < 5; t += 3600)
+        {
+            struct tm utcFields = {};
+            struct tm localFields = {};
+            struct tm hourEarlier = {};
+            const time_t earlier = t - 3600;
+            ASSERT_NE(gmtime_r(&t, &utcFields), nullptr);
+            ASSERT_NE(localtime_r(&t, &localFields), nullptr);
+            ASSERT_NE(localtime_r(&earlier, &hourEarlier), nullptr);
+            const DateTime utc = fieldsOf(utcFields);
+            const DateTime local = fieldsOf(localFields);
+
+            const std::string wantLocal = text(local);
+            // A wall-clock time met twice converts back to its first pass, an hour earlier.
+            const bool secondPass = fieldsOf(hourEarlier) == local;
+            struct tm backFields = {};
+            const time_t back = secondPass ? earlier : t;
+            ASSERT_NE(gmtime_r(&back, &backFields), nullptr);
+            const std::string wantUtc = text(fieldsOf(backFields));
+
+            const std::string gotLocal = toLocal(utc);
+            const std::string gotUtc = toUtc(local);
+            EXPECT_EQ(gotLocal, wantLocal) << zone << " at " << text(utc);
+            EXPECT_EQ(gotUtc, wantUtc) << zone << " at " << wantLocal;
+            failures += (gotLocal != wantLocal) + (gotUtc != wantUtc);
+        }
+    }
+}
+
 TEST_F(ZoneTest, FieldsOutOfRangeAreRefusedAndLeaveTheResultAlone)
 {
     useZone("Europe/Berlin");
     const DateTime bad[] = {
-        at(2023, 2, 29, 12, 0),        at(2024, 4, 31, 12, 0),      at(2024, 0, 1, 0, 0),
-        at(2024, 13, 1, 0, 0),         at(2024, 1, 0, 0, 0),        at(2024, 1, 1, 24, 0),
-        at(2024, 1, 1, -1, 0),         at(2024, 1, 1, 0, 60),       at(2024, 1, 1, 0, 0, 60),
-        at(2024, 1, 1, 0, 0, 0, 1000), at(2024, 1, 1, 0, 0, 0, -1), at(0, 1, 1, 0, 0),
+        at(2023, 2, 29, 12, 0),   at(2024, 4, 31, 12, 0),        at(2024, 0, 1, 0, 0),        at(2024, 13, 1, 0, 0),
+        at(2024, 1, 0, 0, 0),     at(2024, 1, 1, 24, 0),         at(2024, 1, 1, -1, 0),       at(2024, 1, 1, 0, 60),
+        at(2024, 1, 1, 0, 0, 60), at(2024, 1, 1, 0, 0, 0, 1000), at(2024, 1, 1, 0, 0, 0, -1), at(0, 1, 1, 0, 0),
         at(10000, 1, 1, 0, 0),
     };
     const DateTime untouched = at(1999, 9, 9, 9, 9, 9, 9);
@@ -138,19 +181,22 @@ TEST_F(ZoneTest, TheCurrentLocalTimeMatchesTheSystemClock)
     GetSystem()->getLocalTime(local);
     const time_t after = time(nullptr);
 
-    DateTime utc{};
-    ASSERT_EQ(GetSystem()->convertLocalTimeToUTC(utc, local), kResultOk) << text(local);
-    struct tm fields = {};
-    fields.tm_year = utc.year - 1900;
-    fields.tm_mon = utc.month - 1;
-    fields.tm_mday = utc.day;
-    fields.tm_hour = utc.hour;
-    fields.tm_min = utc.minute;
-    fields.tm_sec = utc.second;
-    const time_t now = timegm(&fields);
-    // One hour of slack for a reading taken in the repeated hour, which reads as its first pass.
-    EXPECT_GE(now, before - 3600);
-    EXPECT_LE(now, after);
+    // The reading must be the C library's local time of one of the seconds around it; the
+    // millisecond is left out of the comparison.
+    DateTime seconds = local;
+    seconds.millisecond = 0;
+    std::string candidates;
+    bool matched = false;
+    for (time_t t = before; t <= after; ++t)
+    {
+        struct tm fields = {};
+        ASSERT_NE(localtime_r(&t, &fields), nullptr);
+        const DateTime expected =
+            at(fields.tm_year + 1900, fields.tm_mon + 1, fields.tm_mday, fields.tm_hour, fields.tm_min, fields.tm_sec);
+        matched = matched || expected == seconds;
+        candidates += text(expected) + " ";
+    }
+    EXPECT_TRUE(matched) << text(local) << " is none of " << candidates;
     EXPECT_GE(local.millisecond, 0);
     EXPECT_LE(local.millisecond, 999);
 }

@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -203,6 +204,30 @@ TEST_F(UploadSessionAgainstSandbox, ANewProductWithThreeNewTracksIsCreatedAndUpl
         EXPECT_TRUE(std::is_sorted(values.begin(), values.end()));
         EXPECT_EQ(values.back(), 1.0) << "the last report of a transfer always arrives";
     }
+}
+
+TEST_F(UploadSessionAgainstSandbox, TheFileArrivesByteForByteUnderItsUtf8Name)
+{
+    // A name with letters outside ASCII, spaces and characters that mean something in a URL, and
+    // bytes that differ from one position to the next, so that a piece sent twice or left out shows.
+    const std::string name = "Über Nacht #2 (100%)";
+    auto local = track(name);
+    const std::string path = local->url.nativePath().toUtf8();
+    std::string bytes(300007, '\0');
+    for (size_t i = 0; i < bytes.size(); ++i)
+        bytes[i] = static_cast<char>((i * 7919u) >> 3);
+    std::ofstream(path, std::ios::binary | std::ios::trunc) << bytes;
+    session->setTitle(newTitle("Bytes"));
+    session->addEntry(makeRef<UploadSession::Entry>(local, String()));
+    ASSERT_TRUE(runBatch());
+    EXPECT_TRUE(session->succeeded());
+
+    ASSERT_EQ(sandbox.storedFiles().size(), 1u);
+    const auto stored = sandbox.storedFiles().front();
+    EXPECT_EQ(stored.fileName, name + ".wav");
+    std::ifstream in(stored.path, std::ios::binary);
+    const std::string received((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    EXPECT_TRUE(received == bytes) << "received " << received.size() << " bytes of " << bytes.size();
 }
 
 TEST_F(UploadSessionAgainstSandbox, ReplacementsSendOnlyTheTokenTheFileAndTheReport)
