@@ -6,6 +6,7 @@
 #include "framework/interfaces/IThemeManager.h"
 #include "framework/services/IAlertPresenter.h"
 #include "framework/services/IAlertService.h"
+#include "framework/services/IGraphicsHelper.h"
 #include "framework/services/ISystemShell.h"
 #include "framework/services/IUrlOpener.h"
 #include "framework/services/ModuleApi.h"
@@ -15,4 +16,5 @@ extern "C" {
 KVX_MODULE_API KVX::IAlertService* GetAlertService();
 KVX_MODULE_API KVX::ISystemShell* GetSystemShell();
 KVX_MODULE_API KVX::IThemeManager* GetThemeManager();
+KVX_MODULE_API KVX::IGraphicsHelper* GetGraphicsHelper();
 }
