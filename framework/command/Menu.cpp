@@ -16,6 +16,14 @@ void Menu::addEntry(const String& title, std::string_view icon, std::string_view
     entries_.push_back({title, CString(icon), CString(category), CString(name), Ref<ICommandHandler>(handler)});
 }
 
+bool Menu::setIcon(int32 index, std::string_view icon)
+{
+    if (index < 0 || index >= count())
+        return false;
+    entries_[static_cast<size_t>(index)].icon = CString(icon);
+    return true;
+}
+
 const Menu::Entry* Menu::at(int32 index) const
 {
     return index >= 0 && index < count() ? &entries_[static_cast<size_t>(index)] : nullptr;

@@ -29,6 +29,8 @@ public:
     /// Appends an entry; `handler` is retained (an entry without one is never enabled).
     void addEntry(const String& title, std::string_view icon, std::string_view category, std::string_view name,
                   ICommandHandler* handler);
+    /// Gives the entry at `index` the theme image `icon`; false when there is no such entry.
+    bool setIcon(int32 index, std::string_view icon);
     int32 count() const { return static_cast<int32>(entries_.size()); }
     /// The entry at `index`, or null.
     const Entry* at(int32 index) const;

@@ -82,6 +82,8 @@ public:
     IParameter* getParameterAt(int32 index) override;
     IParameter* lookupParameter(const char* name) override;
     tresult readProperty(const char* name, ValueRecord& value) override;
+    /// The base publishes no objects.
+    IUnknown* lookupObject(const char*) override { return nullptr; }
     KVX_FORWARD_UNKNOWN(Object)
 
 private:

@@ -28,6 +28,9 @@ public:
     /// Reads the property `name`. Text and object in `value` stay valid until the next call of
     /// readProperty on this component. kInvalidArgument (empty record) for an unknown property.
     virtual tresult readProperty(const char* name, ValueRecord& value) = 0;
+    /// The object that a form's view binds to by `name` (a list model, for instance), without a
+    /// reference, or null.
+    virtual IUnknown* lookupObject(const char* name) = 0;
 
     static constexpr UID kIID = UID::fromString("{6B9E3D72-1A48-4C5F-8E27-D0B3F6A9C851}");
 };
