@@ -59,10 +59,10 @@ public:
     // Life cycle
     /// Called when the host puts the component to use, with the host's context object (may be
     /// null). The base initialises the children.
-    virtual tresult initialize(IUnknown* context);
+    tresult initialize(IUnknown* context) override;
     /// Called before the component is released for good. The base terminates the children and
     /// cancels the deferred deliveries to this component.
-    virtual tresult terminate();
+    tresult terminate() override;
     IUnknown* context() const { return context_; }
 
     // Signals: signal(message) and signal(id) come from Subject and send at once.

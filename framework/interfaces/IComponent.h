@@ -16,6 +16,10 @@ class IParameter;
 class IComponent : public IUnknown
 {
 public:
+    /// The host puts the component to use (opens the gadget), with the context it gives it (may
+    /// be null), and lets go of it again before releasing it.
+    virtual tresult initialize(IUnknown* context) = 0;
+    virtual tresult terminate() = 0;
     /// The component's name (UTF-8, terminated); valid as long as the component.
     virtual const char* getComponentName() = 0;
     /// The direct child called `name`, or null.

@@ -20,6 +20,9 @@ public:
     /// kInvalidArgument for an empty target or user name; kUnexpected when the store cannot be
     /// reached or refuses (nothing is written anywhere else).
     virtual tresult store(const char* target, const char* userName, const char* password) = 0;
+    /// Removes every login stored under `target`. kResultOk also when there was none;
+    /// kInvalidArgument for an empty target; kUnexpected when the store cannot be reached.
+    virtual tresult remove(const char* target) = 0;
 
     static constexpr UID kIID = UID::fromString("{A83F5D1B-7C26-4E9A-B0E4-3D8F6A2C9B57}");
 };

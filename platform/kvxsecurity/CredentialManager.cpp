@@ -200,4 +200,31 @@ tresult CredentialManager::store(const char* target, const char* userName, const
     }
 }
 
+tresult CredentialManager::remove(const char* target)
+{
+    if (!isNonEmptyText(target))
+        return kInvalidArgument;
+    constexpr const char* kAction = "cannot remove the login";
+    try
+    {
+        ServiceHandle service;
+        if (tresult result = connectToService(kAction, service); result != kResultOk)
+            return result;
+        ItemList items;
+        if (tresult result = findLogins(service.get(), target, SECRET_SEARCH_ALL, kAction, items); result != kResultOk)
+            return result;
+        for (GList* node = items.get(); node; node = node->next)
+        {
+            GError* error = nullptr;
+            if (!secret_item_delete_sync(static_cast<SecretItem*>(node->data), nullptr, &error))
+                return secretServiceFailure(kAction, error);
+        }
+        return kResultOk;
+    }
+    catch (...)
+    {
+        return kUnexpected;
+    }
+}
+
 } // namespace KVX::Security

@@ -15,6 +15,7 @@ class CredentialManager : public Object, public ICredentialManager
 public:
     tresult lookup(const char* target, ICredential** credential) override;
     tresult store(const char* target, const char* userName, const char* password) override;
+    tresult remove(const char* target) override;
     KVX_FORWARD_UNKNOWN(Object)
 };
 

@@ -187,6 +187,21 @@ TEST_F(CredentialStore, FindsNothingForATargetWithoutEntry)
     }
 }
 
+TEST_F(CredentialStore, RemovingATargetForgetsEveryLoginOfItAndNothingElse)
+{
+    ICredentialManager* manager = GetCredentialManager();
+    ASSERT_EQ(manager->store("forget.example.com", "erin", "erin's secret"), kResultOk);
+    ASSERT_EQ(manager->store("keep.example.com", "frank", "frank's secret"), kResultOk);
+    ASSERT_EQ(manager->remove("forget.example.com"), kResultOk);
+    EXPECT_TRUE(itemsInService("target forget.example.com").empty());
+    EXPECT_FALSE(lookUp("forget.example.com"));
+    EXPECT_EQ(passwordInService("target keep.example.com").output, "frank's secret");
+    // Nothing stored: still done. No target: refused.
+    EXPECT_EQ(manager->remove("forget.example.com"), kResultOk);
+    EXPECT_EQ(manager->remove(""), kInvalidArgument);
+    EXPECT_EQ(manager->remove(nullptr), kInvalidArgument);
+}
+
 TEST_F(CredentialStoreWithoutService, ChecksTheArgumentsBeforeReachingForTheStore)
 {
     ICredentialManager* manager = GetCredentialManager();
