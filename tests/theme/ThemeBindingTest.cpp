@@ -3,6 +3,7 @@
 // The expected tables are written from the description of the gadget's forms and of the
 // components behind them (the Manager, its children "Credentials", "Client", "TrackInfo" and
 // "ActivityInfo", and the credential prompt's component).
+#include "BindingWalk.h"
 #include "ThemeSupport.h"
 
 #include <gtest/gtest.h>
@@ -16,75 +17,6 @@ using namespace KVX;
 using namespace ThemeTests;
 
 namespace {
-
-/// One binding as "kind controller.name": "parameter Credentials.username", "property .loginPhase".
-using Binding = std::string;
-using Bindings = std::multiset<Binding>;
-
-std::string kindName(uint32 kind)
-{
-    switch (kind)
-    {
-    case BindingRecord::kParameter:
-        return "parameter";
-    case BindingRecord::kProperty:
-        return "property";
-    case BindingRecord::kObject:
-        return "object";
-    case BindingRecord::kForm:
-        return "form";
-    }
-    return "unknown";
-}
-
-std::string join(const std::string& scope, const char* controller)
-{
-    if (scope.empty())
-        return controller;
-    return *controller ? scope + "/" + controller : scope;
-}
-
-/// The bindings of one form, without opening the forms it shows.
-void collect(IThemeElement& element, Bindings& bindings)
-{
-    BindingRecord binding{};
-    if (element.getBinding(binding) == kResultOk)
-        bindings.insert(kindName(binding.kind) + " " + binding.controller + "." + binding.name);
-    for (uint32 i = 0; i < element.countChildren(); ++i)
-        collect(*element.getChild(i), bindings);
-}
-
-Bindings bindingsOf(ITheme& theme, const char* form)
-{
-    Bindings bindings;
-    IThemeElement* root = theme.getForm(form);
-    EXPECT_NE(root, nullptr) << form;
-    if (root)
-        collect(*root, bindings);
-    return bindings;
-}
-
-/// The bindings reached from a form opened on a component, with the forms it shows opened in
-/// turn; controllers are paths from that component.
-void resolve(ITheme& theme, IThemeElement& element, const std::string& scope, std::set<Binding>& bindings, int depth)
-{
-    ASSERT_LT(depth, 32) << "forms open each other in a circle";
-    BindingRecord binding{};
-    if (element.getBinding(binding) == kResultOk)
-    {
-        const std::string controller = join(scope, binding.controller);
-        if (binding.kind == BindingRecord::kForm)
-        {
-            IThemeElement* form = theme.getForm(binding.name);
-            ASSERT_NE(form, nullptr) << binding.name;
-            resolve(theme, *form, controller, bindings, depth + 1);
-        }
-        else
-            bindings.insert(kindName(binding.kind) + " " + controller + "." + binding.name);
-    }
-    for (uint32 i = 0; i < element.countChildren(); ++i)
-        resolve(theme, *element.getChild(i), scope, bindings, depth);
-}
 
 /// The first element of `type` whose binding has `name`, searched depth first.
 IThemeElement* find(IThemeElement& element, const char* type, const char* name)
