@@ -192,7 +192,7 @@ private:
                 const size_t index = level.members.size();
                 level.sameNames = index < level.lastObject->count() && level.lastObject->at(index).name == key_;
             }
-            level.members.emplace_back(std::move(key_), std::move(value));
+            level.members.push_back(Attributes::Member{std::move(key_), std::move(value)});
         }
         else
             level.values.push_back(std::move(value));
