@@ -1,5 +1,11 @@
 #include "framework/plugin/ModuleComponent.h"
 
+#include "framework/plugin/ModuleResources.h"
+#include "framework/services/GuiServices.h"
+
+#include <cstdio>
+#include <string>
+
 namespace KVX {
 
 KVX_DEFINE_CLASS(ModuleComponent, Component, "ModuleComponent")
@@ -10,6 +16,18 @@ bool ModuleComponent::getProperty(Variant& value, std::string_view name) const
     if (!text)
         return Component::getProperty(value, name);
     value = String(text->view());
+    return true;
+}
+
+bool ModuleComponent::loadTheme(std::string_view themeName, std::string_view resourceName)
+{
+    const ModuleResource* package = ModuleResources::find(resourceName);
+    IThemeManager* themes = GetThemeManager();
+    if (!package || !themes || themes->loadTheme(std::string(themeName).c_str(), package->data, package->size) != kResultOk)
+    {
+        std::fputs("ModuleComponent::loadTheme failed\n", stderr);
+        return false;
+    }
     return true;
 }
 

@@ -19,6 +19,11 @@ public:
     const CString& vendor() const { return vendor_; }
     const CString& title() const { return title_; }
 
+    /// Loads the theme package that the module carries as the resource `resourceName` into the
+    /// host's theme manager under `themeName`. On failure writes the debug message
+    /// "ModuleComponent::loadTheme failed" and returns false.
+    bool loadTheme(std::string_view themeName, std::string_view resourceName);
+
     /// Answers "moduleId", "vendor" and "title" besides the base's properties.
     bool getProperty(Variant& value, std::string_view name) const override;
 

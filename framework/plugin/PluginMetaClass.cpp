@@ -1,5 +1,7 @@
 #include "framework/plugin/PluginMetaClass.h"
 
+#include "framework/plugin/ModuleResources.h"
+
 #include <cstring>
 
 namespace KVX {
@@ -28,6 +30,21 @@ tresult PluginMetaClass::getResourceLocation(const char* key, char* url, uint32 
     if (text.size() + 1 > size)
         return kInvalidArgument;
     std::memcpy(url, text.c_str(), text.size() + 1);
+    return kResultOk;
+}
+
+tresult PluginMetaClass::getResourceData(const char* key, const void*& data, uint64& size)
+{
+    data = nullptr;
+    size = 0;
+    const Url* found = key ? findResource(key) : nullptr;
+    if (!found)
+        return kInvalidArgument;
+    const ModuleResource* resource = ModuleResources::find(*found);
+    if (!resource)
+        return kUnexpected;
+    data = resource->data;
+    size = resource->size;
     return kResultOk;
 }
 

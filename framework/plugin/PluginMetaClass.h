@@ -24,6 +24,7 @@ public:
     const Url* findResource(std::string_view key) const;
 
     tresult getResourceLocation(const char* key, char* url, uint32 size) override;
+    tresult getResourceData(const char* key, const void*& data, uint64& size) override;
 
     uint32 retain() override { return Unknown::retain(); }
     uint32 release() override { return Unknown::release(); }

@@ -19,6 +19,8 @@
 #include "plugin/views/TrackInfoComponent.h"
 #include "plugin/views/TrackList.h"
 
+#include <atomic>
+
 namespace Sorvel {
 
 using namespace KVX;
@@ -27,9 +29,10 @@ KVX_DEFINE_CLASS(Manager, Component, "Manager")
 
 namespace {
 
-/// The module's current Manager: the first one made, until it is destroyed. User-interface
-/// thread only, like the Managers themselves.
-Manager* currentManager = nullptr;
+/// The module's current Manager: the first one made, until it is destroyed. Written on the
+/// user-interface thread only; the publishing target may ask from another thread whether there
+/// is one (it hands its tracks over on the user-interface thread), hence atomic.
+std::atomic<Manager*> currentManager{nullptr};
 
 constexpr const char* kLoginFailedText =
     "Login failed. Please note that usernames and passwords are case sensitive.";
@@ -122,8 +125,8 @@ Manager::Manager() : Component("Manager")
     trackListSignals_.connect(trackList_.get(), this);
     sessionSignals_.connect(uploadSession_.get(), this);
 
-    if (!currentManager)
-        currentManager = this;
+    Manager* none = nullptr;
+    currentManager.compare_exchange_strong(none, this, std::memory_order_relaxed);
 }
 
 Manager::~Manager()
@@ -134,8 +137,8 @@ Manager::~Manager()
     trackList_.reset();
     sessionSignals_.disconnect();
     uploadSession_.reset();
-    if (currentManager == this)
-        currentManager = nullptr;
+    Manager* self = this;
+    currentManager.compare_exchange_strong(self, nullptr, std::memory_order_relaxed);
     if (configurationWaiter_)
         configurationWaiter_->detach();
     pendingConfiguration_.reset();
@@ -143,7 +146,7 @@ Manager::~Manager()
 
 Manager* Manager::current()
 {
-    return currentManager;
+    return currentManager.load(std::memory_order_relaxed);
 }
 
 tresult Manager::queryInterface(const UID& iid, void** object)
