@@ -121,7 +121,10 @@ tresult CredentialManager::lookup(const char* target, ICredential** credential)
     if (!isNonEmptyText(target))
         return kInvalidArgument;
 
-    constexpr const char* kAction = "cannot look up the login";
+    // Unreported: a store that cannot be reached (no keyring on this machine) holds no login,
+    // which is how the caller takes the failure; storing and removing, which the user asked
+    // for, say why they failed.
+    constexpr const char* kAction = nullptr;
     try
     {
         ServiceHandle service;

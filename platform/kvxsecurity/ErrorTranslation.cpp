@@ -12,7 +12,8 @@ tresult secretServiceFailure(const char* action, GError* error, const char* reas
     // before any call. An unreachable bus, a missing service, a refused or dismissed request all
     // mean that the store cannot be used now.
     const char* message = error ? error->message : reason ? reason : "unknown failure";
-    std::fprintf(stderr, "kvxsecurity: %s: %s\n", action, message);
+    if (action)
+        std::fprintf(stderr, "kvxsecurity: %s: %s\n", action, message);
     if (error)
         g_error_free(error);
     return kUnexpected;

@@ -12,7 +12,8 @@ namespace KVX::Security {
 // messages come from the libraries and never contain a password.
 
 /// Reports `error` (which may be null when the failure has no GError, for example a locked item;
-/// `reason` then says what went wrong), frees it and returns the result code for it.
+/// `reason` then says what went wrong), frees it and returns the result code for it. A null
+/// `action` reports nothing: the caller takes the failure as an answer.
 tresult secretServiceFailure(const char* action, GError* error, const char* reason = nullptr);
 
 /// Reports the oldest error that libcrypto queued on this thread, empties the queue so that it

@@ -240,14 +240,13 @@ TEST_F(CredentialStoreWithoutService, ReportsTheUnreachableStoreAndWritesNothing
     EXPECT_EQ(stored, kUnexpected);
     EXPECT_EQ(lookedUp, kUnexpected);
     EXPECT_EQ(credential, nullptr);
-    // Each failure is explained by the message of the bus library, and the password is not in it.
-    for (const char* action :
-         {"kvxsecurity: cannot store the login: ", "kvxsecurity: cannot look up the login: "})
-    {
-        auto position = errors.find(action);
-        ASSERT_NE(position, std::string::npos) << errors;
-        EXPECT_NE(errors[position + std::strlen(action)], '\n') << errors;
-    }
+    // The failed store is explained by the message of the bus library, and the password is not
+    // in it; the failed lookup, which only means that no login is at hand, is not reported.
+    const char* action = "kvxsecurity: cannot store the login: ";
+    auto position = errors.find(action);
+    ASSERT_NE(position, std::string::npos) << errors;
+    EXPECT_NE(errors[position + std::strlen(action)], '\n') << errors;
+    EXPECT_EQ(errors.find("look up"), std::string::npos) << errors;
     EXPECT_EQ(errors.find("secret"), std::string::npos) << errors;
     EXPECT_EQ(filesBelow(home), before);
 }

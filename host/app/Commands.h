@@ -1,0 +1,37 @@
+#pragma once
+
+#include "host/app/Runtime.h"
+
+#include <map>
+#include <string>
+#include <vector>
+
+namespace Host {
+
+/// `sorvel publish`: what to publish and how to report it.
+struct PublishOptions
+{
+    std::vector<std::string> files;
+    std::string product;     ///< the product to upload into (existing or new); empty: the files' album
+    LoginOptions login;
+    bool json = false;       ///< one JSON document on standard output instead of text
+    bool progress = true;    ///< progress bars (lines when standard error is no terminal)
+    /// Metadata given on the command line by "Media:" key: one value for every file, or one per
+    /// file in the order of the files.
+    std::map<std::string, std::vector<std::string>> fields;
+};
+
+/// Renders the files to the format the publishing target asks for, hands them to it, shows the
+/// track table, uploads with progress per row and reports how it ended.
+int publish(const PublishOptions& options);
+
+/// `sorvel products`: the account's products.
+int listProducts(const LoginOptions& login, bool json);
+/// `sorvel dashboard`: the account's figures as the dashboard shows them.
+int showDashboard(const LoginOptions& login, bool json);
+/// `sorvel signin`: signs in once, storing the login with `remember`.
+int signInOnly(const LoginOptions& login, bool json);
+/// `sorvel signout`: signs out; with `forget` the stored login is removed from the keyring.
+int signOut(bool forget, bool json);
+
+} // namespace Host

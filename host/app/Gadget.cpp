@@ -1,0 +1,180 @@
+#include "host/app/Gadget.h"
+
+#include "framework/component/Message.h"
+#include "framework/hostsupport/EventWait.h"
+#include "framework/interfaces/IParameter.h"
+#include "framework/interfaces/ISubject.h"
+
+namespace Host {
+
+using namespace KVX;
+
+namespace {
+
+ISubject* subjectOf(IComponent* component)
+{
+    void* subject = nullptr;
+    if (!component || component->queryInterface(ISubject::kIID, &subject) != kResultOk)
+        return nullptr;
+    static_cast<ISubject*>(subject)->release(); // the component keeps it alive
+    return static_cast<ISubject*>(subject);
+}
+
+/// Splits "Child.name" into its child component and name; the gadget itself without a dot.
+IComponent* ownerOf(IComponent* root, const std::string& path, std::string& name)
+{
+    const size_t dot = path.find('.');
+    if (dot == std::string::npos)
+    {
+        name = path;
+        return root;
+    }
+    name = path.substr(dot + 1);
+    return root ? root->lookupChild(path.substr(0, dot).c_str()) : nullptr;
+}
+
+std::string textOf(const ValueRecord& value)
+{
+    if (value.type == ValueRecord::kString && value.text)
+        return std::string(value.text, value.textLength);
+    if (value.type == ValueRecord::kInt)
+        return std::to_string(value.intValue);
+    if (value.type == ValueRecord::kDouble)
+        return std::to_string(value.doubleValue);
+    return {};
+}
+
+} // namespace
+
+void Gadget::open(IComponent* component, IUnknown* context)
+{
+    component_ = component;
+    if (ISubject* subject = subjectOf(component_))
+        subject->addObserver(this);
+    component_->initialize(context);
+}
+
+void Gadget::close()
+{
+    if (!component_)
+        return;
+    if (ISubject* subject = subjectOf(component_))
+        subject->removeObserver(this);
+    component_->terminate();
+    component_.reset();
+}
+
+IParameter* Gadget::find(const std::string& path, IComponent** owner) const
+{
+    std::string name;
+    IComponent* component = ownerOf(component_, path, name);
+    if (owner)
+        *owner = component;
+    return component ? component->lookupParameter(name.c_str()) : nullptr;
+}
+
+std::string Gadget::text(const std::string& path) const
+{
+    ValueRecord value;
+    IParameter* parameter = find(path);
+    return parameter && parameter->readValue(value) == kResultOk ? textOf(value) : std::string();
+}
+
+int64 Gadget::number(const std::string& path) const
+{
+    ValueRecord value;
+    IParameter* parameter = find(path);
+    if (!parameter || parameter->readValue(value) != kResultOk)
+        return 0;
+    return value.type == ValueRecord::kInt ? value.intValue : static_cast<int64>(value.doubleValue);
+}
+
+bool Gadget::isEnabled(const std::string& path) const
+{
+    ParameterInfo info{};
+    IParameter* parameter = find(path);
+    return parameter && parameter->getInfo(info) == kResultOk && info.enabled;
+}
+
+void Gadget::setText(const std::string& path, const std::string& value, bool notify)
+{
+    if (IParameter* parameter = find(path))
+    {
+        ValueRecord record;
+        record.type = ValueRecord::kString;
+        record.text = value.data();
+        record.textLength = value.size();
+        parameter->writeValue(record, notify);
+    }
+}
+
+void Gadget::setNumber(const std::string& path, int64 value, bool notify)
+{
+    if (IParameter* parameter = find(path))
+    {
+        ValueRecord record;
+        record.type = ValueRecord::kInt;
+        record.intValue = value;
+        parameter->writeValue(record, notify);
+    }
+}
+
+std::vector<std::string> Gadget::entries(const std::string& path) const
+{
+    std::vector<std::string> result;
+    IParameter* parameter = find(path);
+    for (int32 i = 0; parameter && i < parameter->countEntries(); ++i)
+    {
+        ValueRecord value;
+        if (parameter->readEntry(i, value) == kResultOk)
+            result.push_back(textOf(value));
+    }
+    return result;
+}
+
+int64 Gadget::property(const std::string& path) const
+{
+    std::string name;
+    IComponent* owner = ownerOf(component_, path, name);
+    ValueRecord value;
+    if (!owner || owner->readProperty(name.c_str(), value) != kResultOk)
+        return 0;
+    return value.type == ValueRecord::kInt ? value.intValue : static_cast<int64>(value.doubleValue);
+}
+
+IItemModel* Gadget::trackList() const
+{
+    IUnknown* object = component_ ? component_->lookupObject("trackList") : nullptr;
+    void* model = nullptr;
+    if (!object || object->queryInterface(IItemModel::kIID, &model) != kResultOk)
+        return nullptr;
+    static_cast<IItemModel*>(model)->release(); // the gadget keeps it alive
+    return static_cast<IItemModel*>(model);
+}
+
+bool Gadget::settle(uint32 timeoutMs, const std::atomic<bool>* interrupted)
+{
+    auto stopped = [&] { return interrupted && interrupted->load(std::memory_order_relaxed); };
+    auto quiet = [&] { return stopped() || (!isBusy() && phase() != kSigningIn); };
+    for (int round = 0; round < 2; ++round)
+    {
+        if (!EventWait::until(quiet, timeoutMs))
+            return false;
+        EventWait::runFor(30); // deliveries that the last reply posted
+    }
+    return !stopped() && quiet();
+}
+
+void Gadget::notify(ISubject*, IMessage& message)
+{
+    if (idOf(message) == "propertyChanged")
+        ++propertyChanges_;
+}
+
+tresult Gadget::queryInterface(const UID& iid, void** object)
+{
+    KVX_QUERY_INTERFACE(iid, object, IObserver)
+    return Object::queryInterface(iid, object);
+}
+
+} // namespace Host

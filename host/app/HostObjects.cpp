@@ -1,0 +1,103 @@
+#include "host/app/HostObjects.h"
+
+#include "framework/data/Url.h"
+#include "framework/interfaces/IAttributeList.h"
+
+#include <algorithm>
+#include <cstdio>
+
+namespace Host {
+
+using namespace KVX;
+
+tresult PublishedItem::getMetadata(IAttributeList* metadata)
+{
+    if (!metadata)
+        return kInvalidArgument;
+    for (const Attributes::Member& member : metadata_)
+    {
+        ValueRecord record;
+        member.value.toRecord(record);
+        metadata->setAttribute(member.name.c_str(), record);
+    }
+    return kResultOk;
+}
+
+tresult PublishedItem::queryInterface(const UID& iid, void** object)
+{
+    KVX_QUERY_INTERFACE(iid, object, IPublishedItem)
+    return Object::queryInterface(iid, object);
+}
+
+IPublishedItem* PublishedItemContainer::getItem(int32 index)
+{
+    if (index < 0 || index >= countItems())
+        return nullptr;
+    return items_[static_cast<size_t>(index)].get();
+}
+
+tresult PublishedItemContainer::queryInterface(const UID& iid, void** object)
+{
+    KVX_QUERY_INTERFACE(iid, object, IPublishedItemContainer)
+    return Object::queryInterface(iid, object);
+}
+
+tresult HostContext::activate(IComponent* component)
+{
+    if (!component)
+        return kInvalidArgument;
+    ++activations_;
+    return kResultOk;
+}
+
+tresult HostContext::queryInterface(const UID& iid, void** object)
+{
+    KVX_QUERY_INTERFACE(iid, object, IHostContextActivation)
+    return Object::queryInterface(iid, object);
+}
+
+tresult AlertCollector::presentAlert(const char* text, int32)
+{
+    if (!text)
+        return kInvalidArgument;
+    alerts_.emplace_back(text);
+    if (!quiet_)
+        std::fprintf(stderr, "sorvel: %s\n", text);
+    return kResultOk;
+}
+
+bool AlertCollector::contains(const std::string& text) const
+{
+    return std::find(alerts_.begin(), alerts_.end(), text) != alerts_.end();
+}
+
+tresult AlertCollector::queryInterface(const UID& iid, void** object)
+{
+    KVX_QUERY_INTERFACE(iid, object, IAlertPresenter)
+    return Object::queryInterface(iid, object);
+}
+
+tresult OpenedPages::openUrl(const char* url)
+{
+    if (!url)
+        return kInvalidArgument;
+    const Url parsed = Url::fromDisplayString(url);
+    if (parsed.protocol().isEmpty())
+        return kInvalidArgument;
+    std::string text = url;
+    text = text.substr(0, text.find_first_of("?#"));
+    pages_.push_back(text);
+    lastProductId_.clear();
+    for (const auto& parameter : parsed.parameters())
+        if (parameter.name == "open_title")
+            lastProductId_ = parameter.value.toUtf8();
+    return kResultOk;
+}
+
+tresult OpenedPages::queryInterface(const UID& iid, void** object)
+{
+    KVX_QUERY_INTERFACE(iid, object, IUrlOpener)
+    return Object::queryInterface(iid, object);
+}
+
+} // namespace Host

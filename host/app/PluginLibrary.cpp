@@ -1,0 +1,90 @@
+#include "host/app/PluginLibrary.h"
+
+#include "framework/plugin/IPluginInstance.h"
+
+#include <dlfcn.h>
+
+#include <cstdlib>
+#include <cstring>
+
+namespace Host {
+
+using namespace KVX;
+
+std::string PluginLibrary::defaultPath()
+{
+    if (const char* path = std::getenv("SORVEL_PLUGIN"); path && *path)
+        return path;
+    return SORVEL_PLUGIN_FILE;
+}
+
+bool PluginLibrary::load(const std::string& path, std::string& error)
+{
+    unload();
+    handle_ = ::dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (!handle_)
+    {
+        const char* reason = ::dlerror();
+        error = "cannot load the plug-in " + path + ": " + (reason ? reason : "unknown reason");
+        return false;
+    }
+    using Entry = IClassFactory* (*)();
+    auto entry = reinterpret_cast<Entry>(::dlsym(handle_, "KVXGetClassFactory"));
+    IClassFactory* factory = entry ? entry() : nullptr;
+    if (!factory)
+    {
+        error = entry ? "the plug-in " + path + " refused to start (its theme or framework could not be set up)"
+                      : "the library " + path + " is not a plug-in (it has no class factory)";
+        ::dlclose(handle_);
+        handle_ = nullptr;
+        return false;
+    }
+    factory_ = factory; // shares the module's factory
+    return true;
+}
+
+void PluginLibrary::unload()
+{
+    factory_.reset();
+    if (handle_)
+        ::dlclose(handle_);
+    handle_ = nullptr;
+}
+
+bool PluginLibrary::findClass(const char* category, UID& classId) const
+{
+    if (!factory_)
+        return false;
+    for (int32 i = 0; i < factory_->countClasses(); ++i)
+    {
+        ClassDescription description{};
+        if (factory_->getClassDescription(i, description) == kResultOk &&
+            std::strncmp(description.category, category, sizeof(description.category)) == 0)
+        {
+            classId = description.classId;
+            return true;
+        }
+    }
+    return false;
+}
+
+IUnknown* PluginLibrary::create(const char* category, const UID& iid) const
+{
+    UID classId;
+    if (!findClass(category, classId))
+        return nullptr;
+    void* object = nullptr;
+    if (factory_->createInstance(classId, iid, &object) != kResultOk || !object)
+        return nullptr;
+    auto* unknown = static_cast<IUnknown*>(object);
+    void* instance = nullptr;
+    if (unknown->queryInterface(IPluginInstance::kIID, &instance) == kResultOk && instance)
+    {
+        auto* plugin = static_cast<IPluginInstance*>(instance);
+        plugin->setClassId(classId);
+        plugin->release();
+    }
+    return unknown;
+}
+
+} // namespace Host

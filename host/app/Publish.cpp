@@ -1,0 +1,367 @@
+#include "host/app/CellReader.h"
+#include "host/app/Commands.h"
+#include "host/app/SourceFile.h"
+#include "host/render/WaveRenderer.h"
+
+#include "framework/data/AttributeArray.h"
+#include "framework/data/Json.h"
+#include "framework/data/Url.h"
+#include "framework/hostsupport/EventWait.h"
+#include "framework/interfaces/IPublisher.h"
+#include "framework/services/GuiServices.h"
+#include "framework/services/IGraphicsHelper.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <unistd.h>
+
+namespace Host {
+
+using namespace KVX;
+namespace fs = std::filesystem;
+
+namespace {
+
+const char* const kUploadFailed = "Upload failed!";
+const char* const kSessionExpired = "Session expired. Please login again.";
+
+/// Where rendered files wait for their upload: a folder of this run in the user's cache.
+fs::path makeRenderFolder(std::string& error)
+{
+    fs::path cache;
+    if (const char* xdg = std::getenv("XDG_CACHE_HOME"); xdg && *xdg)
+        cache = xdg;
+    else if (const char* home = std::getenv("HOME"); home && *home)
+        cache = fs::path(home) / ".cache";
+    else
+        cache = fs::temp_directory_path();
+    const fs::path parent = cache / "sorvel" / "render";
+    std::error_code failure;
+    fs::create_directories(parent, failure);
+    std::string pattern = (parent / "run-XXXXXX").string();
+    if (failure || !::mkdtemp(pattern.data()))
+    {
+        error = "cannot create a folder for the rendered files in " + parent.string();
+        return {};
+    }
+    return pattern;
+}
+
+/// One row of the track table as the gadget draws it.
+struct RowView
+{
+    std::string title;
+    std::string file;
+    std::string status;
+    double fill = 0;
+    bool uploading = false;
+};
+
+/// The state keyword of a status text, for JSON.
+std::string stateOf(const std::string& status)
+{
+    if (status.find("Upload Complete") != std::string::npos)
+        return "uploaded";
+    if (status.find("Upload Failed") != std::string::npos)
+        return "failed";
+    if (status.find("uploaded") != std::string::npos)
+        return "uploading";
+    if (status == "Invalid Format")
+        return "invalid_format";
+    if (status == "Uploaded")
+        return "on_service";
+    if (status.rfind("Replace", 0) == 0)
+        return "replace";
+    return "add";
+}
+
+class TrackTable
+{
+public:
+    explicit TrackTable(IItemModel& model) : model_(model)
+    {
+        IViewStyle* style = nullptr;
+        if (IGraphicsHelper* helper = GetGraphicsHelper();
+            helper && helper->createViewStyle("sorvel", "TrackList", &style) == kResultOk)
+            style_ = Ref<IViewStyle>::adopt(style);
+    }
+
+    std::vector<RowView> rows() const
+    {
+        std::vector<RowView> result;
+        for (int32 row = 0; row < model_.countRows(); ++row)
+        {
+            RowView view;
+            view.title = CellReader::read(model_, row, 1, 200, style_).text;
+            view.file = CellReader::read(model_, row, 2, 300, style_).text;
+            const CellReader::Cell status = CellReader::read(model_, row, 3, 200, style_);
+            view.status = status.text;
+            view.fill = status.fill;
+            view.uploading = status.text.find('%') != std::string::npos;
+            result.push_back(view);
+        }
+        return result;
+    }
+
+    static void print(const std::vector<RowView>& rows, FILE* out)
+    {
+        size_t titleWidth = 5, fileWidth = 4;
+        for (const RowView& row : rows)
+        {
+            titleWidth = std::max(titleWidth, row.title.size());
+            fileWidth = std::max(fileWidth, row.file.size());
+        }
+        std::fprintf(out, "%-*s  %-*s  %s\n", int(titleWidth), "Track", int(fileWidth), "File", "State");
+        for (const RowView& row : rows)
+            std::fprintf(out, "%-*s  %-*s  %s\n", int(titleWidth), row.title.c_str(), int(fileWidth), row.file.c_str(),
+                         row.status.c_str());
+    }
+
+private:
+    IItemModel& model_;
+    Ref<IViewStyle> style_;
+};
+
+/// Progress of the rows being uploaded: a bar per row, redrawn in place on a terminal, or a line
+/// per row at every tenth on anything else.
+class UploadProgress
+{
+public:
+    explicit UploadProgress(bool enabled) : enabled_(enabled), terminal_(::isatty(STDERR_FILENO)) {}
+
+    void show(const std::vector<RowView>& rows)
+    {
+        if (!enabled_)
+            return;
+        if (last_.size() != rows.size())
+            last_.assign(rows.size(), -1);
+        if (terminal_)
+        {
+            if (drawn_)
+                std::fprintf(stderr, "\x1b[%zuA", drawn_);
+            for (const RowView& row : rows)
+            {
+                const int width = 30;
+                const int filled = static_cast<int>(row.fill * width + 0.5);
+                std::string bar(static_cast<size_t>(row.uploading ? filled : 0), '#');
+                bar.resize(width, row.uploading ? '-' : ' ');
+                std::fprintf(stderr, "\x1b[2K%-24.24s [%s] %s\n", row.title.c_str(), bar.c_str(), row.status.c_str());
+            }
+            drawn_ = rows.size();
+        }
+        else
+            for (size_t i = 0; i < rows.size(); ++i)
+            {
+                const int tenth = rows[i].uploading ? static_cast<int>(rows[i].fill * 10) : -2;
+                if (rows[i].uploading && tenth != last_[i])
+                    std::fprintf(stderr, "%s: %s\n", rows[i].title.c_str(), rows[i].status.c_str());
+                last_[i] = tenth;
+            }
+        std::fflush(stderr);
+    }
+
+private:
+    bool enabled_;
+    bool terminal_;
+    size_t drawn_ = 0;
+    std::vector<int> last_;
+};
+
+/// The value of a command-line field for file `index` of `count`.
+bool fieldFor(const std::vector<std::string>& values, size_t index, std::string& value)
+{
+    if (values.empty())
+        return false;
+    value = values.size() == 1 ? values[0] : values[index];
+    return true;
+}
+
+Attributes resultDocument(const std::string& outcome, const std::string& product, const std::string& productId,
+                          const std::string& page, const std::vector<RowView>& rows)
+{
+    Attributes document;
+    document.set("result", String(outcome));
+    auto productObject = makeRef<Attributes>();
+    productObject->set("name", String(product));
+    productObject->set("id", String(productId));
+    productObject->set("page", String(page));
+    document.set("product", Variant(static_cast<Object*>(productObject.get())));
+    auto tracks = makeRef<AttributeArray>();
+    for (const RowView& row : rows)
+    {
+        auto track = makeRef<Attributes>();
+        track->set("title", String(row.title));
+        track->set("file", String(row.file));
+        track->set("status", String(row.status));
+        track->set("state", String(stateOf(row.status)));
+        tracks->append(Variant(static_cast<Object*>(track.get())));
+    }
+    document.set("tracks", Variant(static_cast<Object*>(tracks.get())));
+    return document;
+}
+
+} // namespace
+
+int publish(const PublishOptions& options)
+{
+    // Everything that can be checked is checked before anything is sent.
+    const size_t count = options.files.size();
+    for (const auto& [key, values] : options.fields)
+        if (values.size() != 1 && values.size() != count)
+        {
+            std::fprintf(stderr, "sorvel: %s was given %zu times for %zu files: give it once for all, or once per file\n",
+                         key.c_str(), values.size(), count);
+            return kUsage;
+        }
+    std::vector<SourceFile> sources(count);
+    for (size_t i = 0; i < count; ++i)
+    {
+        std::string error;
+        if (!SourceFile::open(options.files[i], sources[i], error))
+        {
+            std::fprintf(stderr, "sorvel: %s\n", error.c_str());
+            return kUsage;
+        }
+    }
+
+    Runtime runtime;
+    if (int code = runtime.start(); code != kDone)
+        return code;
+    if (int code = runtime.signIn(options.login); code != kDone)
+        return code;
+    Gadget& gadget = runtime.gadget();
+
+    auto* publisher = static_cast<Engine::IPublisher*>(runtime.plugin().create("Publisher", Engine::IPublisher::kIID));
+    if (!publisher)
+    {
+        std::fprintf(stderr, "sorvel: the plug-in offers no publishing target\n");
+        return kServiceFailed;
+    }
+    const auto heldPublisher = Ref<Engine::IPublisher>::adopt(publisher);
+
+    std::string error;
+    const fs::path folder = makeRenderFolder(error);
+    if (folder.empty())
+    {
+        std::fprintf(stderr, "sorvel: %s\n", error.c_str());
+        return kServiceFailed;
+    }
+    auto removeRendered = [&] {
+        std::error_code ignored;
+        fs::remove_all(folder, ignored);
+    };
+
+    auto items = makeRef<PublishedItemContainer>();
+    for (size_t i = 0; i < count; ++i)
+    {
+        SourceFile& source = sources[i];
+        FileType type = source.fileType;
+        AudioFormat format = source.format;
+        publisher->checkFormat(type, format); // corrects both to what the target takes
+        const fs::path output = folder / (source.path.stem().string() + ".wav");
+        if (!options.json)
+            std::fprintf(stderr, "Rendering %s\n", source.path.filename().c_str());
+        WaveRenderer renderer(format);
+        renderer.setCancelFlag(&gInterrupted);
+        RenderReport report;
+        if (!renderer.render(source.path, output, report))
+        {
+            removeRendered();
+            if (gInterrupted.load())
+                return kInterrupted;
+            std::fprintf(stderr, "sorvel: %s: %s\n", source.path.c_str(), report.error.c_str());
+            return kUsage;
+        }
+        Attributes metadata = source.metadata;
+        std::string value;
+        for (const auto& [key, values] : options.fields)
+            if (fieldFor(values, i, value))
+                metadata.set(key, String(value));
+        if (!options.product.empty())
+            metadata.set("Media:Album", String(options.product));
+        items->add(makeRef<PublishedItem>(Url::fromNativePath(String(output.string())).toDisplayString().toUtf8(),
+                                          std::move(metadata)));
+    }
+    if (publisher->publish(items) != kResultOk)
+    {
+        removeRendered();
+        std::fprintf(stderr, "sorvel: the publishing target did not take the files\n");
+        return kServiceFailed;
+    }
+
+    IItemModel* model = gadget.trackList();
+    if (!model)
+    {
+        removeRendered();
+        std::fprintf(stderr, "sorvel: the gadget has no track table\n");
+        return kServiceFailed;
+    }
+    TrackTable table(*model);
+    const std::string product = gadget.text("newProductName");
+    if (!options.json)
+    {
+        std::fprintf(stdout, "Product: %s%s\n", product.c_str(), gadget.number("replaceMode") ? "" : " (new)");
+        TrackTable::print(table.rows(), stdout);
+        std::fflush(stdout);
+    }
+
+    // Upload: the form's "Upload" button; the rows report their progress as they are drawn.
+    std::vector<RowView> finished;
+    UploadProgress progress(options.progress && !options.json);
+    gadget.press("upload");
+    if (!gadget.isUploading())
+    {
+        removeRendered();
+        std::fprintf(stderr, "sorvel: nothing to upload: no row holds a file in the format the service takes\n");
+        return kServiceFailed;
+    }
+    bool cancelled = false;
+    while (gadget.isUploading())
+    {
+        if (gInterrupted.load(std::memory_order_relaxed) && !cancelled)
+        {
+            gadget.press("cancel");
+            cancelled = true;
+        }
+        finished = table.rows();
+        progress.show(finished);
+        EventWait::until([&] { return !gadget.isUploading(); }, 100);
+    }
+    // What the rows show when the batch has ended, before the product's tracks are reloaded.
+    finished = table.rows();
+    progress.show(finished);
+    gadget.settle(Runtime::kTimeoutMs);
+
+    std::string outcome = "uploaded";
+    int code = kDone;
+    if (runtime.alerts().contains(kSessionExpired))
+        outcome = "session_expired", code = kSignInRefused;
+    else if (runtime.alerts().contains(kUploadFailed))
+        outcome = "failed", code = kServiceFailed;
+    else if (cancelled)
+        outcome = "cancelled", code = kInterrupted;
+    else if (runtime.pages().pages().empty())
+        outcome = "failed", code = kServiceFailed;
+
+    const std::string page = runtime.pages().pages().empty() ? "" : runtime.pages().pages().back();
+    if (code == kDone)
+        removeRendered();
+    if (options.json)
+        std::fprintf(stdout, "%s\n",
+                     Json::toText(resultDocument(outcome, product, runtime.pages().lastProductId(), page, finished)).c_str());
+    else
+    {
+        size_t done = 0;
+        for (const RowView& row : finished)
+            done += stateOf(row.status) == "uploaded";
+        std::fprintf(stdout, "%zu of %zu tracks uploaded to \"%s\"\n", done, finished.size(), product.c_str());
+        if (!page.empty())
+            std::fprintf(stdout, "Product page: %s\n", page.c_str());
+        if (code != kDone)
+            std::fprintf(stdout, "Rendered files kept in %s\n", folder.c_str());
+    }
+    return code;
+}
+
+} // namespace Host

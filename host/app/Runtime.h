@@ -1,0 +1,81 @@
+#pragma once
+
+#include "framework/core/Ref.h"
+#include "host/app/Gadget.h"
+#include "host/app/HostObjects.h"
+#include "host/app/PluginLibrary.h"
+
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <string>
+
+namespace SorvelSandbox {
+class Sandbox;
+}
+
+namespace Host {
+
+/// Exit codes of the program.
+enum ExitCode : int
+{
+    kDone = 0,
+    kServiceFailed = 1,   ///< the service, the network or an upload failed
+    kUsage = 2,           ///< bad arguments or unreadable input
+    kSignInRefused = 3,   ///< the login was refused or the session expired
+    kConfiguration = 4,   ///< the configuration cannot be used
+    kInterrupted = 130,   ///< cancelled with Ctrl-C
+};
+
+/// Set by SIGINT and SIGTERM; long waits end when it turns true.
+extern std::atomic<bool> gInterrupted;
+void installInterruptHandler();
+
+/// What the user asked for about signing in.
+struct LoginOptions
+{
+    std::string user;           ///< --user; empty: the stored or embedded login
+    bool passwordFromStdin = false;
+    bool remember = false;      ///< store the login in the keyring after it succeeded
+};
+
+/// The host around one command: the host's services started as a workstation starts them, the
+/// service's address (configured, or the embedded sandbox), the plug-in loaded and its gadget
+/// opened. Everything runs on this thread, which is the user-interface thread.
+class Runtime
+{
+public:
+    static constexpr KVX::uint32 kTimeoutMs = 60000;
+
+    Runtime();
+    ~Runtime();
+
+    /// Starts everything up to an opened gadget. On failure returns the exit code, having said
+    /// why on standard error.
+    int start();
+    /// Signs in unless the silent sign-in did: the typed or prompted login, the stored one, or on
+    /// the embedded sandbox its demo login. kDone, kSignInRefused, kUsage or kServiceFailed.
+    int signIn(const LoginOptions& options);
+
+    Gadget& gadget() { return *gadget_; }
+    PluginLibrary& plugin() { return plugin_; }
+    AlertCollector& alerts() { return *alerts_; }
+    OpenedPages& pages() { return *pages_; }
+    bool usesEmbeddedSandbox() const { return sandbox_ != nullptr; }
+    /// What stopped a wait: kInterrupted after Ctrl-C, else kServiceFailed.
+    int waitFailure() const;
+
+private:
+    bool configure(std::string& error);
+    std::string promptPassword(const std::string& user) const;
+
+    std::unique_ptr<SorvelSandbox::Sandbox> sandbox_;
+    bool unreachable_ = false; ///< the configured server did not answer
+    PluginLibrary plugin_;
+    KVX::Ref<Gadget> gadget_;
+    KVX::Ref<HostContext> context_;
+    KVX::Ref<AlertCollector> alerts_;
+    KVX::Ref<OpenedPages> pages_;
+};
+
+} // namespace Host

@@ -1,0 +1,97 @@
+// sorvel: the reference host. Loads the plug-in as a workstation does and drives its gadget and
+// publishing target from the command line.
+
+#include "host/app/Commands.h"
+
+#include <CLI/CLI.hpp>
+
+#include <cstdio>
+
+using namespace Host;
+
+namespace {
+
+void addLoginOptions(CLI::App& command, LoginOptions& login)
+{
+    command.add_option("--user", login.user, "account user name (default: the stored login)");
+    command.add_flag("--password-stdin", login.passwordFromStdin,
+                     "read the password from the first line of standard input");
+    command.add_flag("--remember", login.remember, "keep the login in the keyring after it succeeded");
+}
+
+/// The metadata flags of `sorvel publish`: each once for all files, or once per file.
+const std::pair<const char*, const char*> kFields[] = {
+    {"title", "Media:Title"},       {"artist", "Media:Artist"},     {"genre", "Media:Genre"},
+    {"year", "Media:Year"},         {"isrc", "Media:ISRC"},         {"ean", "Media:EAN"},
+    {"comment", "Media:Comment"},   {"composer", "Media:Composer"}, {"arranger", "Media:Arranger"},
+    {"songwriter", "Media:Songwriter"},
+};
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    CLI::App app{"sorvel: publish rendered audio to a Sorvel store through the Sorvel plug-in.\n"
+                 "Without a configured service it uses the embedded sandbox and its demo account."};
+    app.require_subcommand(1);
+    app.set_version_flag("--version", "sorvel 1.0.14.27792");
+
+    PublishOptions publishOptions;
+    std::map<std::string, std::vector<std::string>> fieldValues;
+    bool noProgress = false;
+    CLI::App* publishCommand = app.add_subcommand("publish", "render audio files and upload them to a product");
+    publishCommand->add_option("files", publishOptions.files, "audio files (anything libsndfile reads)")
+        ->required()
+        ->check(CLI::ExistingFile);
+    publishCommand->add_option("--product", publishOptions.product,
+                               "product to upload into; a new one when none has this name (default: the album)");
+    addLoginOptions(*publishCommand, publishOptions.login);
+    publishCommand->add_flag("--json", publishOptions.json, "print the result as JSON");
+    publishCommand->add_flag("--no-progress", noProgress, "no progress bars");
+    for (const auto& [flag, key] : kFields)
+        publishCommand->add_option(std::string("--") + flag, fieldValues[key],
+                                   std::string(key).substr(6) + ": once for all files, or once per file")
+            ->take_all();
+
+    LoginOptions login;
+    bool json = false;
+    CLI::App* productsCommand = app.add_subcommand("products", "list the account's products");
+    CLI::App* dashboardCommand = app.add_subcommand("dashboard", "show the account's fans, sales and promotions");
+    CLI::App* signinCommand = app.add_subcommand("signin", "sign in (and with --remember keep the login)");
+    for (CLI::App* command : {productsCommand, dashboardCommand, signinCommand})
+    {
+        addLoginOptions(*command, login);
+        command->add_flag("--json", json, "print the result as JSON");
+    }
+    bool forget = false;
+    CLI::App* signoutCommand = app.add_subcommand("signout", "sign out");
+    signoutCommand->add_flag("--forget", forget, "also remove the stored login from the keyring");
+    signoutCommand->add_flag("--json", json, "print the result as JSON");
+
+    try
+    {
+        app.parse(argc, argv);
+    }
+    catch (const CLI::ParseError& error)
+    {
+        const int code = app.exit(error);
+        return code == 0 ? kDone : kUsage;
+    }
+
+    installInterruptHandler();
+    if (*publishCommand)
+    {
+        publishOptions.progress = !noProgress;
+        for (auto& [key, values] : fieldValues)
+            if (!values.empty())
+                publishOptions.fields[key] = values;
+        return publish(publishOptions);
+    }
+    if (*productsCommand)
+        return listProducts(login, json);
+    if (*dashboardCommand)
+        return showDashboard(login, json);
+    if (*signinCommand)
+        return signInOnly(login, json);
+    return signOut(forget, json);
+}

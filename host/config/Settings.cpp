@@ -1,0 +1,159 @@
+#include "host/config/Settings.h"
+
+#include "framework/data/Json.h"
+#include "framework/data/Url.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <sys/stat.h>
+
+namespace Host {
+
+using namespace KVX;
+
+namespace {
+
+struct Key
+{
+    const char* name;        // in the file and for the plug-in
+    const char* environment; // the variable that overrides it
+    std::string Settings::*field;
+};
+
+constexpr Key kKeys[] = {
+    {"ServerURL", "SORVEL_SERVER_URL", &Settings::serverUrl},
+    {"LoginURL", "SORVEL_LOGIN_URL", &Settings::loginUrl},
+    {"PartnerID", "SORVEL_PARTNER_ID", &Settings::partnerId},
+    {"PartnerKey", "SORVEL_PARTNER_KEY", &Settings::partnerKey},
+};
+
+bool isWebAddress(const std::string& text)
+{
+    const Url url = Url::fromDisplayString(text);
+    return (url.protocol() == "http" || url.protocol() == "https") && !url.host().isEmpty();
+}
+
+std::string modeText(mode_t mode)
+{
+    char text[8];
+    std::snprintf(text, sizeof text, "%04o", static_cast<unsigned>(mode & 07777));
+    return text;
+}
+
+} // namespace
+
+std::string Settings::filePath()
+{
+    std::string folder;
+    if (const char* xdg = std::getenv("XDG_CONFIG_HOME"); xdg && *xdg == '/')
+        folder = xdg;
+    else if (const char* home = std::getenv("HOME"); home && *home)
+        folder = std::string(home) + "/.config";
+    else
+        folder = ".config";
+    return folder + "/sorvel/config.json";
+}
+
+bool Settings::parse(std::string_view text, std::string_view origin, Settings& settings, std::string& error)
+{
+    const std::string where(origin);
+    Attributes values;
+    if (!Json::load(values, text))
+    {
+        error = where + " is not a JSON object";
+        return false;
+    }
+    for (const Attributes::Member& member : values)
+    {
+        const Key* key = nullptr;
+        for (const Key& candidate : kKeys)
+            if (member.name.view() == candidate.name)
+                key = &candidate;
+        if (!key)
+        {
+            error = where + ": unknown setting \"" + std::string(member.name.view()) +
+                    "\" (known: ServerURL, LoginURL, PartnerID, PartnerKey)";
+            return false;
+        }
+        if (member.value.type() != Variant::kString)
+        {
+            error = where + ": the value of \"" + key->name + "\" must be a text";
+            return false;
+        }
+        settings.*key->field = member.value.toString().toUtf8();
+    }
+    return true;
+}
+
+bool Settings::check(std::string& error) const
+{
+    if (isEmpty())
+        return true;
+    std::string missing;
+    for (const Key& key : kKeys)
+        if ((this->*key.field).empty())
+            missing += std::string(missing.empty() ? "" : ", ") + key.name;
+    if (!missing.empty())
+    {
+        error = "the service is configured only in part: " + missing + " missing (set them in " + filePath() +
+                " or through SORVEL_SERVER_URL, SORVEL_LOGIN_URL, SORVEL_PARTNER_ID and SORVEL_PARTNER_KEY)";
+        return false;
+    }
+    if (!isWebAddress(serverUrl))
+    {
+        error = "ServerURL is not an http or https address: " + serverUrl;
+        return false;
+    }
+    if (!isWebAddress(loginUrl))
+    {
+        error = "LoginURL is not an http or https address: " + loginUrl;
+        return false;
+    }
+    return true;
+}
+
+bool Settings::load(Settings& settings, std::string& error)
+{
+    settings = {};
+    const std::string path = filePath();
+    struct stat status = {};
+    if (::stat(path.c_str(), &status) == 0)
+    {
+        if (!S_ISREG(status.st_mode))
+        {
+            error = path + " is not a file";
+            return false;
+        }
+        if (status.st_mode & (S_IRWXG | S_IRWXO))
+        {
+            error = path + " can be read or changed by other users (mode " + modeText(status.st_mode) +
+                    "), and it holds the partner key; make it yours alone with: chmod 600 " + path;
+            return false;
+        }
+        std::ifstream file(path, std::ios::binary);
+        std::string text((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+        if (!file.good() && !file.eof())
+        {
+            error = "cannot read " + path;
+            return false;
+        }
+        if (!parse(text, path, settings, error))
+            return false;
+    }
+    else if (errno != ENOENT)
+    {
+        error = "cannot read " + path + ": " + std::strerror(errno);
+        return false;
+    }
+
+    for (const Key& key : kKeys)
+        if (const char* value = std::getenv(key.environment); value && *value)
+            settings.*key.field = value;
+    return settings.check(error);
+}
+
+} // namespace Host
