@@ -11,6 +11,8 @@
 #include "framework/services/GuiServices.h"
 #include "framework/services/IGraphicsHelper.h"
 
+#include <cctype>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -177,8 +179,25 @@ bool fieldFor(const std::vector<std::string>& values, size_t index, std::string&
     return true;
 }
 
+/// Seconds spent in each step of one publish, for the JSON report and the benchmark.
+struct StepTimes
+{
+    using Clock = std::chrono::steady_clock;
+    Clock::time_point start = Clock::now();
+    double signIn = 0, render = 0, upload = 0;
+
+    /// Seconds since the last call (or the start).
+    double lap()
+    {
+        const Clock::time_point now = Clock::now();
+        const double seconds = std::chrono::duration<double>(now - start).count();
+        start = now;
+        return seconds;
+    }
+};
+
 Attributes resultDocument(const std::string& outcome, const std::string& product, const std::string& productId,
-                          const std::string& page, const std::vector<RowView>& rows)
+                          const std::string& page, const std::vector<RowView>& rows, const StepTimes& times)
 {
     Attributes document;
     document.set("result", String(outcome));
@@ -198,6 +217,11 @@ Attributes resultDocument(const std::string& outcome, const std::string& product
         tracks->append(Variant(static_cast<Object*>(track.get())));
     }
     document.set("tracks", Variant(static_cast<Object*>(tracks.get())));
+    auto seconds = makeRef<Attributes>();
+    seconds->set("sign_in", times.signIn);
+    seconds->set("render", times.render);
+    seconds->set("upload", times.upload);
+    document.set("seconds", Variant(static_cast<Object*>(seconds.get())));
     return document;
 }
 
@@ -210,8 +234,13 @@ int publish(const PublishOptions& options)
     for (const auto& [key, values] : options.fields)
         if (values.size() != 1 && values.size() != count)
         {
+        {
+            std::string flag = "--" + key.substr(key.find(':') + 1);
+            for (char& letter : flag)
+                letter = static_cast<char>(std::tolower(static_cast<unsigned char>(letter)));
             std::fprintf(stderr, "sorvel: %s was given %zu times for %zu files: give it once for all, or once per file\n",
-                         key.c_str(), values.size(), count);
+                         flag.c_str(), values.size(), count);
+        }
             return kUsage;
         }
     std::vector<SourceFile> sources(count);
@@ -225,11 +254,13 @@ int publish(const PublishOptions& options)
         }
     }
 
+    StepTimes times;
     Runtime runtime;
     if (int code = runtime.start(); code != kDone)
         return code;
     if (int code = runtime.signIn(options.login); code != kDone)
         return code;
+    times.signIn = times.lap();
     Gadget& gadget = runtime.gadget();
 
     auto* publisher = static_cast<Engine::IPublisher*>(runtime.plugin().create("Publisher", Engine::IPublisher::kIID));
@@ -283,6 +314,7 @@ int publish(const PublishOptions& options)
         items->add(makeRef<PublishedItem>(Url::fromNativePath(String(output.string())).toDisplayString().toUtf8(),
                                           std::move(metadata)));
     }
+    times.render = times.lap();
     if (publisher->publish(items) != kResultOk)
     {
         removeRendered();
@@ -332,6 +364,7 @@ int publish(const PublishOptions& options)
     finished = table.rows();
     progress.show(finished);
     gadget.settle(Runtime::kTimeoutMs);
+    times.upload = times.lap();
 
     std::string outcome = "uploaded";
     int code = kDone;
@@ -349,7 +382,7 @@ int publish(const PublishOptions& options)
         removeRendered();
     if (options.json)
         std::fprintf(stdout, "%s\n",
-                     Json::toText(resultDocument(outcome, product, runtime.pages().lastProductId(), page, finished)).c_str());
+                     Json::toText(resultDocument(outcome, product, runtime.pages().lastProductId(), page, finished, times)).c_str());
     else
     {
         size_t done = 0;

@@ -50,8 +50,9 @@ int main(int argc, char** argv)
     publishCommand->add_flag("--no-progress", noProgress, "no progress bars");
     for (const auto& [flag, key] : kFields)
         publishCommand->add_option(std::string("--") + flag, fieldValues[key],
-                                   std::string(key).substr(6) + ": once for all files, or once per file")
-            ->take_all();
+                                   std::string(key).substr(6) + ": once for all files, or repeated once per file")
+            ->allow_extra_args(false)
+            ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
 
     LoginOptions login;
     bool json = false;
