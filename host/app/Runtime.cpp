@@ -8,6 +8,7 @@
 #include "framework/services/SystemServices.h"
 #include "host/config/ConfigurationProvider.h"
 #include "host/terminal/PasswordInput.h"
+#include "host/terminal/TerminalCredentialPrompt.h"
 #include "sandbox/Sandbox.h"
 
 #include "framework/data/Url.h"
@@ -183,13 +184,6 @@ int Runtime::start()
     return kDone;
 }
 
-std::string Runtime::promptPassword(const std::string& user) const
-{
-    std::string password;
-    promptWithoutEcho("Password for " + user + ": ", password);
-    return password;
-}
-
 int Runtime::signIn(const LoginOptions& options)
 {
     Gadget& gadget = *gadget_;
@@ -199,6 +193,7 @@ int Runtime::signIn(const LoginOptions& options)
         return kDone;
 
     std::string user = options.user.empty() ? gadget.text("Credentials.username") : options.user;
+    bool remember = options.remember;
     std::string password;
     if (options.passwordFromStdin)
     {
@@ -216,21 +211,38 @@ int Runtime::signIn(const LoginOptions& options)
             user = demo.username;
             password = demo.password;
         }
-        else if (user.empty() || !hasTerminal())
+        else if (!hasTerminal())
         {
             std::fprintf(stderr, "sorvel: not signed in: give --user NAME and the password on standard input "
                                  "(--password-stdin), or run `sorvel signin` once with --remember\n");
             return kUsage;
         }
         else
-            password = promptPassword(user);
+        {
+            // The theme's login dialog, on the terminal.
+            TerminalIO terminal;
+            auto dialog = makeRef<TerminalCredentialPrompt>(terminal);
+            dialog->setSuggestedUserName(user);
+            Security::CredentialPromptRequest request;
+            request.description = String("Sign in to your Sorvel account.");
+            request.flags = Security::CredentialPromptRequest::kAlwaysShow |
+                            (remember ? Security::CredentialPromptRequest::kSave : 0u);
+            if (!dialog->prompt(request))
+            {
+                std::fprintf(stderr, "sorvel: sign-in cancelled\n");
+                return gInterrupted.load(std::memory_order_relaxed) ? kInterrupted : kUsage;
+            }
+            user = request.userName.toUtf8();
+            password = request.password.toUtf8();
+            remember = (request.flags & Security::CredentialPromptRequest::kSave) != 0;
+        }
     }
     else
         password = gadget.text("Credentials.password");
 
     gadget.setText("Credentials.username", user);
     gadget.setText("Credentials.password", password);
-    if (options.remember)
+    if (remember)
         gadget.setNumber("Credentials.saveChecked", 1);
     gadget.press("signIn");
     if (!gadget.settle(kTimeoutMs, &gInterrupted))

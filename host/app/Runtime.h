@@ -67,7 +67,6 @@ public:
 
 private:
     bool configure(std::string& error);
-    std::string promptPassword(const std::string& user) const;
 
     std::unique_ptr<SorvelSandbox::Sandbox> sandbox_;
     bool unreachable_ = false; ///< the configured server did not answer

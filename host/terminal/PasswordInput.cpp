@@ -126,6 +126,13 @@ bool promptWithoutEcho(const std::string& prompt, std::string& answer)
     return read;
 }
 
+void writeToTerminal(const std::string& text)
+{
+    Terminal terminal;
+    if (terminal.isOpen())
+        terminal.write(text);
+}
+
 bool promptLine(const std::string& prompt, std::string& answer)
 {
     Terminal terminal;

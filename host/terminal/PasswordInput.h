@@ -16,6 +16,9 @@ bool promptWithoutEcho(const std::string& prompt, std::string& answer);
 /// Asks for a line on the controlling terminal, showing what is typed. False as above.
 bool promptLine(const std::string& prompt, std::string& answer);
 
+/// Writes `text` to the controlling terminal (nothing when there is none).
+void writeToTerminal(const std::string& text);
+
 /// Whether the process has a controlling terminal to ask on.
 bool hasTerminal();
 
