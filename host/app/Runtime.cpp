@@ -37,6 +37,7 @@ void onInterrupt(int)
 }
 
 const char* const kLoginFailed = "Login failed. Please note that usernames and passwords are case sensitive.";
+const char* const kSessionExpired = "Session expired. Please login again.";
 
 /// Whether a connection to the server of `address` can be opened within a few seconds; a
 /// sentence in `error` when not. The plug-in would only report a failed sign-in, which would
@@ -247,6 +248,9 @@ int Runtime::signIn(const LoginOptions& options)
     gadget.press("signIn");
     if (!gadget.settle(kTimeoutMs, &gInterrupted))
         return waitFailure();
+    // The products are asked for right after the sign-in; a session refused there ends it too.
+    if (alerts_->contains(kSessionExpired))
+        return kSignInRefused;
     if (gadget.phase() == Gadget::kSignedIn)
         return kDone;
     return alerts_->contains(kLoginFailed) ? kSignInRefused : kServiceFailed;
