@@ -125,6 +125,41 @@ TEST_F(SorvelProgram, CtrlCDuringTheFilePostCancelsWithoutUploadingTwice)
     EXPECT_TRUE(sandbox->requestLog().entries(Endpoint::UploadStatus).empty()) << "no upload reported complete";
 }
 
+/// The value after `label` on its line of the standalone sandbox's banner.
+std::string bannerValue(const std::string& banner, const std::string& label)
+{
+    const size_t start = banner.find(label);
+    if (start == std::string::npos)
+        return {};
+    const size_t value = banner.find_first_not_of(' ', start + label.size());
+    return banner.substr(value, banner.find('\n', value) - value);
+}
+
+TEST_F(SorvelProgram, PublishesToTheStandaloneSandboxProgram)
+{
+    const auto data = home / "sandbox-data";
+    Child server({"--port", "0", "--quiet", "--data", data.string()}, {}, "", SORVEL_SANDBOX_PROGRAM);
+    ASSERT_GT(server.pid(), 0);
+    const std::string banner = server.readOutputUntil("Press Ctrl+C");
+    const std::string api = bannerValue(banner, "API base URL:");
+    ASSERT_FALSE(api.empty()) << banner;
+    service = {api, bannerValue(banner, "Login URL:"), bannerValue(banner, "Partner id:"),
+               bannerValue(banner, "Partner key:")};
+
+    const ProgramRun run = sorvel({"publish", "--user", "demo", "--password-stdin", "--no-progress", "--product",
+                                   "Standalone", flac("Harbour"), flac("Bridge")},
+                                  "sandbox-demo");
+    EXPECT_EQ(run.exitCode, 0) << run.err;
+    EXPECT_NE(run.out.find("2 of 2 tracks uploaded to \"Standalone\""), std::string::npos) << run.out;
+    size_t stored = 0;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(data / "files"))
+        stored += entry.is_regular_file();
+    EXPECT_EQ(stored, 2u);
+
+    kill(server.pid(), SIGTERM);
+    EXPECT_EQ(server.wait().exitCode, 0);
+}
+
 TEST_F(SorvelProgram, ProductsDashboardAndHelp)
 {
     ProgramRun run = sorvel({"products", "--user", login.username, "--password-stdin", "--json"}, login.password);

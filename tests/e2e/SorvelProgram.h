@@ -47,7 +47,7 @@ class Child
 {
 public:
     Child(const std::vector<std::string>& arguments, const std::vector<std::string>& environment,
-          const std::string& input)
+          const std::string& input, const char* program = SORVEL_PROGRAM)
     {
         int in[2], out[2], err[2];
         if (pipe(in) != 0 || pipe(out) != 0 || pipe(err) != 0)
@@ -60,7 +60,7 @@ public:
         for (int fd : {in[0], in[1], out[0], out[1], err[0], err[1]})
             posix_spawn_file_actions_addclose(&actions, fd);
         std::vector<char*> argv;
-        argv.push_back(const_cast<char*>(SORVEL_PROGRAM));
+        argv.push_back(const_cast<char*>(program));
         for (const std::string& argument : arguments)
             argv.push_back(const_cast<char*>(argument.c_str()));
         argv.push_back(nullptr);
@@ -81,7 +81,7 @@ public:
         for (std::string& variable : variables)
             envp.push_back(variable.data());
         envp.push_back(nullptr);
-        if (posix_spawn(&pid_, SORVEL_PROGRAM, &actions, nullptr, argv.data(), envp.data()) != 0)
+        if (posix_spawn(&pid_, program, &actions, nullptr, argv.data(), envp.data()) != 0)
             pid_ = -1;
         posix_spawn_file_actions_destroy(&actions);
         close(in[0]);
@@ -95,6 +95,26 @@ public:
     }
 
     pid_t pid() const { return pid_; }
+
+    /// What the program has written to its standard output until `marker` appeared (or the
+    /// time ran out, or the output ended).
+    std::string readOutputUntil(const std::string& marker, std::chrono::seconds limit = std::chrono::seconds(20))
+    {
+        std::string text;
+        const auto deadline = std::chrono::steady_clock::now() + limit;
+        while (text.find(marker) == std::string::npos && std::chrono::steady_clock::now() < deadline)
+        {
+            pollfd ready = {out_, POLLIN, 0};
+            if (poll(&ready, 1, 200) <= 0)
+                continue;
+            char buffer[1024];
+            const ssize_t got = read(out_, buffer, sizeof buffer);
+            if (got <= 0)
+                break;
+            text.append(buffer, static_cast<size_t>(got));
+        }
+        return text;
+    }
 
     /// Collects the output until the program ends; exit code -1 when it had to be killed.
     ProgramRun wait(std::chrono::seconds limit = std::chrono::seconds(90))
