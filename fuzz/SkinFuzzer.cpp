@@ -44,6 +44,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     KVX::Ref<KVX::Gui::Theme> theme = KVX::Gui::Theme::create(package);
     if (!theme)
         return 0;
+    if (theme->checkSkin() != KVX::kResultOk && theme->countForms() != 0)
+        std::abort(); // a broken skin offers nothing
     for (KVX::uint32 i = 0; i < theme->countForms(); ++i)
     {
         KVX::IThemeElement* form = theme->getForm(theme->getFormName(i));

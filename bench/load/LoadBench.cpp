@@ -4,8 +4,10 @@
 //    factory, a new gadget controller, its initialisation (stored sign-in found, silent sign-in
 //    started against a local sandbox), then until the account's products are listed. dlclose
 //    after each round, so every round loads the library afresh.
-// 2. The theme alone: the theme manager loading the package and inflating every entry, against a
-//    bare loop of zlib's uncompress over the same entries (the floor any reader pays).
+// 2. The theme alone: the theme manager loading the package (directory, every entry inflated and
+//    checked against its size), against a bare loop of zlib's uncompress over the same entries
+//    (the floor any reader pays); then, apart, reading "skin.xml" into styles and forms, which the
+//    module asks for at its start.
 //
 // Run it with a private Secret Service so that a stored sign-in exists:
 //   tests/security/with-keyring.sh build/default/bin/load_bench [--rounds N]
@@ -231,14 +233,16 @@ int main(int argc, char** argv)
         }
 
     const int themeRounds = rounds * 50;
-    std::vector<double> themeTimes, loadTimes, bareTimes;
+    std::vector<double> themeTimes, skinTimes, bareTimes;
     std::vector<Bytef> buffer;
     for (int round = 0; round < themeRounds; ++round)
     {
+        // The theme manager's load: directory, every entry inflated and checked, kept. The
+        // previous round's theme is released after the measurement, not inside it.
+        Ref<ITheme> previous(GetThemeManager()->getTheme("load-bench"));
         Clock::time_point start = Clock::now();
         if (GetThemeManager()->loadTheme("load-bench", package.data(), package.size()) != kResultOk)
             return 1;
-        loadTimes.push_back(millisecondsSince(start));
         ITheme* theme = GetThemeManager()->getTheme("load-bench");
         for (const PackageEntry* file : files)
         {
@@ -248,14 +252,20 @@ int main(int argc, char** argv)
                 return 1;
         }
         themeTimes.push_back(millisecondsSince(start));
-
+        // Reading the skin into styles and forms, which the module has done at its start.
         start = Clock::now();
-        std::string copy = package; // the theme keeps its own copy of the package too
+        if (theme->checkSkin() != kResultOk)
+            return 1;
+        skinTimes.push_back(millisecondsSince(start));
+        previous.reset();
+
+        // The same entries through zlib's uncompress, each into a buffer of its size.
+        start = Clock::now();
         for (const PackageEntry* file : files)
         {
             buffer.resize(file->originalSize);
             uLongf length = static_cast<uLongf>(buffer.size());
-            const auto* stored = reinterpret_cast<const Bytef*>(copy.data() + file->dataOffset);
+            const auto* stored = reinterpret_cast<const Bytef*>(package.data() + file->dataOffset);
             if (file->compressed)
             {
                 if (uncompress(buffer.data(), &length, stored, static_cast<uLong>(file->storedSize)) != Z_OK)
@@ -270,10 +280,11 @@ int main(int argc, char** argv)
     const double bare = median(bareTimes);
     std::printf("theme package: %zu bytes, %zu files, %llu bytes inflated; median of %d rounds:\n", package.size(),
                 files.size(), static_cast<unsigned long long>(inflatedBytes), themeRounds);
-    std::printf("  theme manager: load, skin parsed, every entry  %8.3f ms\n", theme);
-    std::printf("    of which the load (directory, skin.xml)      %8.3f ms\n", median(loadTimes));
+    std::printf("  theme manager's load: every entry inflated     %8.3f ms\n", theme);
     std::printf("  bare uncompress of the same entries            %8.3f ms\n", bare);
     std::printf("  ratio                                          %8.2f x   (target <= 1.25 x)\n", theme / bare);
+    std::printf("  reading skin.xml into styles and forms         %8.3f ms   (done once, at the module's start)\n",
+                median(skinTimes));
     sandbox.stop();
     return 0;
 }

@@ -121,6 +121,11 @@ public:
     /// range; the text belongs to the theme).
     virtual uint32 countForms() = 0;
     virtual const char* getFormName(uint32 index) = 0;
+    /// Reads "skin.xml" now unless that has happened (it is read on the first request for a
+    /// style, colour, image or form). kResultOk when the skin is whole; kInvalidArgument when it
+    /// is malformed or names what it does not declare (a style, image, frame, form or file): the
+    /// theme then answers no style, colour, image or form, only files.
+    virtual tresult checkSkin() = 0;
 
     static constexpr UID kIID = UID::fromString("{E2C94A61-8B37-4F5D-A06E-3D1F7B9C5A42}");
 };
@@ -130,9 +135,11 @@ public:
 class IThemeManager : public IUnknown
 {
 public:
-    /// Loads a theme package from `size` bytes at `data` (the module's resource); the manager
-    /// copies what it keeps. kInvalidArgument for a package that cannot be read (wrong magic,
-    /// entries that do not inflate to their size, offsets outside the data).
+    /// Loads a theme package from `size` bytes at `data` (the module's resource): reads its
+    /// directory and inflates every file, keeping the inflated files (the bytes at `data` are not
+    /// needed afterwards). kInvalidArgument for a package that cannot be read (wrong magic,
+    /// entries that do not inflate to their size, offsets outside the data, no "skin.xml"); the
+    /// skin itself is read when first needed (ITheme::checkSkin).
     virtual tresult loadTheme(const char* themeName, const void* data, uint64 size) = 0;
     /// The theme loaded under `themeName`, without a reference (valid as long as the manager
     /// keeps it), or null.

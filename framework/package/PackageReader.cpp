@@ -276,6 +276,24 @@ bool PackageReader::extract(std::string_view path, std::vector<uint8>& data)
 bool PackageReader::extract(const PackageEntry& entry, std::vector<uint8>& data)
 {
     data.clear();
+    // What the other extract refuses before it writes is refused before anything is allocated.
+    const bool placed = entry.dataOffset <= bytes_.size() && entry.storedSize <= bytes_.size() - entry.dataOffset;
+    const bool sized = entry.compressed ? entry.originalSize <= PackageFormat::kMaxEntrySize &&
+                                              entry.storedSize <= PackageFormat::kMaxEntrySize &&
+                                              entry.originalSize <= entry.storedSize * PackageFormat::kMaxInflationRatio
+                                        : entry.originalSize == entry.storedSize;
+    if (entry.folder || !placed || !sized)
+        return extract(entry, std::span<uint8>()); // refused there, with the reason
+    data.resize(entry.originalSize);
+    if (extract(entry, std::span<uint8>(data)))
+        return true;
+    data.clear();
+    data.shrink_to_fit();
+    return false;
+}
+
+bool PackageReader::extract(const PackageEntry& entry, std::span<uint8> out)
+{
     // The entry's offsets were checked against the bytes by open(); one from elsewhere is not
     // trusted.
     if (entry.folder || entry.dataOffset > bytes_.size() || entry.storedSize > bytes_.size() - entry.dataOffset)
@@ -291,7 +309,13 @@ bool PackageReader::extract(const PackageEntry& entry, std::vector<uint8>& data)
             error_ = PackageError::kSizeMismatch;
             return false;
         }
-        data.assign(stored, stored + entry.storedSize);
+        if (out.size() != entry.originalSize)
+        {
+            error_ = PackageError::kSizeMismatch;
+            return false;
+        }
+        if (!out.empty())
+            std::memcpy(out.data(), stored, out.size());
         error_ = PackageError::kNone;
         return true;
     }
@@ -301,6 +325,11 @@ bool PackageReader::extract(const PackageEntry& entry, std::vector<uint8>& data)
         error_ = PackageError::kEntryTooLarge;
         return false;
     }
+    if (out.size() != entry.originalSize)
+    {
+        error_ = PackageError::kSizeMismatch;
+        return false;
+    }
 
     z_stream stream{};
     if (inflateInit(&stream) != Z_OK)
@@ -308,15 +337,14 @@ bool PackageReader::extract(const PackageEntry& entry, std::vector<uint8>& data)
         error_ = PackageError::kBadData;
         return false;
     }
-    data.resize(entry.originalSize);
     stream.next_in = const_cast<Bytef*>(stored);
     stream.avail_in = static_cast<uInt>(entry.storedSize);
     // Once the declared size is filled, one spare byte tells a stream that would go on from one
     // that only has its checksum left. zlib refuses a null output pointer even for no bytes.
     uint8 spare = 0;
     bool intoSpare = false;
-    stream.next_out = data.empty() ? &spare : data.data();
-    stream.avail_out = static_cast<uInt>(data.size());
+    stream.next_out = out.empty() ? &spare : out.data();
+    stream.avail_out = static_cast<uInt>(out.size());
     PackageError error = PackageError::kNone;
     for (;;)
     {
@@ -356,11 +384,6 @@ bool PackageReader::extract(const PackageEntry& entry, std::vector<uint8>& data)
             error = PackageError::kBadData; // bytes after the stream
     }
     inflateEnd(&stream);
-    if (error != PackageError::kNone)
-    {
-        data.clear();
-        data.shrink_to_fit();
-    }
     error_ = error;
     return error == PackageError::kNone;
 }

@@ -46,6 +46,9 @@ public:
     /// False when its data does not inflate to that size or is no zlib stream; `data` is then
     /// empty.
     bool extract(const PackageEntry& entry, std::vector<uint8>& data);
+    /// The same into `out`, which must hold exactly the entry's original size (its content is
+    /// undefined after a failure).
+    bool extract(const PackageEntry& entry, std::span<uint8> out);
     /// The same for the file at `path`; kNotFound when there is none.
     bool extract(std::string_view path, std::vector<uint8>& data);
 

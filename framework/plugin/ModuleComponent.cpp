@@ -23,7 +23,12 @@ bool ModuleComponent::loadTheme(std::string_view themeName, std::string_view res
 {
     const ModuleResource* package = ModuleResources::find(resourceName);
     IThemeManager* themes = GetThemeManager();
-    if (!package || !themes || themes->loadTheme(std::string(themeName).c_str(), package->data, package->size) != kResultOk)
+    const std::string name(themeName);
+    // The module needs its theme whole: the skin is read now, not when a form is first opened.
+    ITheme* theme = package && themes && themes->loadTheme(name.c_str(), package->data, package->size) == kResultOk
+                        ? themes->getTheme(name.c_str())
+                        : nullptr;
+    if (!theme || theme->checkSkin() != kResultOk)
     {
         std::fputs("ModuleComponent::loadTheme failed\n", stderr);
         return false;

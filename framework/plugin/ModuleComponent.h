@@ -20,7 +20,8 @@ public:
     const CString& title() const { return title_; }
 
     /// Loads the theme package that the module carries as the resource `resourceName` into the
-    /// host's theme manager under `themeName`. On failure writes the debug message
+    /// host's theme manager under `themeName`, and has its skin read at once. On failure (a
+    /// package that does not load, a skin that is not whole) writes the debug message
     /// "ModuleComponent::loadTheme failed" and returns false.
     bool loadTheme(std::string_view themeName, std::string_view resourceName);
 

@@ -135,7 +135,7 @@ bool isControllerPath(std::string_view path)
 }
 
 // PNG signature and the IHDR chunk that must follow it.
-bool readPngSize(const std::vector<uint8>& png, uint32& width, uint32& height)
+bool readPngSize(std::span<const uint8> png, uint32& width, uint32& height)
 {
     static constexpr uint8 kSignature[] = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1A, '\n'};
     if (png.size() < 33 || std::memcmp(png.data(), kSignature, sizeof(kSignature)) != 0 ||
@@ -161,35 +161,83 @@ Ref<Theme> Theme::create(std::span<const uint8> bytes)
 
 bool Theme::load(std::span<const uint8> bytes)
 {
-    package_.assign(bytes.begin(), bytes.end());
-    if (!reader_.open(package_))
+    if (!reader_.open(bytes))
         return false;
-    const std::vector<uint8>* skin = file(kSkinFile);
-    if (!skin)
-        return false;
-
-    pugi::xml_document document;
-    if (!document.load_buffer(skin->data(), skin->size(), pugi::parse_default, pugi::encoding_utf8))
-        return false;
-    const pugi::xml_node root = document.document_element();
-    if (std::string_view(root.name()) != "Skin")
-        return false;
-    for (const pugi::xml_node& section : root.children())
+    const std::vector<PackageEntry>& entries = reader_.entries();
+    uint64 total = 0;
+    for (const PackageEntry& entry : entries)
+        if (!entry.folder)
+        {
+            total += entry.originalSize;
+            if (total > kMaxInflatedSize)
+                return false;
+        }
+    inflated_.resize(static_cast<size_t>(total));
+    fileBytes_.assign(entries.size(), {});
+    size_t offset = 0;
+    for (size_t i = 0; i < entries.size(); ++i)
     {
-        if (section.type() != pugi::node_element)
+        if (entries[i].folder)
             continue;
-        const std::string_view name = section.name();
-        bool read = false;
-        if (name == "Resources")
-            read = readResources(section);
-        else if (name == "Styles")
-            read = readStyles(section);
-        else if (name == "Forms")
-            read = readForms(section);
-        if (!read)
+        const std::span<uint8> out(inflated_.data() + offset, static_cast<size_t>(entries[i].originalSize));
+        if (!reader_.extract(entries[i], out))
             return false;
+        fileBytes_[i] = out;
+        offset += out.size();
     }
-    return checkReferences();
+    const PackageEntry* skin = reader_.find(kSkinFile);
+    return skin && !skin->folder;
+}
+
+bool Theme::readSkin()
+{
+    if (skin_ != SkinState::kUnread)
+        return skin_ == SkinState::kWhole;
+    skin_ = SkinState::kBroken;
+    std::span<const uint8> skin;
+    if (!file(kSkinFile, skin))
+        return false;
+    pugi::xml_document document;
+    bool whole = document.load_buffer(skin.data(), skin.size(), pugi::parse_default, pugi::encoding_utf8) &&
+                 std::string_view(document.document_element().name()) == "Skin";
+    if (whole)
+        for (const pugi::xml_node& section : document.document_element().children())
+        {
+            if (section.type() != pugi::node_element)
+                continue;
+            const std::string_view name = section.name();
+            if (name == "Resources")
+                whole = readResources(section);
+            else if (name == "Styles")
+                whole = readStyles(section);
+            else if (name == "Forms")
+                whole = readForms(section);
+            else
+                whole = false;
+            if (!whole)
+                break;
+        }
+    if (!whole || !checkReferences())
+    {
+        forgetSkin();
+        return false;
+    }
+    skin_ = SkinState::kWhole;
+    return true;
+}
+
+void Theme::forgetSkin()
+{
+    colors_.clear();
+    styles_.clear();
+    images_.clear();
+    forms_.clear();
+    shapes_.clear();
+}
+
+tresult Theme::checkSkin()
+{
+    return readSkin() ? kResultOk : kInvalidArgument;
 }
 
 bool Theme::readResources(const pugi::xml_node& resources)
@@ -447,15 +495,13 @@ bool Theme::checkElement(const ThemeElement& element) const
     return true;
 }
 
-const std::vector<uint8>* Theme::file(std::string_view path)
+bool Theme::file(std::string_view path, std::span<const uint8>& bytes) const
 {
-    const std::string key(path);
-    if (const auto found = files_.find(key); found != files_.end())
-        return &found->second;
-    std::vector<uint8> data;
-    if (!reader_.extract(path, data))
-        return nullptr;
-    return &files_.emplace(key, std::move(data)).first->second;
+    const PackageEntry* entry = reader_.find(path);
+    if (!entry || entry->folder)
+        return false;
+    bytes = fileBytes_[static_cast<size_t>(entry - reader_.entries().data())];
+    return true;
 }
 
 template <class Value>
@@ -478,6 +524,8 @@ tresult Theme::lookUp(const char* style, const char* name, std::unordered_map<st
 
 tresult Theme::getColor(const char* style, const char* name, uint32& rgba)
 {
+    if (!readSkin())
+        return kInvalidArgument;
     if (name && (!style || !*style))
     {
         const auto found = colors_.find(name);
@@ -491,24 +539,30 @@ tresult Theme::getColor(const char* style, const char* name, uint32& rgba)
 
 tresult Theme::getMetric(const char* style, const char* name, double& value)
 {
+    if (!readSkin())
+        return kInvalidArgument;
     return lookUp(style, name, &ThemeStyle::metrics, value);
 }
 
 tresult Theme::getFont(const char* style, const char* name, FontRecord& font)
 {
+    if (!readSkin())
+        return kInvalidArgument;
     return lookUp(style, name, &ThemeStyle::fonts, font);
 }
 
 tresult Theme::getImage(const char* name, ImageRecord& record)
 {
+    if (!readSkin())
+        return kInvalidArgument;
     const auto found = name ? images_.find(name) : images_.end();
     if (found == images_.end())
         return kInvalidArgument;
     ThemeImage& image = found->second;
     if (!image.measured)
     {
-        const std::vector<uint8>* png = file(image.file);
-        if (!png || !readPngSize(*png, image.width, image.height))
+        std::span<const uint8> png;
+        if (!file(image.file, png) || !readPngSize(png, image.width, image.height))
             return kUnexpected;
         image.measured = true;
     }
@@ -524,6 +578,8 @@ tresult Theme::getImage(const char* name, ImageRecord& record)
 
 tresult Theme::findImageFrame(const char* name, const char* frame, uint32& index)
 {
+    if (!readSkin())
+        return kInvalidArgument;
     const auto found = name ? images_.find(name) : images_.end();
     if (found == images_.end() || !frame)
         return kInvalidArgument;
@@ -539,31 +595,39 @@ tresult Theme::findImageFrame(const char* name, const char* frame, uint32& index
 
 tresult Theme::getFile(const char* path, const void*& data, uint64& size)
 {
-    const PackageEntry* entry = path ? reader_.find(path) : nullptr;
-    if (!entry || entry->folder)
+    std::span<const uint8> bytes;
+    if (!path || !file(path, bytes))
         return kInvalidArgument;
-    const std::vector<uint8>* bytes = file(path);
-    if (!bytes)
-        return kUnexpected;
-    data = bytes->data();
-    size = bytes->size();
+    data = bytes.data();
+    size = bytes.size();
     return kResultOk;
 }
 
 IThemeElement* Theme::getForm(const char* name)
 {
+    if (!readSkin())
+        return nullptr;
     const auto found = name ? forms_.find(name) : forms_.end();
     return found == forms_.end() ? nullptr : found->second.get();
 }
 
 IThemeElement* Theme::getShape(const char* name)
 {
+    if (!readSkin())
+        return nullptr;
     const auto found = name ? shapes_.find(name) : shapes_.end();
     return found == shapes_.end() ? nullptr : found->second.get();
 }
 
+uint32 Theme::countForms()
+{
+    return readSkin() ? static_cast<uint32>(forms_.size()) : 0;
+}
+
 const char* Theme::getFormName(uint32 index)
 {
+    if (!readSkin())
+        return nullptr;
     if (index >= forms_.size())
         return nullptr;
     return std::next(forms_.begin(), index)->first.c_str();

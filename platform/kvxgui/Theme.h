@@ -22,16 +22,21 @@ class xml_node;
 
 namespace KVX::Gui {
 
-/// ITheme: one theme package, with its "skin.xml" read into styles, images, colours, shapes and
-/// forms. The package's other files are inflated when first asked for. User-interface thread.
+/// ITheme: one theme package. Loading reads the directory and inflates every file, checking each
+/// against its recorded size, and keeps the inflated files (not the package). "skin.xml" is read
+/// into styles, images, colours, shapes and forms when first needed (checkSkin, or the first
+/// request for any of them). User-interface thread.
 class Theme : public Object, public ITheme
 {
     KVX_DECLARE_CLASS(Theme, Object)
 public:
-    /// Copies the package in `bytes` and reads it. Null when the package is refused, has no
-    /// readable "skin.xml", or the skin is malformed or names what it does not declare (a
-    /// style, image, frame, form or file).
+    /// Reads the package in `bytes` and inflates its files; `bytes` are not needed afterwards.
+    /// Null when the package is refused, a file does not inflate to its recorded size, or there
+    /// is no "skin.xml".
     static Ref<Theme> create(std::span<const uint8> bytes);
+
+    /// The most that a theme's files may inflate to together.
+    static constexpr uint64 kMaxInflatedSize = uint64(32) * 1024 * 1024;
 
     tresult getColor(const char* style, const char* name, uint32& rgba) override;
     tresult getMetric(const char* style, const char* name, double& value) override;
@@ -41,14 +46,19 @@ public:
     tresult getFile(const char* path, const void*& data, uint64& size) override;
     IThemeElement* getForm(const char* name) override;
     IThemeElement* getShape(const char* name) override;
-    uint32 countForms() override { return static_cast<uint32>(forms_.size()); }
+    uint32 countForms() override;
     const char* getFormName(uint32 index) override;
+    tresult checkSkin() override;
     KVX_FORWARD_UNKNOWN(Object)
 
     Theme() = default;
 
 private:
     bool load(std::span<const uint8> bytes);
+    /// Reads "skin.xml" once; true when it is whole. A skin that is not leaves the theme without
+    /// styles, images, colours, shapes and forms.
+    bool readSkin();
+    void forgetSkin();
     bool readResources(const pugi::xml_node& resources);
     bool readStyles(const pugi::xml_node& styles);
     bool readForms(const pugi::xml_node& forms);
@@ -57,7 +67,8 @@ private:
     bool checkReferences() const;
     bool checkElement(const ThemeElement& element) const;
     bool resolveColor(std::string_view text, uint32& rgba) const;
-    const std::vector<uint8>* file(std::string_view path);
+    /// The inflated bytes of the file at `path`; false when there is no such file.
+    bool file(std::string_view path, std::span<const uint8>& bytes) const;
     /// The style and the styles it inherits from, nearest first; empty for an unknown style.
     std::vector<const ThemeStyle*> styleChain(const char* style) const;
     /// The setting `name` from the nearest style of the chain that has it.
@@ -65,9 +76,19 @@ private:
     tresult lookUp(const char* style, const char* name, std::unordered_map<std::string, Value> ThemeStyle::*settings,
                    Value& value) const;
 
-    std::vector<uint8> package_;
+    enum class SkinState
+    {
+        kUnread,
+        kWhole,
+        kBroken,
+    };
+
+    /// The directory (its bytes are no longer looked at after load), and every file inflated into
+    /// one buffer, in directory order: fileBytes_[i] belongs to reader_.entries()[i].
     PackageReader reader_;
-    std::unordered_map<std::string, std::vector<uint8>> files_;
+    std::vector<uint8> inflated_;
+    std::vector<std::span<const uint8>> fileBytes_;
+    SkinState skin_ = SkinState::kUnread;
     std::unordered_map<std::string, uint32> colors_;
     std::unordered_map<std::string, ThemeStyle> styles_;
     std::unordered_map<std::string, ThemeImage> images_;

@@ -1,5 +1,6 @@
 // The module's start routine with the resources it is given: the value rule, the component
 // "Module", the texts and the theme, and the refusal when the theme does not load.
+#include "framework/package/PackageWriter.h"
 #include "framework/plugin/ModuleComponent.h"
 #include "framework/services/GuiServices.h"
 #include "plugin/shell/Module.h"
@@ -114,6 +115,18 @@ TEST_F(ModuleStart, AThemeThatDoesNotLoadLeavesTheModuleStoppedWithTheFrameworks
         EXPECT_EQ(Module::component(), nullptr);
         EXPECT_EQ(Module::classFactory(), nullptr);
     }
+
+    // A package that loads whole, with a skin that does not read.
+    PackageWriter writer;
+    const std::string skin = "<Skin><Styles>";
+    ASSERT_TRUE(writer.addFile("skin.xml", {reinterpret_cast<const uint8*>(skin.data()), skin.size()}, PackageTime{}, true));
+    std::vector<uint8> package;
+    ASSERT_TRUE(writer.write(package));
+    const std::string brokenSkin(package.begin(), package.end());
+    testing::internal::CaptureStderr();
+    EXPECT_FALSE(Module::start(1, resources(brokenSkin)));
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "ModuleComponent::loadTheme failed\n");
+    EXPECT_EQ(Module::classFactory(), nullptr);
 
     // No theme resource at all.
     const std::vector<ModuleResource> gadgetOnly{{"gadget.xml", gadget_.data(), gadget_.size()}};

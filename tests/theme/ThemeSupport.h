@@ -50,6 +50,15 @@ inline KVX::tresult loadTheme(const char* name, const Bytes& package)
     return GetThemeManager()->loadTheme(name, package.data(), package.size());
 }
 
+/// Loads `package` under `name` and has its skin read: the package's refusal, else the skin's
+/// verdict.
+inline KVX::tresult skinOf(const char* name, const Bytes& package)
+{
+    if (const KVX::tresult loaded = loadTheme(name, package); loaded != KVX::kResultOk)
+        return loaded;
+    return GetThemeManager()->getTheme(name)->checkSkin();
+}
+
 /// The plug-in's theme as the build packed it, loaded under "sorvel" once.
 inline KVX::ITheme* builtTheme()
 {

@@ -294,7 +294,7 @@ TEST(ThemeStyles, ColourNotationsAndResourceColours)
     {
         const std::string skin = std::string(R"(<Skin><Styles><Style name="S"><Color name="c" color=")") + bad +
                                  R"("/></Style></Styles></Skin>)";
-        EXPECT_EQ(loadTheme("bad colour", themePackage(skin)), kInvalidArgument) << bad;
+        EXPECT_EQ(skinOf("bad colour", themePackage(skin)), kInvalidArgument) << bad;
     }
 }
 
@@ -338,8 +338,19 @@ TEST(ThemeLoading, MalformedThemesAreRefused)
          "<Skin><Forms><Form name='F'><Text controller='A//B' name='x'/></Form></Forms></Skin>"},
         {"a shape of an unknown colour", "<Skin><Resources><Shape name='S' fill='nocolour'/></Resources></Skin>"},
     };
+    // The package loads; its skin, read when first needed, is refused whole.
     for (const Case& entry : cases)
-        EXPECT_EQ(loadTheme("malformed", themePackage(entry.skin, {image})), kInvalidArgument) << entry.what;
+    {
+        EXPECT_EQ(skinOf("malformed skin", themePackage(entry.skin, {image})), kInvalidArgument) << entry.what;
+        ITheme* theme = GetThemeManager()->getTheme("malformed skin");
+        ASSERT_NE(theme, nullptr);
+        EXPECT_EQ(theme->countForms(), 0u) << entry.what << ": nothing of a broken skin is offered";
+        uint32 rgba = 0;
+        EXPECT_EQ(theme->getColor("A", "c", rgba), kInvalidArgument) << entry.what;
+        const void* data = nullptr;
+        uint64 size = 0;
+        EXPECT_EQ(theme->getFile("skin.xml", data, size), kResultOk) << "its files still are";
+    }
 
     EXPECT_EQ(loadTheme("malformed", packageOf({{"other.xml", textBytes("<Skin/>")}})), kInvalidArgument)
         << "no skin.xml";
@@ -352,6 +363,7 @@ TEST(ThemeLoading, MalformedThemesAreRefused)
 
     // The smallest theme that is whole loads.
     EXPECT_EQ(loadTheme("minimal", themePackage("<Skin/>")), kResultOk);
+    EXPECT_EQ(skinOf("minimal", themePackage("<Skin/>")), kResultOk);
 }
 
 TEST(ThemeLoading, ImageThatIsNoPngIsReportedWhenAskedFor)
