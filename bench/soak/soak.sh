@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Soak through the reference host, against the embedded sandbox: one batch of 200 short tracks,
-# then one WAV of 4 GiB (silence, 44.1 kHz 16-bit stereo, about 6 hours 45 minutes). Prints the
+# then one WAV of 4 GiB less 1 MiB (silence, 44.1 kHz 16-bit stereo, about 6 hours 45 minutes; a WAV
+# file holds no more). Prints the
 # time and the peak resident memory of each publish: memory must not grow with the batch or the
 # file. Needs about 13 GB of free disk (the file, its rendered copy, the sandbox's stored copy).
 #
@@ -20,7 +21,12 @@ run() {
     XDG_CONFIG_HOME="$work/config" XDG_CACHE_HOME="$work/cache" \
     /usr/bin/time -f "%e s, peak memory %M KiB" -o "$work/time" "$bin/sorvel" publish --json --no-progress "$@" \
     >"$work/result.json" 2>"$work/errors" || { cat "$work/errors"; exit 1; }
-  python3 -c 'import json,sys; r=json.load(open(sys.argv[1])); n=sum(t["state"]=="uploaded" for t in r["tracks"]); print(f"  {r[\"result\"]}: {n} of {len(r[\"tracks\"])} tracks uploaded")' "$work/result.json"
+  python3 - "$work/result.json" <<'PY'
+import json, sys
+result = json.load(open(sys.argv[1]))
+uploaded = sum(track["state"] == "uploaded" for track in result["tracks"])
+print(f"  {result['result']}: {uploaded} of {len(result['tracks'])} tracks uploaded")
+PY
   echo "  $(cat "$work/time")"
 }
 
@@ -37,7 +43,7 @@ run --product "Soak batch" "$work"/batch/*.flac
 python3 - "$work/long.wav" "$gib" <<'PY'
 import struct, sys
 path, gib = sys.argv[1], int(sys.argv[2])
-data = gib * 1024**3 - 64
+data = gib * 1024**3 - 1024**2  # a WAV file holds a little less than 4 GiB
 data -= data % 4
 with open(path, "wb") as f:
     f.write(b"RIFF" + struct.pack("<I", min(data + 36, 0xFFFFFFFF)) + b"WAVE")
