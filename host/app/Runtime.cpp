@@ -31,6 +31,8 @@ std::atomic<bool> gInterrupted{false};
 
 namespace {
 
+uint32 stallTimeoutSeconds = 0;
+
 void onInterrupt(int)
 {
     gInterrupted.store(true, std::memory_order_relaxed);
@@ -97,6 +99,11 @@ void installInterruptHandler()
 
 Runtime::Runtime() = default;
 
+void Runtime::setStallTimeout(uint32 seconds)
+{
+    stallTimeoutSeconds = seconds;
+}
+
 Runtime::~Runtime()
 {
     if (gadget_)
@@ -156,6 +163,8 @@ int Runtime::start()
         std::fprintf(stderr, "sorvel: the host's modules could not be started\n");
         return kServiceFailed;
     }
+    if (stallTimeoutSeconds)
+        GetWebService()->setTimeouts(0, stallTimeoutSeconds * 1000);
     std::string error;
     if (!configure(error))
     {

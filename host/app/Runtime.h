@@ -50,6 +50,10 @@ public:
     Runtime();
     ~Runtime();
 
+    /// How long a request may go without any data moving before it fails (the network module's
+    /// stall time-out); 0 keeps the module's default. Applies to runtimes started afterwards.
+    static void setStallTimeout(KVX::uint32 seconds);
+
     /// Starts everything up to an opened gadget. On failure returns the exit code, having said
     /// why on standard error.
     int start();

@@ -35,6 +35,10 @@ int main(int argc, char** argv)
                  "Without a configured service it uses the embedded sandbox and its demo account."};
     app.require_subcommand(1);
     app.set_version_flag("--version", "sorvel 1.0.14.27792");
+    unsigned timeoutSeconds = 0;
+    app.add_option("--timeout", timeoutSeconds,
+                   "give up on a request of the service when nothing has moved for this many seconds (default 30)")
+        ->check(CLI::Range(1u, 3600u));
 
     PublishOptions publishOptions;
     std::map<std::string, std::vector<std::string>> fieldValues;
@@ -80,6 +84,7 @@ int main(int argc, char** argv)
     }
 
     installInterruptHandler();
+    Runtime::setStallTimeout(timeoutSeconds);
     if (*publishCommand)
     {
         publishOptions.progress = !noProgress;

@@ -214,6 +214,20 @@ int CurlCall::onProgress(void* self, curl_off_t downloadTotal, curl_off_t downlo
     auto* call = static_cast<CurlCall*>(self);
     if (call->stopRequested())
         return 1;
+    // The stall time-out, measured from the last byte that moved. (libcurl's own low-speed check
+    // averages over several seconds, so alone it ends a call late by up to that much.)
+    const auto now = std::chrono::steady_clock::now();
+    if (downloadNow != call->movedDown_ || uploadNow != call->movedUp_)
+    {
+        call->movedDown_ = downloadNow;
+        call->movedUp_ = uploadNow;
+        call->lastMoved_ = now;
+    }
+    else if (now - call->lastMoved_ > std::chrono::milliseconds(call->request_.settings.stallTimeoutMs))
+    {
+        call->stalled_ = true;
+        return 1;
+    }
     // With a body, the upload is what takes time: its progress is reported, not the short reply's.
     bool upload = call->request_.body != nullptr;
     int64 done = upload ? uploadNow : downloadNow;
@@ -228,7 +242,6 @@ int CurlCall::onProgress(void* self, curl_off_t downloadTotal, curl_off_t downlo
     if (call->listener_.progress)
     {
         // Reports to the user-interface thread are kept to a few per second.
-        auto now = std::chrono::steady_clock::now();
         if (now - call->lastProgressReport_ >= std::chrono::milliseconds(100))
         {
             call->lastProgressReport_ = now;
@@ -253,6 +266,9 @@ void CurlCall::complete(CURLcode code)
     headers_.clear();
     if (cancelledByUser_)
         errorText_ = "cancelled";
+    else if (stalled_)
+        errorText_ = CString("timed out: nothing moved for " +
+                             std::to_string((request_.settings.stallTimeoutMs + 999) / 1000) + " s");
     else if (tooLarge_)
         errorText_ = "the response is larger than allowed";
     else if (bodyFailed_)

@@ -104,6 +104,12 @@ private:
     bool headersSignalled_ = false;
     bool loadingSignalled_ = false;
     std::chrono::steady_clock::time_point lastProgressReport_{};
+    /// When bytes last moved in either direction, and the counts then: a call on which nothing
+    /// moves for the stall time-out is ended (stalled_).
+    std::chrono::steady_clock::time_point lastMoved_{};
+    curl_off_t movedDown_ = -1;
+    curl_off_t movedUp_ = -1;
+    bool stalled_ = false;
 
     bool gotResponse_ = false;
     int32 status_ = 0;

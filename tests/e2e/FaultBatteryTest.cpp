@@ -60,11 +60,13 @@ TEST_F(FaultBattery, EveryRequestOfAPublishFailingInEveryWayEndsCleanly)
         {"403", Fault::statusCode(403)},         {"500", Fault::httpStatus(500)},
         {"invalid body", Fault::invalidBody()},  {"empty body", Fault::emptyBody()},
         {"truncated body", Fault::truncatedBody()}, {"dropped connection", Fault::dropConnection()},
+        {"late past the time-out", Fault::delayed(std::chrono::milliseconds(3000))},
     };
     // The file post answers no envelope: its faults are HTTP statuses and the connection.
     const std::vector<FaultCase> postFaults = {
         {"302", Fault::httpStatus(302)}, {"399", Fault::httpStatus(399)}, {"400", Fault::httpStatus(400)},
-        {"403", Fault::httpStatus(403)}, {"500", Fault::httpStatus(500)}, {"dropped connection", Fault::dropConnection()}};
+        {"403", Fault::httpStatus(403)}, {"500", Fault::httpStatus(500)}, {"dropped connection", Fault::dropConnection()},
+        {"late past the time-out", Fault::delayed(std::chrono::milliseconds(3000))}};
 
     const std::vector<std::string> files = {flac("Alpha", 0.5), flac("Beta", 0.5)};
     std::vector<std::string> before;
@@ -81,7 +83,8 @@ TEST_F(FaultBattery, EveryRequestOfAPublishFailingInEveryWayEndsCleanly)
         service = {sandbox->baseUrl(), sandbox->loginUrl(), sandbox->partnerId(), sandbox->partnerKey()};
         sandbox->injectFault(where.endpoint, what.fault);
 
-        std::vector<std::string> arguments = {"publish", "--user", login.username, "--password-stdin",
+        // A time-out of one second, so that an answer three seconds late is past it.
+        std::vector<std::string> arguments = {"--timeout", "1", "publish", "--user", login.username, "--password-stdin",
                                               "--no-progress", "--product", "Battery"};
         arguments.insert(arguments.end(), files.begin(), files.end());
         Child child(arguments, environment(), login.password + "\n");
@@ -133,7 +136,8 @@ TEST_F(FaultBattery, EveryRequestOfAPublishFailingInEveryWayEndsCleanly)
         {
             EXPECT_EQ(run.exitCode, 0);
         }
-        if (where.endpoint == Endpoint::Upload && (fault == "400" || fault == "403" || fault == "500"))
+        if (where.endpoint == Endpoint::Upload &&
+            (fault == "400" || fault == "403" || fault == "500" || fault == "late past the time-out"))
         {
             EXPECT_EQ(run.exitCode, 1);
             EXPECT_NE(run.err.find("Upload failed!"), std::string::npos);
@@ -148,7 +152,8 @@ TEST_F(FaultBattery, EveryRequestOfAPublishFailingInEveryWayEndsCleanly)
         runCase(endpoints[6], what);
 
     // The table, for the README.
-    std::printf("| Request | %s |\n|---|", "403 | 500 | invalid body | empty body | truncated body | dropped connection");
+    std::printf("| Request | %s |\n|---|",
+                "403 | 500 | invalid body | empty body | truncated body | dropped connection | late past the time-out");
     for (size_t i = 0; i < faults.size(); ++i)
         std::printf("---|");
     std::printf("\n");
