@@ -380,6 +380,24 @@ TEST(HttpRequest, ASilentServerEndsTheCallByTimeOut)
         << call.request->getErrorText();
 }
 
+TEST(HttpRequest, TheStallTimeOutCountsFromTheLastByteSentOrReceived)
+{
+    // The body goes out at once and the answer comes three seconds later: with a stall time-out
+    // of one second the call ends before it, however recently the body was sent.
+    LocalHttpServer server;
+    GetWebService()->setTimeouts(2000, 1000);
+    ObservedRequest call;
+    GetWebService()->setTimeouts(15000, 30000);
+    auto body = makeRef<MemoryStream>();
+    body->write("{\"a\":1}", 7);
+    body->seek(0, IStream::kSeekSet);
+    ASSERT_EQ(call.request->open("POST", server.url("/late").c_str(), true, "", ""), kResultOk);
+    ASSERT_EQ(call.request->send(static_cast<IStream*>(body.get()), nullptr), kResultOk);
+    ASSERT_TRUE(call.waitForEnd(10000));
+    EXPECT_EQ(call.events->count("onerror"), 1);
+    EXPECT_STREQ(call.request->getErrorText(), "timed out: nothing moved for 1 s");
+}
+
 TEST(HttpRequest, HttpsNeedsTheServersAuthorityToBeTrusted)
 {
     char directory[] = "/tmp/kvxnet-tls-XXXXXX";

@@ -68,6 +68,12 @@ public:
             wake_.wait(lock, [this] { return stopping_; });
             res.status = 503;
         });
+        // Reads the body, then answers three seconds later.
+        s.Post("/late", [this](const httplib::Request&, httplib::Response& res) {
+            std::unique_lock lock(mutex_);
+            wake_.wait_for(lock, std::chrono::seconds(3), [this] { return stopping_; });
+            res.set_content("late", "text/plain");
+        });
         port_ = s.bind_to_any_port("127.0.0.1");
         thread_ = std::thread([this] { server_->listen_after_bind(); });
         while (!server_->is_running())
