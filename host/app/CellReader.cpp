@@ -17,11 +17,15 @@ CellReader::Cell CellReader::read(IItemModel& model, int32 row, int32 column, in
     return reader->read_;
 }
 
-tresult CellReader::fillRect(const RectRecord& rect, uint32)
+tresult CellReader::fillRect(const RectRecord& rect, uint32 rgba)
 {
     const double cellWidth = cell_.right - cell_.left;
     const double covered = std::clamp(rect.right, cell_.left, cell_.right) - std::clamp(rect.left, cell_.left, cell_.right);
-    read_.fill = std::max(read_.fill, covered / cellWidth);
+    if (covered / cellWidth > read_.fill)
+    {
+        read_.fill = covered / cellWidth;
+        read_.fillColor = rgba;
+    }
     return kResultOk;
 }
 

@@ -10,7 +10,7 @@
 namespace Host {
 
 /// Reads one cell of a list model by letting the model draw it: the texts it draws and how much
-/// of the cell its widest filled bar covers (the upload progress of a status cell). Texts are
+/// of the cell its widest filled bar covers (the upload progress of a status cell), in which colour. Texts are
 /// measured with the graphics module's real metrics, so the model shortens what does not fit as
 /// it would on screen.
 class CellReader : public KVX::Object, public KVX::IGraphicsPort
@@ -19,7 +19,8 @@ public:
     struct Cell
     {
         std::string text;
-        double fill = 0; ///< 0 to 1
+        double fill = 0;       ///< 0 to 1
+        uint32_t fillColor = 0; ///< 0xRRGGBBAA of that widest bar
         bool bold = false;
     };
 

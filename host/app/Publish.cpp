@@ -57,8 +57,27 @@ struct RowView
     std::string file;
     std::string status;
     double fill = 0;
+    uint32 color = 0; ///< of the status bar, 0xRRGGBBAA
     bool uploading = false;
 };
+
+/// Whether `out` is a terminal that takes colours.
+bool colorsOn(FILE* out)
+{
+    const char* term = std::getenv("TERM");
+    return ::isatty(fileno(out)) && !std::getenv("NO_COLOR") && term && std::string(term) != "dumb";
+}
+
+/// `text` in the colour `rgba` (24-bit terminal colours) when `on`.
+std::string colored(const std::string& text, uint32 rgba, bool on)
+{
+    if (!on || !rgba)
+        return text;
+    char start[32];
+    std::snprintf(start, sizeof start, "\x1b[38;2;%u;%u;%um", unsigned(rgba >> 24), unsigned(rgba >> 16 & 0xFF),
+                  unsigned(rgba >> 8 & 0xFF));
+    return start + text + "\x1b[0m";
+}
 
 /// The state keyword of a status text, for JSON.
 std::string stateOf(const std::string& status)
@@ -100,6 +119,7 @@ public:
             const CellReader::Cell status = CellReader::read(model_, row, 3, 200, style_);
             view.status = status.text;
             view.fill = status.fill;
+            view.color = status.fillColor;
             view.uploading = status.text.find('%') != std::string::npos;
             result.push_back(view);
         }
@@ -114,10 +134,11 @@ public:
             titleWidth = std::max(titleWidth, row.title.size());
             fileWidth = std::max(fileWidth, row.file.size());
         }
+        const bool on = colorsOn(out);
         std::fprintf(out, "%-*s  %-*s  %s\n", int(titleWidth), "Track", int(fileWidth), "File", "State");
         for (const RowView& row : rows)
             std::fprintf(out, "%-*s  %-*s  %s\n", int(titleWidth), row.title.c_str(), int(fileWidth), row.file.c_str(),
-                         row.status.c_str());
+                         colored(row.status, row.color, on).c_str());
     }
 
 private:
@@ -130,7 +151,10 @@ private:
 class UploadProgress
 {
 public:
-    explicit UploadProgress(bool enabled) : enabled_(enabled), terminal_(::isatty(STDERR_FILENO)) {}
+    explicit UploadProgress(bool enabled)
+        : enabled_(enabled), terminal_(::isatty(STDERR_FILENO)), colors_(colorsOn(stderr))
+    {
+    }
 
     void show(const std::vector<RowView>& rows)
     {
@@ -146,9 +170,11 @@ public:
             {
                 const int width = 30;
                 const int filled = static_cast<int>(row.fill * width + 0.5);
-                std::string bar(static_cast<size_t>(row.uploading ? filled : 0), '#');
+                const bool complete = stateOf(row.status) == "uploaded";
+                std::string bar(static_cast<size_t>(row.uploading ? filled : complete ? width : 0), '#');
                 bar.resize(width, row.uploading ? '-' : ' ');
-                std::fprintf(stderr, "\x1b[2K%-24.24s [%s] %s\n", row.title.c_str(), bar.c_str(), row.status.c_str());
+                std::fprintf(stderr, "\x1b[2K%-24.24s [%s] %s\n", row.title.c_str(), bar.c_str(),
+                             colored(row.status, row.color, colors_).c_str());
             }
             drawn_ = rows.size();
         }
@@ -166,6 +192,7 @@ public:
 private:
     bool enabled_;
     bool terminal_;
+    bool colors_;
     size_t drawn_ = 0;
     std::vector<int> last_;
 };
