@@ -16,6 +16,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <map>
 #include <unistd.h>
 
 namespace Host {
@@ -59,6 +60,7 @@ struct RowView
     double fill = 0;
     uint32 color = 0; ///< of the status bar, 0xRRGGBBAA
     bool uploading = false;
+    std::string path; ///< the file cell's tooltip: the whole path of a listed file
 };
 
 /// Whether `out` is a terminal that takes colours.
@@ -116,6 +118,8 @@ public:
             RowView view;
             view.title = CellReader::read(model_, row, 1, 200, style_).text;
             view.file = CellReader::read(model_, row, 2, 300, style_).text;
+            if (const char* tooltip = nullptr; model_.getTooltip(row, 2, tooltip) == kResultOk && tooltip)
+                view.path = tooltip;
             const CellReader::Cell status = CellReader::read(model_, row, 3, 200, style_);
             view.status = status.text;
             view.fill = status.fill;
@@ -224,7 +228,8 @@ struct StepTimes
 };
 
 Attributes resultDocument(const std::string& outcome, const std::string& product, const std::string& productId,
-                          const std::string& page, const std::vector<RowView>& rows, const StepTimes& times)
+                          const std::string& page, const std::vector<RowView>& rows, const StepTimes& times,
+                          const std::map<std::string, std::string>& sources)
 {
     Attributes document;
     document.set("result", String(outcome));
@@ -239,6 +244,8 @@ Attributes resultDocument(const std::string& outcome, const std::string& product
         auto track = makeRef<Attributes>();
         track->set("title", String(row.title));
         track->set("file", String(row.file));
+        if (const auto source = sources.find(row.path); source != sources.end())
+            track->set("source", String(source->second));
         track->set("status", String(row.status));
         track->set("state", String(stateOf(row.status)));
         tracks->append(Variant(static_cast<Object*>(track.get())));
@@ -311,6 +318,7 @@ int publish(const PublishOptions& options)
     };
 
     auto items = makeRef<PublishedItemContainer>();
+    std::map<std::string, std::string> sourceOf; // rendered file -> the file it was rendered from
     for (size_t i = 0; i < count; ++i)
     {
         SourceFile& source = sources[i];
@@ -318,6 +326,7 @@ int publish(const PublishOptions& options)
         AudioFormat format = source.format;
         publisher->checkFormat(type, format); // corrects both to what the target takes
         const fs::path output = folder / (source.path.stem().string() + ".wav");
+        sourceOf[output.string()] = source.path.string();
         if (!options.json)
             std::fprintf(stderr, "Rendering %s\n", source.path.filename().c_str());
         WaveRenderer renderer(format);
@@ -409,7 +418,7 @@ int publish(const PublishOptions& options)
         removeRendered();
     if (options.json)
         std::fprintf(stdout, "%s\n",
-                     Json::toText(resultDocument(outcome, product, runtime.pages().lastProductId(), page, finished, times)).c_str());
+                     Json::toText(resultDocument(outcome, product, runtime.pages().lastProductId(), page, finished, times, sourceOf)).c_str());
     else
     {
         size_t done = 0;

@@ -24,6 +24,8 @@ TEST_F(SorvelProgram, PublishesRenderedFilesToANewProductAndReplacesATrackOfAnEx
     for (const auto& track : document["tracks"].GetArray())
         EXPECT_STREQ(track["state"].GetString(), "uploaded") << track["title"].GetString();
     EXPECT_STREQ(document["tracks"][0]["title"].GetString(), "Morning");
+    ASSERT_TRUE(document["tracks"][0].HasMember("source"));
+    EXPECT_EQ(std::string(document["tracks"][0]["source"].GetString()), (home / "Morning.flac").string());
     ASSERT_EQ(sandbox->storedFiles().size(), 3u);
     for (const auto& file : sandbox->storedFiles())
         EXPECT_GT(file.size, 44100u * 4 - 4000) << "a second of 44.1 kHz 16-bit stereo";
