@@ -23,8 +23,10 @@ struct Fault
         TruncatedBody,  // the reply body is cut in half
         ReplacedBody,   // the reply body is `body`, whatever the request did (API endpoints)
         Delay,          // the reply comes `delay` late, otherwise unchanged
-        DropConnection  // the connection is closed without a reply; on the upload target after
+        DropConnection, // the connection is closed without a reply; on the upload target after
                         // `afterBytes` bytes of the body (0: half of the announced length)
+        StopReading     // the upload target reads none of the body for `delay`, then closes the
+                        // connection without a reply (upload target only)
     };
 
     Kind kind = Kind::StatusCode;
@@ -41,6 +43,7 @@ struct Fault
     static Fault replacedBody(std::string body) { return Fault{Kind::ReplacedBody, 0, {}, 0, std::move(body)}; }
     static Fault delayed(std::chrono::milliseconds by) { return Fault{Kind::Delay, 0, by, 0, {}}; }
     static Fault dropConnection(uint64_t afterBytes = 0) { return Fault{Kind::DropConnection, 0, {}, afterBytes, {}}; }
+    static Fault stopReading(std::chrono::milliseconds during) { return Fault{Kind::StopReading, 0, during, 0, {}}; }
 };
 
 } // namespace SorvelSandbox

@@ -546,6 +546,17 @@ void Sandbox::Running::upload(const httplib::Request& request, httplib::Response
     if (fault)
         entry.fault = fault->kind;
 
+    if (fault && fault->kind == Fault::Kind::StopReading)
+    {
+        // Nothing of the body is read: the client's sending stalls once the socket's buffers
+        // are full, then the connection closes.
+        pause(fault->delay);
+        dropConnection(request);
+        entry.error = "stopped reading the body (injected fault)";
+        finish(entry);
+        return;
+    }
+
     uint64_t dropAfter = 0;
     if (fault && fault->kind == Fault::Kind::DropConnection)
     {

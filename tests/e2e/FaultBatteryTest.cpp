@@ -66,7 +66,8 @@ TEST_F(FaultBattery, EveryRequestOfAPublishFailingInEveryWayEndsCleanly)
     const std::vector<FaultCase> postFaults = {
         {"302", Fault::httpStatus(302)}, {"399", Fault::httpStatus(399)}, {"400", Fault::httpStatus(400)},
         {"403", Fault::httpStatus(403)}, {"500", Fault::httpStatus(500)}, {"dropped connection", Fault::dropConnection()},
-        {"late past the time-out", Fault::delayed(std::chrono::milliseconds(3000))}};
+        {"late past the time-out", Fault::delayed(std::chrono::milliseconds(3000))},
+        {"stopping to read", Fault::stopReading(std::chrono::milliseconds(3000))}};
 
     const std::vector<std::string> files = {flac("Alpha", 0.5), flac("Beta", 0.5)};
     std::vector<std::string> before;
@@ -137,7 +138,8 @@ TEST_F(FaultBattery, EveryRequestOfAPublishFailingInEveryWayEndsCleanly)
             EXPECT_EQ(run.exitCode, 0);
         }
         if (where.endpoint == Endpoint::Upload &&
-            (fault == "400" || fault == "403" || fault == "500" || fault == "late past the time-out"))
+            (fault == "400" || fault == "403" || fault == "500" || fault == "late past the time-out" ||
+             fault == "stopping to read"))
         {
             EXPECT_EQ(run.exitCode, 1);
             EXPECT_NE(run.err.find("Upload failed!"), std::string::npos);

@@ -175,6 +175,15 @@ TEST_F(SandboxFault, TheUploadTargetDropsTheConnectionInMidBody)
     ASSERT_TRUE(sandbox.requestLog().waitForSize(logged0 + 2, std::chrono::seconds(10)));
     EXPECT_LT(sandbox.requestLog().entries(Endpoint::Upload).at(1).bodyBytes, body.size() / 2);
 
+    // A target that reads none of a 4 MB body: nothing is received, the connection closes.
+    sandbox.injectFault(Endpoint::Upload, Fault::stopReading(std::chrono::milliseconds(300)));
+    reply = Http().post(ticket.url, body, uploadContentType(kBoundary));
+    EXPECT_NE(reply.result, CURLE_OK);
+    ASSERT_TRUE(sandbox.requestLog().waitForSize(logged0 + 3, std::chrono::seconds(10)));
+    EXPECT_EQ(sandbox.requestLog().entries(Endpoint::Upload).at(2).bodyBytes, 0u);
+    EXPECT_EQ(sandbox.requestLog().entries(Endpoint::Upload).at(2).fault, Fault::Kind::StopReading);
+    EXPECT_TRUE(sandbox.storedFiles().empty());
+
     // The broken uploads left no file behind and the URL open.
     EXPECT_EQ(http.post(ticket.url, body, uploadContentType(kBoundary)).status, 201);
     ASSERT_EQ(sandbox.storedFiles().size(), 1u);
@@ -190,6 +199,10 @@ TEST_F(SandboxFault, WebLoginFaultsAndFaultsThatCannotBeShownAreRefused)
     EXPECT_THROW(sandbox.injectFault(Endpoint::Upload, Fault::statusCode(403)), std::invalid_argument);
     EXPECT_THROW(sandbox.injectFault(Endpoint::WebLogin, Fault::invalidBody()), std::invalid_argument);
     EXPECT_THROW(sandbox.injectFault(Endpoint::Titles, Fault::httpStatus(700)), std::invalid_argument);
+    EXPECT_THROW(sandbox.injectFault(Endpoint::Titles, Fault::stopReading(std::chrono::milliseconds(100))),
+                 std::invalid_argument);
+    EXPECT_THROW(sandbox.injectFault(Endpoint::Upload, Fault::stopReading(std::chrono::milliseconds(0))),
+                 std::invalid_argument);
     EXPECT_THROW(sandbox.injectFault(Endpoint::Titles, Fault::delayed(std::chrono::milliseconds(0))),
                  std::invalid_argument);
     EXPECT_THROW(sandbox.injectFault(Endpoint::Titles, Fault::statusCode(500), 0), std::invalid_argument);
