@@ -12,11 +12,8 @@
 // Run it with a private Secret Service so that a stored sign-in exists:
 //   tests/security/with-keyring.sh build/default/bin/load_bench [--rounds N]
 // Without one, the gadget is measured up to its initialisation only.
-#include "framework/async/AsyncOperation.h"
-#include "framework/data/AttributeList.h"
 #include "framework/hostsupport/EventWait.h"
 #include "framework/interfaces/IComponent.h"
-#include "framework/interfaces/IConfigurationProvider.h"
 #include "framework/interfaces/IParameter.h"
 #include "framework/package/PackageReader.h"
 #include "framework/plugin/IClassFactory.h"
@@ -25,6 +22,7 @@
 #include "framework/services/NetServices.h"
 #include "framework/services/SecurityServices.h"
 #include "framework/services/SystemServices.h"
+#include "host/config/ConfigurationProvider.h"
 #include "sandbox/Sandbox.h"
 
 #include <zlib.h>
@@ -44,39 +42,6 @@ using namespace KVX;
 using Clock = std::chrono::steady_clock;
 
 namespace {
-
-Attributes& serviceValues()
-{
-    static Attributes values;
-    return values;
-}
-
-/// The host's configuration provider, answering with the sandbox's addresses.
-class SandboxConfiguration : public Object, public IConfigurationProvider
-{
-public:
-    static IUnknown* create() { return static_cast<IConfigurationProvider*>(new SandboxConfiguration); }
-
-    tresult getConfiguration(const char*, const char*, IAttributeList** result) override
-    {
-        *result = makeRef<AttributeList>(serviceValues()).detach();
-        return kResultOk;
-    }
-    tresult fetchConfiguration(const char*, IAsyncOperation** operation) override
-    {
-        auto started = makeRef<AsyncOperation>();
-        started->complete(static_cast<IAttributeList*>(makeRef<AttributeList>(serviceValues()).get()));
-        *operation = static_cast<IAsyncOperation*>(started.detach());
-        return kResultOk;
-    }
-    tresult queryInterface(const UID& iid, void** object) override
-    {
-        KVX_QUERY_INTERFACE(iid, object, IConfigurationProvider)
-        return Object::queryInterface(iid, object);
-    }
-    uint32 retain() override { return Object::retain(); }
-    uint32 release() override { return Object::release(); }
-};
 
 double millisecondsSince(Clock::time_point start)
 {
@@ -186,11 +151,13 @@ int main(int argc, char** argv)
         std::fprintf(stderr, "load_bench: the sandbox did not start: %s\n", error.c_str());
         return 1;
     }
-    serviceValues().set("ServerURL", String(sandbox.baseUrl()));
-    serviceValues().set("LoginURL", String(sandbox.loginUrl()));
-    serviceValues().set("PartnerID", String(sandbox.partnerId()));
-    serviceValues().set("PartnerKey", String(sandbox.partnerKey()));
-    GetPlugInManager()->registerClass(IConfigurationProvider::kClassId, &SandboxConfiguration::create, "sorvel");
+    // The host's own configuration provider, answering with the sandbox's addresses.
+    const Host::Settings settings{sandbox.baseUrl(), sandbox.loginUrl(), sandbox.partnerId(), sandbox.partnerKey()};
+    if (!Host::ConfigurationProvider::install(settings, error))
+    {
+        std::fprintf(stderr, "load_bench: %s\n", error.c_str());
+        return 1;
+    }
     const auto login = sandbox.demoLogin();
     const bool signedIn =
         GetCredentialManager()->store("sorvel.com", login.username.c_str(), login.password.c_str()) == kResultOk;
