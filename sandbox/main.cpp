@@ -2,6 +2,8 @@
 
 #include "Sandbox.h"
 
+#include <chrono>
+#include <climits>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -28,6 +30,7 @@ Options:
   --data DIR        keep the catalogue and the uploaded files in DIR across restarts
   --tls-cert FILE   serve HTTPS with this PEM certificate (needs --tls-key)
   --tls-key FILE    the PEM private key of the certificate
+  --slow-upload MS  answer every file upload MS milliseconds late (to watch progress, try cancelling)
   --quiet           print no line per request
   --help            show this text
 
@@ -55,6 +58,7 @@ int main(int argc, char** argv)
     SorvelSandbox::Sandbox::Options options;
     options.port = 8480;
     bool quiet = false;
+    int uploadDelayMs = 0;
 
     for (int i = 1; i < argc; ++i)
     {
@@ -79,7 +83,8 @@ int main(int argc, char** argv)
             hasValue = true;
         }
         const bool takesValue = argument == "--port" || argument == "--bind" || argument == "--seed" ||
-                                argument == "--data" || argument == "--tls-cert" || argument == "--tls-key";
+                                argument == "--data" || argument == "--tls-cert" || argument == "--tls-key" ||
+                                argument == "--slow-upload";
         if (!takesValue)
             return usageError("unknown argument \"" + argument + "\"");
         if (!hasValue)
@@ -94,6 +99,12 @@ int main(int argc, char** argv)
         {
             if (!parsePort(value, options.port))
                 return usageError("--port takes a number from 0 to 65535, not \"" + value + "\"");
+        }
+        else if (argument == "--slow-upload")
+        {
+            if (value.size() > 7 || value.find_first_not_of("0123456789") != std::string::npos || std::atoi(value.c_str()) < 1)
+                return usageError("--slow-upload takes milliseconds from 1 to 9999999, not \"" + value + "\"");
+            uploadDelayMs = std::atoi(value.c_str());
         }
         else if (argument == "--bind")
             options.bindAddress = value;
@@ -139,6 +150,9 @@ int main(int argc, char** argv)
         std::fprintf(stderr, "sorvel-sandbox: %s\n", error.c_str());
         return kExitStartFailed;
     }
+    if (uploadDelayMs > 0)
+        sandbox.injectFault(SorvelSandbox::Endpoint::Upload,
+                            SorvelSandbox::Fault::delayed(std::chrono::milliseconds(uploadDelayMs)), 1, UINT_MAX);
     const SorvelSandbox::Sandbox::Login login = sandbox.demoLogin();
     std::printf("Sorvel sandbox listening on %s\n", options.bindAddress.c_str());
     std::printf("  API base URL: %s\n", sandbox.baseUrl().c_str());

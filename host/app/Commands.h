@@ -1,6 +1,7 @@
 #pragma once
 
 #include "host/app/Runtime.h"
+#include "host/app/SourceFile.h"
 
 #include <map>
 #include <string>
@@ -24,6 +25,22 @@ struct PublishOptions
 /// Renders the files to the format the publishing target asks for, hands them to it, shows the
 /// track table, uploads with progress per row and reports how it ended.
 int publish(const PublishOptions& options);
+
+/// `sorvel gadget`: what to show first and where.
+struct GadgetOptions
+{
+    std::vector<std::string> files; ///< rendered and handed to the publishing target, not uploaded
+    std::string product;
+    std::map<std::string, std::vector<std::string>> fields;
+    bool openBrowser = true; ///< else only the address is printed
+};
+
+/// Serves the gadget's forms as a page in the user's browser until interrupted.
+int showGadget(const GadgetOptions& options);
+
+/// The files named on the command line, opened; kDone, or kUsage after saying why.
+int openSourceFiles(const std::vector<std::string>& files, const std::map<std::string, std::vector<std::string>>& fields,
+                    std::vector<SourceFile>& sources);
 
 /// `sorvel products`: the account's products.
 int listProducts(const LoginOptions& login, bool json);

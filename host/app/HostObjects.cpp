@@ -47,6 +47,8 @@ tresult HostContext::activate(IComponent* component)
     if (!component)
         return kInvalidArgument;
     ++activations_;
+    if (onActivate)
+        onActivate();
     return kResultOk;
 }
 
@@ -61,6 +63,8 @@ tresult AlertCollector::presentAlert(const char* text, int32)
     if (!text)
         return kInvalidArgument;
     alerts_.emplace_back(text);
+    if (onAlert)
+        onAlert(text);
     if (!quiet_)
         std::fprintf(stderr, "sorvel: %s\n", text);
     return kResultOk;
@@ -87,6 +91,8 @@ tresult OpenedPages::openUrl(const char* url)
     std::string text = url;
     text = text.substr(0, text.find_first_of("?#"));
     pages_.push_back(text);
+    if (onOpen)
+        onOpen(url);
     lastProductId_.clear();
     for (const auto& parameter : parsed.parameters())
         if (parameter.name == "open_title")

@@ -10,6 +10,7 @@
 #include "framework/services/IAlertPresenter.h"
 #include "framework/services/IUrlOpener.h"
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -50,12 +51,13 @@ private:
 };
 
 /// The place the host gives the gadget. A terminal has no panel to bring forward, so an
-/// activation is only counted.
+/// activation is counted, and passed to whoever shows the gadget (the browser page).
 class HostContext : public KVX::Object, public KVX::IHostContextActivation
 {
 public:
     KVX::tresult activate(KVX::IComponent* component) override;
     int activations() const { return activations_; }
+    std::function<void()> onActivate;
     KVX::tresult queryInterface(const KVX::UID& iid, void** object) override;
     KVX::uint32 retain() override { return Object::retain(); }
     KVX::uint32 release() override { return Object::release(); }
@@ -73,6 +75,8 @@ public:
     KVX::tresult presentAlert(const char* text, KVX::int32 kind) override;
     const std::vector<std::string>& alerts() const { return alerts_; }
     bool contains(const std::string& text) const;
+    /// Also told of every alert (the browser page shows them).
+    std::function<void(const std::string&)> onAlert;
     KVX::tresult queryInterface(const KVX::UID& iid, void** object) override;
     KVX::uint32 retain() override { return Object::retain(); }
     KVX::uint32 release() override { return Object::release(); }
@@ -93,6 +97,8 @@ public:
     const std::vector<std::string>& pages() const { return pages_; }
     /// The value of "open_title" of the last opened address (the product), or empty.
     const std::string& lastProductId() const { return lastProductId_; }
+    /// Also told of every address, whole (the browser page opens them).
+    std::function<void(const std::string&)> onOpen;
     KVX::tresult queryInterface(const KVX::UID& iid, void** object) override;
     KVX::uint32 retain() override { return Object::retain(); }
     KVX::uint32 release() override { return Object::release(); }

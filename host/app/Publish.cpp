@@ -1,7 +1,7 @@
 #include "host/app/CellReader.h"
 #include "host/app/Commands.h"
+#include "host/app/Rendering.h"
 #include "host/app/SourceFile.h"
-#include "host/render/WaveRenderer.h"
 
 #include "framework/data/AttributeArray.h"
 #include "framework/data/Json.h"
@@ -28,28 +28,6 @@ namespace {
 
 const char* const kUploadFailed = "Upload failed!";
 const char* const kSessionExpired = "Session expired. Please login again.";
-
-/// Where rendered files wait for their upload: a folder of this run in the user's cache.
-fs::path makeRenderFolder(std::string& error)
-{
-    fs::path cache;
-    if (const char* xdg = std::getenv("XDG_CACHE_HOME"); xdg && *xdg)
-        cache = xdg;
-    else if (const char* home = std::getenv("HOME"); home && *home)
-        cache = fs::path(home) / ".cache";
-    else
-        cache = fs::temp_directory_path();
-    const fs::path parent = cache / "sorvel" / "render";
-    std::error_code failure;
-    fs::create_directories(parent, failure);
-    std::string pattern = (parent / "run-XXXXXX").string();
-    if (failure || !::mkdtemp(pattern.data()))
-    {
-        error = "cannot create a folder for the rendered files in " + parent.string();
-        return {};
-    }
-    return pattern;
-}
 
 /// One row of the track table as the gadget draws it.
 struct RowView
@@ -201,15 +179,6 @@ private:
     std::vector<int> last_;
 };
 
-/// The value of a command-line field for file `index` of `count`.
-bool fieldFor(const std::vector<std::string>& values, size_t index, std::string& value)
-{
-    if (values.empty())
-        return false;
-    value = values.size() == 1 ? values[0] : values[index];
-    return true;
-}
-
 /// Seconds spent in each step of one publish, for the JSON report and the benchmark.
 struct StepTimes
 {
@@ -261,32 +230,39 @@ Attributes resultDocument(const std::string& outcome, const std::string& product
 
 } // namespace
 
-int publish(const PublishOptions& options)
+int openSourceFiles(const std::vector<std::string>& files, const std::map<std::string, std::vector<std::string>>& fields,
+                    std::vector<SourceFile>& sources)
 {
-    // Everything that can be checked is checked before anything is sent.
-    const size_t count = options.files.size();
-    for (const auto& [key, values] : options.fields)
+    const size_t count = files.size();
+    for (const auto& [key, values] : fields)
         if (values.size() != 1 && values.size() != count)
-        {
         {
             std::string flag = "--" + key.substr(key.find(':') + 1);
             for (char& letter : flag)
                 letter = static_cast<char>(std::tolower(static_cast<unsigned char>(letter)));
             std::fprintf(stderr, "sorvel: %s was given %zu times for %zu files: give it once for all, or once per file\n",
                          flag.c_str(), values.size(), count);
-        }
             return kUsage;
         }
-    std::vector<SourceFile> sources(count);
+    sources.assign(count, SourceFile());
     for (size_t i = 0; i < count; ++i)
     {
         std::string error;
-        if (!SourceFile::open(options.files[i], sources[i], error))
+        if (!SourceFile::open(files[i], sources[i], error))
         {
             std::fprintf(stderr, "sorvel: %s\n", error.c_str());
             return kUsage;
         }
     }
+    return kDone;
+}
+
+int publish(const PublishOptions& options)
+{
+    // Everything that can be checked is checked before anything is sent.
+    std::vector<SourceFile> sources;
+    if (int code = openSourceFiles(options.files, options.fields, sources); code != kDone)
+        return code;
 
     StepTimes times;
     Runtime runtime;
@@ -305,58 +281,13 @@ int publish(const PublishOptions& options)
     }
     const auto heldPublisher = Ref<Engine::IPublisher>::adopt(publisher);
 
-    std::string error;
-    const fs::path folder = makeRenderFolder(error);
-    if (folder.empty())
-    {
-        std::fprintf(stderr, "sorvel: %s\n", error.c_str());
-        return kServiceFailed;
-    }
-    auto removeRendered = [&] {
-        std::error_code ignored;
-        fs::remove_all(folder, ignored);
-    };
-
-    auto items = makeRef<PublishedItemContainer>();
-    std::map<std::string, std::string> sourceOf; // rendered file -> the file it was rendered from
-    for (size_t i = 0; i < count; ++i)
-    {
-        SourceFile& source = sources[i];
-        FileType type = source.fileType;
-        AudioFormat format = source.format;
-        publisher->checkFormat(type, format); // corrects both to what the target takes
-        const fs::path output = folder / (source.path.stem().string() + ".wav");
-        sourceOf[output.string()] = source.path.string();
-        if (!options.json)
-            std::fprintf(stderr, "Rendering %s\n", source.path.filename().c_str());
-        WaveRenderer renderer(format);
-        renderer.setCancelFlag(&gInterrupted);
-        RenderReport report;
-        if (!renderer.render(source.path, output, report))
-        {
-            removeRendered();
-            if (gInterrupted.load())
-                return kInterrupted;
-            std::fprintf(stderr, "sorvel: %s: %s\n", source.path.c_str(), report.error.c_str());
-            return kUsage;
-        }
-        Attributes metadata = source.metadata;
-        std::string value;
-        for (const auto& [key, values] : options.fields)
-            if (fieldFor(values, i, value))
-                metadata.set(key, String(value));
-        if (!options.product.empty())
-            metadata.set("Media:Album", String(options.product));
-        items->add(makeRef<PublishedItem>(Url::fromNativePath(String(output.string())).toDisplayString().toUtf8(),
-                                          std::move(metadata)));
-    }
+    RenderedBatch batch;
+    if (int code = renderAndPublish(*publisher, sources, options.fields, options.product, options.json, batch);
+        code != kDone)
+        return code;
     times.render = times.lap();
-    if (publisher->publish(items) != kResultOk)
-    {
-        removeRendered();
-        std::fprintf(stderr, "sorvel: the publishing target did not take the files\n");
-        return kServiceFailed;
-    }
+    auto removeRendered = [&] { batch.removeFolder(); };
+    const std::map<std::string, std::string>& sourceOf = batch.sourceOf;
 
     IItemModel* model = gadget.trackList();
     if (!model)
@@ -428,7 +359,7 @@ int publish(const PublishOptions& options)
         if (!page.empty())
             std::fprintf(stdout, "Product page: %s\n", page.c_str());
         if (code != kDone)
-            std::fprintf(stdout, "Rendered files kept in %s\n", folder.c_str());
+            std::fprintf(stdout, "Rendered files kept in %s\n", batch.folder.c_str());
     }
     return code;
 }

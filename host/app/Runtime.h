@@ -65,6 +65,7 @@ public:
     PluginLibrary& plugin() { return plugin_; }
     AlertCollector& alerts() { return *alerts_; }
     OpenedPages& pages() { return *pages_; }
+    HostContext& context() { return *context_; }
     bool usesEmbeddedSandbox() const { return sandbox_ != nullptr; }
     /// What stopped a wait: kInterrupted after Ctrl-C, else kServiceFailed.
     int waitFailure() const;

@@ -58,6 +58,15 @@ int main(int argc, char** argv)
             ->allow_extra_args(false)
             ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
 
+    GadgetOptions gadgetOptions;
+    bool noBrowser = false;
+    CLI::App* gadgetCommand = app.add_subcommand(
+        "gadget", "show the gadget in the browser, with these audio files in its track table");
+    gadgetCommand->add_option("files", gadgetOptions.files, "audio files to render and hand to the gadget (not uploaded)")
+        ->check(CLI::ExistingFile);
+    gadgetCommand->add_option("--product", gadgetOptions.product, "product to suggest for the files (default: the album)");
+    gadgetCommand->add_flag("--no-browser", noBrowser, "only print the page's address");
+
     LoginOptions login;
     bool json = false;
     CLI::App* productsCommand = app.add_subcommand("products", "list the account's products");
@@ -92,6 +101,11 @@ int main(int argc, char** argv)
             if (!values.empty())
                 publishOptions.fields[key] = values;
         return publish(publishOptions);
+    }
+    if (*gadgetCommand)
+    {
+        gadgetOptions.openBrowser = !noBrowser;
+        return showGadget(gadgetOptions);
     }
     if (*productsCommand)
         return listProducts(login, json);

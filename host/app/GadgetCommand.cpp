@@ -1,0 +1,154 @@
+#include "host/app/Commands.h"
+#include "host/app/Rendering.h"
+#include "host/gadget/GadgetPage.h"
+#include "host/gadget/GadgetServer.h"
+#include "host/gadget/GadgetSession.h"
+
+#include "framework/data/Json.h"
+#include "framework/interfaces/IPublisher.h"
+#include "framework/services/GuiServices.h"
+#include "framework/services/IRunLoop.h"
+#include "framework/services/SystemServices.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+extern char** environ;
+
+namespace Host {
+
+using namespace KVX;
+
+namespace {
+
+/// The theme the plug-in loads its forms into.
+const char* const kThemeName = "sorvel";
+
+/// Opens `address` in the user's browser ($BROWSER, else xdg-open) when there is a desktop to
+/// show it on. False when none could be started.
+bool openInBrowser(const std::string& address)
+{
+    const char* browser = std::getenv("BROWSER");
+    const bool desktop = std::getenv("DISPLAY") || std::getenv("WAYLAND_DISPLAY");
+    std::string program = browser && *browser ? browser : desktop ? "xdg-open" : "";
+    if (program.empty())
+        return false;
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
+    posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
+    char* arguments[] = {program.data(), const_cast<char*>(address.c_str()), nullptr};
+    pid_t child = 0;
+    const int failed = posix_spawnp(&child, program.c_str(), &actions, nullptr, arguments, environ);
+    posix_spawn_file_actions_destroy(&actions);
+    if (failed)
+        return false;
+    // xdg-open hands the address over and ends; a browser named in $BROWSER may keep running.
+    int status = 0;
+    for (int waited = 0; waited < 50; ++waited)
+    {
+        if (::waitpid(child, &status, WNOHANG) == child)
+            return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+        ::usleep(20000);
+    }
+    return true;
+}
+
+std::string eventData(const char* name, const std::string& value)
+{
+    Attributes data;
+    data.set(name, String(value.c_str()));
+    return Json::toText(data);
+}
+
+} // namespace
+
+int showGadget(const GadgetOptions& options)
+{
+    std::vector<SourceFile> sources;
+    if (int code = openSourceFiles(options.files, options.fields, sources); code != kDone)
+        return code;
+
+    Runtime runtime;
+    if (int code = runtime.start(); code != kDone)
+        return code;
+
+    RenderedBatch batch;
+    if (!sources.empty())
+    {
+        auto* publisher = static_cast<Engine::IPublisher*>(runtime.plugin().create("Publisher", Engine::IPublisher::kIID));
+        if (!publisher)
+        {
+            std::fprintf(stderr, "sorvel: the plug-in offers no publishing target\n");
+            return kServiceFailed;
+        }
+        const auto heldPublisher = Ref<Engine::IPublisher>::adopt(publisher);
+        if (int code = renderAndPublish(*publisher, sources, options.fields, options.product, false, batch); code != kDone)
+            return code;
+    }
+
+    ITheme* theme = GetThemeManager() ? GetThemeManager()->getTheme(kThemeName) : nullptr;
+    IThemeElement* clientForm = theme ? theme->getForm("SorvelClient") : nullptr;
+    if (!clientForm)
+    {
+        batch.removeFolder();
+        std::fprintf(stderr, "sorvel: the plug-in's theme has no gadget form\n");
+        return kServiceFailed;
+    }
+    const char* title = clientForm->getAttribute("title");
+    const GadgetPage page = GadgetPage::build(*theme, {"SorvelDashboard", "SorvelClient"}, title ? title : "Sorvel");
+    std::string error;
+    const std::filesystem::path dropFolder = makeCacheFolder("dropped", error);
+    if (dropFolder.empty())
+    {
+        batch.removeFolder();
+        std::fprintf(stderr, "sorvel: %s\n", error.c_str());
+        return kServiceFailed;
+    }
+    auto session = makeRef<GadgetSession>(runtime.gadget().component(), page, kThemeName);
+    GadgetServer server(*session, page, *theme, dropFolder);
+    auto cleanUp = [&] {
+        runtime.alerts().onAlert = nullptr;
+        runtime.pages().onOpen = nullptr;
+        runtime.context().onActivate = nullptr;
+        session->close();
+        batch.removeFolder();
+        std::error_code ignored;
+        std::filesystem::remove_all(dropFolder, ignored);
+    };
+    if (!server.start(error))
+    {
+        cleanUp();
+        std::fprintf(stderr, "sorvel: %s\n", error.c_str());
+        return kServiceFailed;
+    }
+    runtime.alerts().onAlert = [&](const std::string& text) { session->queueEvent("alert", eventData("text", text)); };
+    runtime.pages().onOpen = [&](const std::string& url) { session->queueEvent("openUrl", eventData("url", url)); };
+    runtime.context().onActivate = [&] { session->queueEvent("activate", "{}"); };
+
+    const std::string address = server.address();
+    std::printf("Sorvel gadget: %s\n", address.c_str());
+    if (!options.openBrowser || !openInBrowser(address))
+        std::printf("Open this address in a browser on this machine. Press Ctrl+C to stop.\n");
+    else
+        std::printf("Opened in the browser. Press Ctrl+C to stop.\n");
+    std::fflush(stdout);
+
+    IRunLoop* loop = GetRunLoop();
+    while (!gInterrupted.load(std::memory_order_relaxed))
+    {
+        loop->processEvents(250);
+        server.broadcast(session->takeEvents());
+    }
+    server.stop();
+    cleanUp();
+    std::printf("Stopped.\n");
+    return kDone;
+}
+
+} // namespace Host

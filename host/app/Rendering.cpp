@@ -1,0 +1,96 @@
+#include "host/app/Rendering.h"
+
+#include "host/app/Runtime.h"
+#include "host/render/WaveRenderer.h"
+
+#include "framework/data/Url.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <unistd.h>
+
+namespace Host {
+
+using namespace KVX;
+namespace fs = std::filesystem;
+
+fs::path makeCacheFolder(const char* kind, std::string& error)
+{
+    fs::path cache;
+    if (const char* xdg = std::getenv("XDG_CACHE_HOME"); xdg && *xdg)
+        cache = xdg;
+    else if (const char* home = std::getenv("HOME"); home && *home)
+        cache = fs::path(home) / ".cache";
+    else
+        cache = fs::temp_directory_path();
+    const fs::path parent = cache / "sorvel" / kind;
+    std::error_code failure;
+    fs::create_directories(parent, failure);
+    std::string pattern = (parent / "run-XXXXXX").string();
+    if (failure || !::mkdtemp(pattern.data())) // mkdtemp makes it 0700
+    {
+        error = "cannot create a folder in " + parent.string();
+        return {};
+    }
+    return pattern;
+}
+
+void RenderedBatch::removeFolder() const
+{
+    std::error_code ignored;
+    if (!folder.empty())
+        fs::remove_all(folder, ignored);
+}
+
+int renderAndPublish(Engine::IPublisher& publisher, const std::vector<SourceFile>& sources,
+                     const std::map<std::string, std::vector<std::string>>& fields, const std::string& product,
+                     bool quiet, RenderedBatch& batch)
+{
+    std::string error;
+    batch.folder = makeCacheFolder("render", error);
+    if (batch.folder.empty())
+    {
+        std::fprintf(stderr, "sorvel: %s\n", error.c_str());
+        return kServiceFailed;
+    }
+    batch.items = makeRef<PublishedItemContainer>();
+    for (size_t i = 0; i < sources.size(); ++i)
+    {
+        const SourceFile& source = sources[i];
+        FileType type = source.fileType;
+        AudioFormat format = source.format;
+        publisher.checkFormat(type, format); // corrects both to what the target takes
+        const fs::path output = batch.folder / (source.path.stem().string() + ".wav");
+        batch.sourceOf[output.string()] = source.path.string();
+        if (!quiet)
+            std::fprintf(stderr, "Rendering %s\n", source.path.filename().c_str());
+        WaveRenderer renderer(format);
+        renderer.setCancelFlag(&gInterrupted);
+        RenderReport report;
+        if (!renderer.render(source.path, output, report))
+        {
+            batch.removeFolder();
+            if (gInterrupted.load())
+                return kInterrupted;
+            std::fprintf(stderr, "sorvel: %s: %s\n", source.path.c_str(), report.error.c_str());
+            return kUsage;
+        }
+        Attributes metadata = source.metadata;
+        for (const auto& [key, values] : fields)
+            if (!values.empty())
+                metadata.set(key, String(values.size() == 1 ? values[0] : values[i]));
+        if (!product.empty())
+            metadata.set("Media:Album", String(product));
+        batch.items->add(makeRef<PublishedItem>(Url::fromNativePath(String(output.string())).toDisplayString().toUtf8(),
+                                                std::move(metadata)));
+    }
+    if (publisher.publish(batch.items) != kResultOk)
+    {
+        batch.removeFolder();
+        std::fprintf(stderr, "sorvel: the publishing target did not take the files\n");
+        return kServiceFailed;
+    }
+    return kDone;
+}
+
+} // namespace Host

@@ -1,0 +1,316 @@
+// The gadget page's behaviour. The page itself is generated from the theme's forms; this script
+// knows only the kinds of elements and the data attributes that say what they bind:
+//   data-p     a parameter ("<controller>:<name>"): edit boxes, check boxes, buttons, select
+//              boxes, texts, variants on a parameter
+//   data-prop  a property: variants and busy indicators
+//   data-list  a list the component publishes: painted from the drawing the host recorded
+// Changes arrive as server-sent events; what the user does is posted, one request after the
+// other, in the order it happened.
+'use strict';
+
+(() => {
+  let state = { values: {}, props: {}, lists: {} };
+  let queue = Promise.resolve();
+
+  /// Posts `fields` to `path` now; resolves to the response, or null when there was none.
+  async function send(path, fields) {
+    try {
+      const response = await fetch(path, { method: 'POST', body: new URLSearchParams(fields) });
+      if (!response.ok) {
+        const reason = (await response.text()).trim();
+        if (response.status === 409 && path === 'list/drop') showAlert(reason);
+        else console.warn(`${path}: ${reason}`);
+      }
+      return response;
+    } catch (error) {
+      console.warn(`${path}: ${error}`);
+      return null;
+    }
+  }
+
+  /// Runs `work` after everything queued before it has been answered.
+  function enqueue(work) {
+    const done = queue.then(work);
+    queue = done.then(() => undefined, () => undefined);
+    return done;
+  }
+
+  /// Posts `fields` to `path` after everything posted before.
+  function post(path, fields) { return enqueue(() => send(path, fields)); }
+
+  // Alerts of the plug-in, one at a time, in the order they came.
+  const alertBox = document.getElementById('alert');
+  const alerts = [];
+  function showAlert(text) {
+    alerts.push(text);
+    if (alertBox.hidden) nextAlert();
+  }
+  function nextAlert() {
+    if (!alerts.length) { alertBox.hidden = true; return; }
+    alertBox.querySelector('p').textContent = alerts.shift();
+    alertBox.hidden = false;
+    alertBox.querySelector('button').focus();
+  }
+  alertBox.querySelector('button').addEventListener('click', nextAlert);
+
+  // --- Controls bound to parameters -------------------------------------------------------
+
+  const isTextField = (element) => element.matches('input[type=text], input[type=password], textarea');
+
+  for (const element of document.querySelectorAll('[data-p]')) {
+    const key = element.dataset.p;
+    if (isTextField(element)) {
+      element.addEventListener('change', () => post('value', { key, value: element.value, notify: 1 }));
+    } else if (element.matches('input[type=checkbox]')) {
+      element.addEventListener('change', () => post('value', { key, value: element.checked ? 1 : 0, notify: 1 }));
+    } else if (element.tagName === 'SELECT') {
+      element.addEventListener('change', () => post('menu', { key, index: element.selectedIndex }));
+    } else if (element.tagName === 'BUTTON') {
+      element.addEventListener('click', () => post('press', { key }));
+    }
+  }
+
+  function applyValue(element, value) {
+    if ('on' in value && 'disabled' in element) element.disabled = !value.on;
+    if (isTextField(element)) {
+      // A password never comes back; a field being typed in keeps what is typed.
+      if ('v' in value && document.activeElement !== element) element.value = String(value.v);
+    } else if (element.matches('input[type=checkbox]')) {
+      element.checked = Number(value.v) !== 0;
+    } else if (element.tagName === 'SELECT') {
+      const entries = (value.e || []).map((title) => ({ title: String(title), on: true }))
+        .concat((value.m || []).map((item) => ({ title: String(item.title), on: !!item.on, command: true })));
+      const signature = JSON.stringify(entries);
+      if (element.dataset.entries !== signature) {
+        element.dataset.entries = signature;
+        element.replaceChildren(...entries.map((entry) => {
+          const option = new Option(entry.title);
+          option.disabled = !entry.on;
+          if (entry.command) option.className = 'command';
+          return option;
+        }));
+      }
+      const index = Number(value.v);
+      if (index >= 0 && index < (value.e || []).length) element.selectedIndex = index;
+    } else if (element.classList.contains('urllink')) {
+      const address = String(value.v || '');
+      if (/^https?:\/\//.test(address)) element.href = address; else element.removeAttribute('href');
+    } else if (element.classList.contains('text')) {
+      element.textContent = 'v' in value ? String(value.v) : '';
+    }
+  }
+
+  /// The child a variant shows: the one whose case is the value, else the one at its index.
+  function applyVariant(variant) {
+    const value = variant.dataset.p ? (state.values[variant.dataset.p] || {}).v : state.props[variant.dataset.prop];
+    const cases = [...variant.children].filter((child) => child.classList.contains('case'));
+    let shown = null;
+    if (cases.some((child) => 'case' in child.dataset)) {
+      shown = cases.find((child) => child.dataset.case === String(value)) ||
+              cases.find((child) => child.dataset.case === variant.dataset.default) || null;
+    } else if (cases.length) {
+      const index = Math.min(Math.max(Math.trunc(Number(value) || 0), 0), cases.length - 1);
+      shown = cases[index];
+    }
+    for (const child of cases) child.hidden = child !== shown;
+  }
+
+  // --- Lists ------------------------------------------------------------------------------
+
+  const dragType = 'application/x-sorvel-rows';
+
+  function listOf(element) { return state.lists[element.dataset.list]; }
+
+  /// The row and column under a point of the canvas; row -1 below the last row, null on the header.
+  function cellAt(table, x, y) {
+    if (!table || y < table.header) return null;
+    const row = Math.floor((y - table.header) / table.rowHeight);
+    let column = -1;
+    for (let left = 0, index = 0; index < table.columns.length; left += table.columns[index], index += 1) {
+      if (x >= left && x < left + table.columns[index]) column = index;
+    }
+    return { row: row < table.rows ? row : -1, column };
+  }
+
+  function fontOf(operation) {
+    const [, , , , , , face, size, style] = operation;
+    return `${style & 2 ? 'italic ' : ''}${style & 1 ? 'bold ' : ''}${size}px "${face}", "Liberation Sans", sans-serif`;
+  }
+
+  function paintList(element, table) {
+    const canvas = element.querySelector('canvas');
+    const width = Math.max(table.columns.reduce((sum, column) => sum + column, 0), element.clientWidth - 2);
+    const height = Math.max(table.header + table.rows * table.rowHeight, 1);
+    const ratio = window.devicePixelRatio || 1;
+    canvas.width = Math.round(width * ratio);
+    canvas.height = Math.round(height * ratio);
+    canvas.style.width = `${width}px`;
+    canvas.style.height = `${height}px`;
+    const context = canvas.getContext('2d');
+    context.setTransform(ratio, 0, 0, ratio, 0, 0);
+    context.clearRect(0, 0, width, height);
+    const texts = new Map(); // row -> column -> text, for the table that reads aloud
+    for (const operation of table.drawing) {
+      const [kind, x, y, w, h] = operation;
+      if (kind === 'r') {
+        context.fillStyle = operation[5];
+        context.fillRect(x, y, w, h);
+      } else if (kind === 't') {
+        const [, , , , , text, , , , color, alignment] = operation;
+        context.save();
+        context.beginPath();
+        context.rect(x, y, w, h);
+        context.clip();
+        context.font = fontOf(operation);
+        context.fillStyle = color;
+        context.textBaseline = 'middle';
+        context.textAlign = ['left', 'center', 'right'][alignment] || 'left';
+        context.fillText(text, alignment === 1 ? x + w / 2 : alignment === 2 ? x + w : x, y + h / 2);
+        context.restore();
+        const cell = cellAt(table, x + 1, y + 1);
+        const row = cell ? cell.row : -1;
+        const column = cell ? cell.column : cellAt({ ...table, header: 0 }, x + 1, 0).column;
+        if (!texts.has(row)) texts.set(row, new Map());
+        texts.get(row).set(column, text);
+      }
+    }
+    // The selection tints the rows it covers, under their texts' colour.
+    context.globalCompositeOperation = 'multiply';
+    context.fillStyle = table.selectColor;
+    for (const row of table.selection) context.fillRect(0, table.header + row * table.rowHeight, width, table.rowHeight - 1);
+    context.globalCompositeOperation = 'source-over';
+
+    const rows = element.querySelector('table.rows');
+    const lines = [];
+    for (let row = -1; row < table.rows; row += 1) {
+      const line = document.createElement('tr');
+      line.dataset.row = row;
+      if (table.selection.includes(row)) line.setAttribute('aria-selected', 'true');
+      for (let column = 0; column < table.columns.length; column += 1) {
+        const cell = document.createElement(row < 0 ? 'th' : 'td');
+        cell.textContent = (texts.get(row) && texts.get(row).get(column)) || '';
+        line.append(cell);
+      }
+      lines.push(line);
+    }
+    rows.replaceChildren(...lines);
+  }
+
+  function point(canvas, event) {
+    const box = canvas.getBoundingClientRect();
+    return [event.clientX - box.left, event.clientY - box.top];
+  }
+
+  for (const element of document.querySelectorAll('[data-list]')) {
+    const key = element.dataset.list;
+    const canvas = element.querySelector('canvas');
+    canvas.draggable = true;
+
+    canvas.addEventListener('click', (event) => {
+      const cell = cellAt(listOf(element), ...point(canvas, event));
+      if (cell && cell.row >= 0 && cell.column >= 0) {
+        post('list/click', { key, row: cell.row, column: cell.column, shift: event.shiftKey ? 1 : 0,
+          ctrl: event.ctrlKey || event.metaKey ? 1 : 0 });
+      }
+    });
+    canvas.addEventListener('mousemove', (event) => {
+      const table = listOf(element);
+      const cell = cellAt(table, ...point(canvas, event));
+      const tip = cell && table.tooltips.find(([row, column]) => row === cell.row && column === cell.column);
+      canvas.title = tip ? tip[2] : '';
+    });
+
+    // Rows dragged within the list move there; files dragged in from the desktop are sent to
+    // the host, which keeps them in its cache folder and drops them on the list.
+    canvas.addEventListener('dragstart', (event) => {
+      const table = listOf(element);
+      const cell = cellAt(table, ...point(canvas, event));
+      if (!cell || cell.row < 0) { event.preventDefault(); return; }
+      const rows = table.selection.includes(cell.row) ? table.selection : [cell.row];
+      event.dataTransfer.setData(dragType, rows.join(','));
+      event.dataTransfer.effectAllowed = 'move';
+    });
+    const accepts = (event) => event.dataTransfer &&
+      (event.dataTransfer.types.includes(dragType) || event.dataTransfer.types.includes('Files'));
+    element.addEventListener('dragover', (event) => {
+      if (!accepts(event)) return;
+      event.preventDefault();
+      event.dataTransfer.dropEffect = event.dataTransfer.types.includes(dragType) ? 'move' : 'link';
+      element.classList.add('drop-target');
+    });
+    element.addEventListener('dragleave', () => element.classList.remove('drop-target'));
+    element.addEventListener('drop', (event) => {
+      element.classList.remove('drop-target');
+      if (!accepts(event)) return;
+      event.preventDefault();
+      // A drop below the last row lands after it, as the list's next row.
+      const table = listOf(element);
+      const cell = cellAt(table, ...point(canvas, event));
+      const row = !cell ? 0 : cell.row < 0 ? table.rows : cell.row;
+      const rows = event.dataTransfer.getData(dragType);
+      if (rows) {
+        post('list/move', { key, rows, row });
+        return;
+      }
+      const files = [...event.dataTransfer.files];
+      enqueue(async () => {
+        const ids = [];
+        for (const file of files) {
+          try {
+            const response = await fetch(`file?name=${encodeURIComponent(file.name)}`, { method: 'POST', body: file });
+            if (response.ok) ids.push((await response.json()).id);
+            else showAlert(`${file.name}: ${(await response.text()).trim()}`);
+          } catch (error) {
+            showAlert(`${file.name}: ${error}`);
+          }
+        }
+        if (ids.length) await send('list/drop', { key, files: ids.join(','), row });
+      });
+    });
+  }
+
+  // --- State and events -------------------------------------------------------------------
+
+  const watchers = [];
+
+  function apply(next) {
+    state = next;
+    for (const watcher of watchers) watcher(state);
+    for (const element of document.querySelectorAll('[data-p]')) {
+      const value = state.values[element.dataset.p];
+      if (value && !element.classList.contains('variant')) applyValue(element, value);
+    }
+    for (const variant of document.querySelectorAll('.variant')) applyVariant(variant);
+    for (const busy of document.querySelectorAll('[data-busy]')) busy.hidden = !Number(state.props[busy.dataset.prop]);
+    for (const element of document.querySelectorAll('[data-list]')) {
+      const table = listOf(element);
+      if (table) paintList(element, table);
+    }
+    document.body.dataset.ready = 'true';
+  }
+
+  const offline = document.getElementById('offline');
+  const events = new EventSource('events');
+  for (const name of ['state', 'changed', 'propertyChanged', 'progress']) {
+    events.addEventListener(name, (event) => apply(JSON.parse(event.data)));
+  }
+  events.addEventListener('alert', (event) => showAlert(JSON.parse(event.data).text));
+  events.addEventListener('openUrl', (event) => {
+    const address = JSON.parse(event.data).url;
+    if (/^https?:\/\//.test(address)) window.open(address, '_blank', 'noopener,noreferrer');
+  });
+  events.addEventListener('activate', () => {
+    window.focus();
+    document.querySelector('.gadget').scrollIntoView({ block: 'start' });
+  });
+  events.onopen = () => { offline.hidden = true; };
+  events.onerror = () => { offline.hidden = events.readyState === EventSource.OPEN; };
+
+  // For scripts that drive the page (the browser tests): the last state, a promise that settles
+  // when everything posted so far has been answered, and a way to see every state that arrives.
+  window.sorvelGadget = {
+    get state() { return state; },
+    idle: () => queue,
+    watch: (watcher) => { watchers.push(watcher); },
+  };
+})();

@@ -1,0 +1,133 @@
+// The gadget's page as generated from a theme: the plug-in's own forms with everything they
+// bind, and themes that try to break out of the page or to open views without end.
+#include "host/gadget/GadgetPage.h"
+
+#include "ThemeSupport.h"
+
+#include <gtest/gtest.h>
+
+#include <regex>
+
+using namespace KVX;
+using Host::GadgetPage;
+using Host::PageBinding;
+using ThemeTests::builtTheme;
+using ThemeTests::loadTheme;
+using ThemeTests::themePackage;
+
+namespace {
+
+size_t occurrences(const std::string& text, const std::string& part)
+{
+    size_t count = 0;
+    for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1))
+        ++count;
+    return count;
+}
+
+} // namespace
+
+TEST(GadgetPage, ThePluginsFormsBecomeOnePageThatBindsEveryControlByName)
+{
+    ITheme* theme = builtTheme();
+    ASSERT_NE(theme, nullptr);
+    const GadgetPage page = GadgetPage::build(*theme, {"SorvelDashboard", "SorvelClient"}, "Sorvel Client");
+
+    // Every view the two windows can show is part of the page, each in its place.
+    for (const char* form : {"SorvelDashboard", "SorvelClient", "LoginView", "LoginPendingView", "ManagerView",
+                             "SorvelClient.AccountInfo", "TrackInfoView", "ActivityInfoLoginView",
+                             "ActivityInfoPendingView", "ActivityInfoView", "ActionIcon"})
+        EXPECT_EQ(occurrences(page.html, std::string("data-form=\"") + form + "\""), 1u) << form;
+    EXPECT_EQ(page.html.find("CredentialsUIPrompt"), std::string::npos) << "no window opens the dialog";
+    EXPECT_NE(page.html.find("<title>Sorvel Client</title>"), std::string::npos);
+
+    struct Expected
+    {
+        const char* key;
+        PageBinding::Kind kind;
+        const char* element;
+    };
+    for (const Expected& expected : std::initializer_list<Expected>{
+             {":loginPhase", PageBinding::kProperty, "Variant"},
+             {"Credentials:username", PageBinding::kParameter, "EditBox"},
+             {"Credentials:saveChecked", PageBinding::kParameter, "CheckBox"},
+             {":signIn", PageBinding::kParameter, "Button"},
+             {"Client:isBusy", PageBinding::kProperty, "BusyIndicator"},
+             {":replaceMode", PageBinding::kParameter, "Variant"},
+             {":titlesList", PageBinding::kParameter, "SelectBox"},
+             {":openDashboard", PageBinding::kParameter, "Link"},
+             {":trackList", PageBinding::kList, "ListView"},
+             {"TrackInfo:hasFocusItem", PageBinding::kProperty, "Variant"},
+             {"TrackInfo:comment", PageBinding::kParameter, "EditBox"},
+             {":isUploading", PageBinding::kProperty, "Variant"},
+             {":cancel", PageBinding::kParameter, "Button"},
+             {"ActivityInfo:totalFans", PageBinding::kParameter, "Text"},
+             {"ActivityInfo:actionLink", PageBinding::kParameter, "UrlLink"},
+             {"ActivityInfo:actionIconId", PageBinding::kProperty, "Variant"},
+         })
+    {
+        const auto found = page.bindings.find(expected.key);
+        ASSERT_NE(found, page.bindings.end()) << expected.key;
+        EXPECT_EQ(found->second.kind, expected.kind) << expected.key;
+        EXPECT_EQ(found->second.element, expected.element) << expected.key;
+        EXPECT_FALSE(found->second.secret) << expected.key;
+    }
+    ASSERT_TRUE(page.bindings.count("Credentials:password"));
+    EXPECT_TRUE(page.bindings.at("Credentials:password").secret) << "its value never goes to the page";
+    EXPECT_EQ(page.bindings.at(":trackList").style, "TrackList");
+    EXPECT_EQ(page.bindings.at(":trackList").headerStyle, "TrackList.HeaderView");
+    EXPECT_EQ(occurrences(page.html, "type=\"password\""), 1u);
+    EXPECT_EQ(occurrences(page.html, "data-p=\":titlesList\""), 2u) << "both variants of the product chooser";
+    EXPECT_NE(page.html.find("data-case=\"star\""), std::string::npos) << "a variant that matches by case";
+
+    // Images, colours and fonts come from the package.
+    for (const char* image : {"BusyIcon", "LogButton", "SorvelLogo", "StatsIcons", "BackgroundLogIn"})
+        EXPECT_NE(std::find(page.images.begin(), page.images.end(), image), page.images.end()) << image;
+    EXPECT_NE(page.themeCss.find("@keyframes a-BusyIcon"), std::string::npos) << "the busy indicator turns";
+    EXPECT_NE(page.themeCss.find(".s-Sorvel_Heading{color:#031339ff;font:bold 13px \"Arial\""), std::string::npos)
+        << page.themeCss.substr(0, 600);
+    EXPECT_NE(page.themeCss.find(".s-Sorvel_OnDark .link,.s-Sorvel_OnDark.link{color:#8fd3f0ff}"), std::string::npos);
+    EXPECT_NE(page.html.find("border-radius:3px;background-color:white;border:1px solid #b8c1caff;"),
+              std::string::npos)
+        << "the inspector's shape";
+}
+
+TEST(GadgetPage, AHostileThemeCannotBreakOutOfThePageOrOpenViewsWithoutEnd)
+{
+    const ThemeTests::Bytes package = themePackage(R"skin(<Skin>
+      <Resources><Image name="../x" url="images/a.png"/></Resources>
+      <Styles><Style name="A&quot;&gt;&lt;x"><Color name="textcolor" color="#000000"/></Style></Styles>
+      <Forms>
+        <Form name="Loop" title="&lt;/title&gt;&lt;script&gt;alert(1)&lt;/script&gt;" style="A&quot;&gt;&lt;x">
+          <Label title="&lt;img src=x onerror=alert(1)&gt;"/>
+          <EditBox name="a&quot; onfocus=&quot;alert(1)"/>
+          <Link title="x" url="javascript:&quot;&gt;&lt;b&gt;"/>
+          <Image image="../x"/>
+          <View form="Other"/>
+        </Form>
+        <Form name="Other"><View form="Loop"/></Form>
+      </Forms></Skin>)skin",
+                                                   {{"images/a.png", ThemeTests::pngHeader(4, 4)}});
+    ASSERT_EQ(loadTheme("hostile", package), kResultOk);
+    ITheme* theme = GetThemeManager()->getTheme("hostile");
+    ASSERT_NE(theme, nullptr);
+    ASSERT_EQ(theme->checkSkin(), kResultOk);
+    const GadgetPage page = GadgetPage::build(*theme, {"Loop", "Missing"}, "</title><script>");
+
+    EXPECT_EQ(page.html.find("<script>alert"), std::string::npos);
+    EXPECT_EQ(page.html.find("<img src=x"), std::string::npos);
+    EXPECT_EQ(page.html.find("onfocus=\"alert"), std::string::npos);
+    EXPECT_EQ(page.html.find("\"><b>"), std::string::npos);
+    EXPECT_NE(page.html.find("&lt;img src=x onerror=alert(1)&gt;"), std::string::npos) << "shown as text";
+    EXPECT_EQ(occurrences(page.html, "<script"), 1u) << "only the page's own script";
+    EXPECT_TRUE(page.images.empty()) << "an image name that is a path is not served";
+    EXPECT_EQ(page.themeCss.find("\"><x"), std::string::npos) << "style names become plain class names";
+
+    // Views that open each other stop after a bounded depth; a missing form is left out.
+    const size_t loops = occurrences(page.html, "data-form=\"Loop\"");
+    EXPECT_GT(loops, 2u);
+    EXPECT_LT(loops, 10u);
+    EXPECT_EQ(page.html.find("Missing"), std::string::npos);
+    // The document stays well formed: every opened element is closed.
+    EXPECT_EQ(occurrences(page.html, "<div"), occurrences(page.html, "</div>"));
+}

@@ -1,0 +1,534 @@
+#!/usr/bin/python3
+"""Browser tests of `sorvel gadget`: the real page in Debian's headless Chromium, driven through
+chromium-driver, against the standalone sandbox. Every test saves a screenshot.
+
+Environment (set by CTest): SORVEL_PROGRAM, SORVEL_SANDBOX_PROGRAM, SORVEL_SHOTS (the folder of
+the screenshots).
+"""
+
+import http.client
+import json
+import math
+import os
+import re
+import signal
+import socket
+import struct
+import subprocess
+import tempfile
+import time
+import unittest
+import urllib.parse
+import wave
+
+from selenium import webdriver
+from selenium.common.exceptions import TimeoutException
+from selenium.webdriver.chrome.service import Service
+from selenium.webdriver.common.action_chains import ActionChains
+from selenium.webdriver.common.by import By
+from selenium.webdriver.common.keys import Keys
+from selenium.webdriver.support.ui import WebDriverWait
+
+PROGRAM = os.environ.get("SORVEL_PROGRAM", "build/default/bin/sorvel")
+SANDBOX = os.environ.get("SORVEL_SANDBOX_PROGRAM", "build/default/bin/sorvel-sandbox")
+SHOTS = os.environ.get("SORVEL_SHOTS", "build/browser-shots")
+# Every upload is answered this late, so that an upload can be watched and cancelled.
+UPLOAD_DELAY_MS = 1200
+WAIT = 30
+
+
+def write_tone(path, seconds=1.0, frequency=440.0):
+    with wave.open(path, "wb") as out:
+        out.setnchannels(2)
+        out.setsampwidth(2)
+        out.setframerate(44100)
+        frames = bytearray()
+        for i in range(int(44100 * seconds)):
+            sample = int(6000 * math.sin(2 * math.pi * frequency * i / 44100))
+            frames += struct.pack("<hh", sample, sample)
+        out.writeframes(bytes(frames))
+
+
+class Sandbox:
+    """The standalone emulator of the service, with its addresses and demo login."""
+
+    def __init__(self):
+        self.process = subprocess.Popen([SANDBOX, "--port", "0", "--quiet", "--slow-upload", str(UPLOAD_DELAY_MS)],
+                                        stdout=subprocess.PIPE, text=True)
+        self.fields = {}
+        for line in self.process.stdout:
+            match = re.match(r"\s+([A-Za-z ]+):\s+(.*)$", line)
+            if match:
+                self.fields[match.group(1).strip()] = match.group(2).strip()
+            if line.startswith("Press Ctrl+C"):
+                break
+        login = re.match(r"(\S+) / (\S+)", self.fields["Demo login"])
+        self.user, self.password = login.group(1), login.group(2)
+
+    def environment(self):
+        return {"SORVEL_SERVER_URL": self.fields["API base URL"], "SORVEL_LOGIN_URL": self.fields["Login URL"],
+                "SORVEL_PARTNER_ID": self.fields["Partner id"], "SORVEL_PARTNER_KEY": self.fields["Partner key"]}
+
+    def stop(self):
+        self.process.send_signal(signal.SIGTERM)
+        self.process.wait(timeout=WAIT)
+
+
+class GadgetHost:
+    """`sorvel gadget` with a private home, configured for the sandbox."""
+
+    def __init__(self, sandbox, files=()):
+        self.home = tempfile.TemporaryDirectory(prefix="sorvel-gadget-")
+        environment = {key: value for key, value in os.environ.items() if not key.startswith("SORVEL_")}
+        environment.update(sandbox.environment())
+        environment.update({"HOME": self.home.name, "XDG_CONFIG_HOME": os.path.join(self.home.name, "config"),
+                            "XDG_CACHE_HOME": os.path.join(self.home.name, "cache")})
+        # No keyring: the gadget starts signed out, as on a first run.
+        environment.pop("DBUS_SESSION_BUS_ADDRESS", None)
+        self.process = subprocess.Popen([PROGRAM, "gadget", "--no-browser", *files], stdout=subprocess.PIPE,
+                                        stderr=subprocess.PIPE, text=True, env=environment)
+        line = self.process.stdout.readline()
+        match = re.match(r"Sorvel gadget: (http://127\.0\.0\.1:(\d+)/([0-9a-f]+)/)$", line.strip())
+        if not match:
+            self.process.kill()
+            raise AssertionError(f"no address from sorvel gadget: {line!r} {self.process.stderr.read()}")
+        self.address, self.port, self.secret = match.group(1), int(match.group(2)), match.group(3)
+
+    def stop(self):
+        """Interrupts the host as Ctrl+C does; its exit code."""
+        if self.process.poll() is None:
+            self.process.send_signal(signal.SIGINT)
+        code = self.process.wait(timeout=WAIT)
+        self.process.stdout.close()
+        self.process.stderr.close()
+        self.home.cleanup()
+        return code
+
+
+class GadgetPageTest(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        os.makedirs(SHOTS, exist_ok=True)
+        cls.sandbox = Sandbox()
+        cls.media = tempfile.TemporaryDirectory(prefix="sorvel-media-")
+        cls.files = []
+        for name, frequency in (("Morning Song", 440.0), ("Evening Tune", 330.0)):
+            path = os.path.join(cls.media.name, f"{name}.wav")
+            write_tone(path, 1.0, frequency)
+            cls.files.append(path)
+        options = webdriver.ChromeOptions()
+        options.binary_location = "/usr/bin/chromium"
+        for flag in ("--headless=new", "--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run",
+                     "--disable-background-networking", "--disable-component-update", "--disable-sync",
+                     "--disable-dev-shm-usage", "--window-size=1100,800", "--force-device-scale-factor=1"):
+            options.add_argument(flag)
+        cls.profile = tempfile.TemporaryDirectory(prefix="sorvel-chromium-")
+        options.add_argument(f"--user-data-dir={cls.profile.name}")
+        cls.driver = webdriver.Chrome(service=Service("/usr/bin/chromedriver"), options=options)
+        cls.driver.set_script_timeout(WAIT)
+
+    @classmethod
+    def tearDownClass(cls):
+        cls.driver.quit()
+        cls.sandbox.stop()
+        cls.media.cleanup()
+        cls.profile.cleanup()
+
+    def setUp(self):
+        self.host = None
+
+    def tearDown(self):
+        for handle in self.driver.window_handles[1:]:
+            self.driver.switch_to.window(handle)
+            self.driver.close()
+        self.driver.switch_to.window(self.driver.window_handles[0])
+        self.driver.get("about:blank")
+        if self.host:
+            self.assertEqual(self.host.stop(), 0, "the host ends with 0 after Ctrl+C")
+
+    # --- helpers --------------------------------------------------------------------------
+
+    def open_gadget(self, files=()):
+        self.host = GadgetHost(self.sandbox, files)
+        self.driver.get(self.host.address)
+        self.wait_until(lambda: self.driver.execute_script("return document.body.dataset.ready === 'true'"))
+        return self.host
+
+    def wait_until(self, condition, message="condition"):
+        try:
+            WebDriverWait(self.driver, WAIT, poll_frequency=0.05).until(lambda _: condition())
+        except TimeoutException:
+            self.shot(f"timeout-{self.id().split('.')[-1]}")
+            raise AssertionError(f"timed out waiting for {message}")
+
+    def shot(self, name):
+        self.driver.save_screenshot(os.path.join(SHOTS, f"{name}.png"))
+
+    def state(self):
+        return self.driver.execute_script("return window.sorvelGadget.state")
+
+    def idle(self):
+        self.driver.execute_async_script("window.sorvelGadget.idle().then(arguments[0])")
+
+    def value(self, key):
+        return self.state()["values"].get(key, {}).get("v")
+
+    def prop(self, key):
+        return self.state()["props"].get(key)
+
+    def css(self, selector):
+        return self.driver.find_element(By.CSS_SELECTOR, selector)
+
+    def form_shown(self, name):
+        return self.css(f'[data-form="{name}"]').is_displayed()
+
+    def files_listed(self):
+        """The file names of the rows (the file column shows the end of each path)."""
+        return [os.path.basename(row[2]) for row in self.rows()]
+
+    def rows(self):
+        """The track table's rows as the page reads them aloud: [remove, track, file, state]."""
+        return self.driver.execute_script(
+            "return [...document.querySelectorAll('[data-list=\":trackList\"] table.rows tr')]"
+            ".filter(row => row.dataset.row >= 0).map(row => [...row.cells].map(cell => cell.textContent))")
+
+    def type_into(self, key, text, enter=True):
+        field = self.css(f'[data-p="{key}"]')
+        field.clear()
+        field.send_keys(text)
+        if enter:
+            field.send_keys(Keys.TAB)
+        self.idle()
+
+    def sign_in(self, password=None):
+        self.type_into("Credentials:username", self.sandbox.user)
+        self.type_into("Credentials:password", password or self.sandbox.password)
+        self.css('[data-p=":signIn"]').click()
+        self.idle()
+
+    def signed_in(self, files=()):
+        self.open_gadget(files)
+        self.sign_in()
+        self.wait_until(lambda: self.prop(":loginPhase") == 2 and not self.prop("Client:isBusy"), "signed in")
+
+    def cell_point(self, row, column):
+        """Offsets from the canvas's centre (as Selenium moves) to the middle of a cell."""
+        table = self.state()["lists"][":trackList"]
+        canvas = self.css('[data-list=":trackList"] canvas')
+        left = sum(table["columns"][:column]) + table["columns"][column] / 2
+        top = table["header"] + row * table["rowHeight"] + table["rowHeight"] / 2
+        return canvas, left - canvas.size["width"] / 2, top - canvas.size["height"] / 2
+
+    def click_cell(self, row, column=1, modifier=None):
+        canvas, x, y = self.cell_point(row, column)
+        actions = ActionChains(self.driver).move_to_element_with_offset(canvas, x, y)
+        if modifier:
+            actions.key_down(modifier).click().key_up(modifier)
+        else:
+            actions.click()
+        actions.perform()
+        self.idle()
+
+    def drop(self, script_items, row):
+        """Drops a DataTransfer built by `script_items` (JavaScript filling `transfer`) on `row`."""
+        table = self.state()["lists"][":trackList"]
+        y = table["header"] + row * table["rowHeight"] + table["rowHeight"] / 2
+        self.driver.execute_script(f"""
+            const list = document.querySelector('[data-list=":trackList"]');
+            const canvas = list.querySelector('canvas');
+            const box = canvas.getBoundingClientRect();
+            const transfer = new DataTransfer();
+            {script_items}
+            const at = {{clientX: box.left + 100, clientY: box.top + {y}, dataTransfer: transfer, bubbles: true}};
+            canvas.dispatchEvent(new DragEvent('dragover', at));
+            canvas.dispatchEvent(new DragEvent('drop', at));
+        """)
+        self.idle()
+
+    def alert_text(self):
+        box = self.css("#alert")
+        return box.find_element(By.TAG_NAME, "p").text if box.is_displayed() else None
+
+    # --- tests ----------------------------------------------------------------------------
+
+    def test_sign_in_refused_then_accepted_switches_the_phase_views(self):
+        self.open_gadget()
+        self.assertTrue(self.form_shown("LoginView"))
+        self.assertTrue(self.form_shown("ActivityInfoLoginView"), "the dashboard panel invites to sign in")
+        self.sign_in(password="not-the-password")
+        self.wait_until(lambda: self.alert_text(), "the refusal's alert")
+        self.shot("sign-in-refused")
+        self.assertTrue(self.alert_text())
+        self.wait_until(lambda: self.prop(":loginPhase") == 0, "back to the login view")
+        self.css("#alert button").click()
+        self.assertIsNone(self.alert_text())
+        self.assertTrue(self.form_shown("LoginView"))
+        # The typed password is never sent back to the page.
+        self.assertNotIn("v", self.state()["values"]["Credentials:password"])
+        self.assertNotIn("not-the-password", self.driver.execute_script("return JSON.stringify(window.sorvelGadget.state)"))
+
+        self.sign_in()
+        self.wait_until(lambda: self.form_shown("ManagerView"), "the manager view")
+        self.assertFalse(self.form_shown("LoginView"))
+        self.wait_until(lambda: self.form_shown("ActivityInfoView"), "the dashboard's figures")
+        self.wait_until(lambda: self.css('[data-p="ActivityInfo:userName"]').text, "the account name")
+        self.assertEqual(self.css('[data-form="SorvelClient.AccountInfo"] [data-p="Credentials:username"]').text,
+                         self.sandbox.user)
+        self.assertNotIn(self.sandbox.password, self.driver.execute_script("return JSON.stringify(window.sorvelGadget.state)"))
+        self.shot("signed-in")
+
+    def test_choosing_a_product_shows_its_tracks_and_refresh_reloads_the_list(self):
+        self.signed_in()
+        select = self.css('[data-p=":titlesList"]')
+        options = [option.text for option in select.find_elements(By.TAG_NAME, "option")]
+        self.assertEqual(options[-1], "Refresh", "the controller's menu entry ends the list")
+        products = self.state()["values"][":titlesList"]["e"]
+        self.assertGreaterEqual(len(products), 2)
+        self.assertEqual(options[:len(products)], products)
+        chosen = products[0]
+        # A click on the select box opens a native menu; the keyboard chooses as a user would.
+        ActionChains(self.driver).click(select).perform()
+        select.send_keys(Keys.HOME)
+        select.send_keys(Keys.ENTER)
+        self.idle()
+        self.wait_until(lambda: self.value(":replaceMode") == 1, "the product's variant")
+        self.wait_until(lambda: self.rows(), "the product's tracks")
+        self.assertTrue(all(row[3] == "Uploaded" for row in self.rows()), self.rows())
+        visible = [element for element in self.driver.find_elements(By.CSS_SELECTOR, '[data-p=":titlesList"]')
+                   if element.is_displayed()]
+        self.assertEqual(len(visible), 1, "one select box in the product's variant")
+        self.assertFalse(self.css('[data-p=":newProductName"]').is_displayed())
+        self.shot("product-chosen")
+
+        self.driver.execute_script("""
+            const select = [...document.querySelectorAll('[data-p=":titlesList"]')].find(s => s.offsetParent);
+            select.selectedIndex = select.options.length - 1;
+            select.dispatchEvent(new Event('change'));""")
+        self.idle()
+        self.wait_until(lambda: not self.prop("Client:isBusy"), "the refresh to end")
+        self.assertEqual(self.state()["values"][":titlesList"]["e"][self.value(":titlesList")], chosen)
+
+    def test_a_new_product_is_named_in_the_edit_box_and_the_upload_completes_every_row(self):
+        self.signed_in(self.files)
+        self.assertEqual(self.value(":replaceMode"), 0)
+        self.assertTrue(self.css('[data-p=":newProductName"]').is_displayed())
+        self.type_into(":newProductName", "Night Drive")
+        self.assertEqual(self.value(":newProductName"), "Night Drive")
+        self.assertEqual(self.files_listed(), ["Morning Song.wav", "Evening Tune.wav"])
+        self.driver.execute_script("""
+            window.seenStates = [];
+            window.sorvelGadget.watch(state => {
+              const list = document.querySelectorAll('[data-list=":trackList"] table.rows tr');
+              window.seenStates.push([...list].map(row => row.cells[3] ? row.cells[3].textContent : ''));
+            });""")
+        self.css('[data-p=":upload"]').click()
+        self.idle()
+        self.wait_until(lambda: self.prop(":isUploading") == 1, "the upload to start")
+        self.assertTrue(self.css('[data-p=":cancel"]').is_displayed(), "Cancel replaces Upload")
+        self.wait_until(lambda: any("%" in text for row in self.driver.execute_script("return window.seenStates")
+                                    for text in row), "progress in a row")
+        self.shot("uploading")
+        self.wait_until(lambda: self.prop(":isUploading") == 0, "the upload to end")
+        seen = self.driver.execute_script("return window.seenStates")
+        self.assertTrue(any(sum("Upload Complete" in text for text in row) == 2 for row in seen), seen[-5:])
+        self.wait_until(lambda: "Night Drive" in self.state()["values"][":titlesList"]["e"], "the new product listed")
+        self.shot("upload-complete")
+
+    def test_two_selected_new_rows_take_a_genre_typed_once(self):
+        self.signed_in(self.files)
+        self.assertFalse(self.css('[data-form="TrackInfoView"]').is_displayed(), "no track selected")
+        self.click_cell(0)
+        self.click_cell(1, modifier=Keys.CONTROL)
+        self.wait_until(lambda: self.state()["lists"][":trackList"]["selection"] == [0, 1], "two rows selected")
+        self.assertTrue(self.form_shown("TrackInfoView"))
+        self.type_into("TrackInfo:genre", "Ambient")
+        self.shot("two-rows-genre")
+        for row in (0, 1):
+            self.click_cell(row)
+            self.wait_until(lambda: self.state()["lists"][":trackList"]["selection"] == [row], f"row {row} alone")
+            self.wait_until(lambda: self.css('[data-p="TrackInfo:genre"]').get_attribute("value") == "Ambient",
+                            f"the genre of row {row}")
+        # Shift extends from the last row clicked; a second ctrl-click takes a row out again.
+        self.click_cell(0)
+        self.click_cell(1, modifier=Keys.SHIFT)
+        self.wait_until(lambda: self.state()["lists"][":trackList"]["selection"] == [0, 1], "a range")
+        self.click_cell(0, modifier=Keys.CONTROL)
+        self.wait_until(lambda: self.state()["lists"][":trackList"]["selection"] == [1], "row 0 taken out")
+
+    def test_rows_are_dragged_within_the_table_and_removed_with_the_x(self):
+        self.signed_in(self.files)
+        self.assertEqual(self.files_listed(), ["Morning Song.wav", "Evening Tune.wav"])
+        # Dragged below the last row, the first row moves to the end.
+        self.driver.execute_script("""
+            const canvas = document.querySelector('[data-list=":trackList"] canvas');
+            const box = canvas.getBoundingClientRect();
+            const table = window.sorvelGadget.state.lists[':trackList'];
+            const transfer = new DataTransfer();
+            const at = row => ({clientX: box.left + 100, clientY: box.top + table.header + row * table.rowHeight + 5,
+                                dataTransfer: transfer, bubbles: true});
+            canvas.dispatchEvent(new DragEvent('dragstart', at(0)));
+            canvas.dispatchEvent(new DragEvent('dragover', at(2)));
+            canvas.dispatchEvent(new DragEvent('drop', at(2)));""")
+        self.idle()
+        self.wait_until(lambda: self.files_listed() == ["Evening Tune.wav", "Morning Song.wav"],
+                        "the rows swapped")
+        self.shot("row-dragged")
+        tooltip = [tip for tip in self.state()["lists"][":trackList"]["tooltips"] if tip[0] == 0 and tip[1] == 2]
+        self.assertTrue(tooltip and tooltip[0][2].endswith("Evening Tune.wav"), "the file cell's tooltip is its path")
+        self.click_cell(0, column=0)
+        self.wait_until(lambda: self.files_listed() == ["Morning Song.wav"], "the row removed by its X")
+
+    def test_files_dropped_from_the_desktop_become_rows_and_other_files_are_refused(self):
+        self.signed_in(self.files[:1])
+        dropped = os.path.join(self.media.name, "Dropped Take.wav")
+        write_tone(dropped, 0.5, 550.0)
+        text = os.path.join(self.media.name, "notes.txt")
+        with open(text, "w") as out:
+            out.write("not audio\n")
+        self.driver.execute_script("""
+            const input = document.createElement('input');
+            input.type = 'file'; input.multiple = true; input.id = 'desktop'; document.body.append(input);""")
+        picker = self.css("#desktop")
+        picker.send_keys(dropped)
+        self.drop("transfer.items.add(document.getElementById('desktop').files[0]);", 1)
+        self.wait_until(lambda: len(self.rows()) == 2, "the dropped file's row")
+        self.assertEqual(self.files_listed()[1], "Dropped Take.wav")
+        self.shot("file-dropped")
+
+        self.driver.execute_script("document.getElementById('desktop').remove()")
+        self.driver.execute_script("""
+            const input = document.createElement('input');
+            input.type = 'file'; input.id = 'desktop'; document.body.append(input);""")
+        self.css("#desktop").send_keys(text)
+        self.drop("transfer.items.add(document.getElementById('desktop').files[0]);", 2)
+        self.wait_until(lambda: self.alert_text(), "the refusal")
+        self.assertIn("audio", self.alert_text())
+        self.assertEqual(len(self.rows()), 2)
+        cache = os.path.join(self.host.home.name, "cache", "sorvel", "dropped")
+        stored = [name for _, _, names in os.walk(cache) for name in names]
+        self.assertEqual(stored, ["Dropped Take.wav"], "a refused file is not kept")
+
+    def test_an_upload_is_cancelled_with_the_cancel_button(self):
+        self.signed_in(self.files)
+        self.type_into(":newProductName", "Cancelled Session")
+        self.css('[data-p=":upload"]').click()
+        self.idle()
+        self.wait_until(lambda: self.prop(":isUploading") == 1, "the upload to start")
+        cancel = self.css('[data-p=":cancel"]')
+        self.wait_until(lambda: cancel.is_displayed() and cancel.is_enabled(), "the cancel button")
+        cancel.click()
+        self.idle()
+        self.wait_until(lambda: self.prop(":isUploading") == 0, "the upload to stop")
+        self.assertTrue(self.css('[data-p=":upload"]').is_displayed(), "Upload is back")
+        self.assertLess(sum(row[3] == "Upload Complete" for row in self.rows()), 2, self.rows())
+        self.shot("upload-cancelled")
+
+    def test_sign_out_and_the_dashboard_link(self):
+        self.signed_in()
+        self.css('[data-p=":openDashboard"]').click()
+        self.idle()
+        self.wait_until(lambda: len(self.driver.window_handles) == 2, "the dashboard opened in a new tab")
+        self.css('[data-p=":signOut"]').click()
+        self.idle()
+        self.wait_until(lambda: self.form_shown("LoginView"), "the login view")
+        self.assertFalse(self.form_shown("ManagerView"))
+        self.shot("signed-out")
+
+    def test_the_page_uses_loopback_only_and_tells_when_the_host_has_ended(self):
+        self.signed_in()
+        origin = f"http://127.0.0.1:{self.host.port}/"
+        loaded = self.driver.execute_script(
+            "return performance.getEntriesByType('resource').map(entry => entry.name)")
+        self.assertTrue(loaded, "images, styles and the script were loaded")
+        self.assertTrue(all(name.startswith(origin) for name in loaded), loaded)
+        self.assertEqual(self.host.stop(), 0)
+        self.host = None
+        self.wait_until(lambda: self.css("#offline").is_displayed(), "the page's notice")
+        with self.assertRaises(OSError):
+            socket.create_connection(("127.0.0.1", int(origin.split(":")[2].rstrip("/"))), timeout=2)
+        self.shot("host-ended")
+
+
+class GadgetServerRefusalTest(unittest.TestCase):
+    """Requests that do not come from the opened page are refused (no browser needed)."""
+
+    @classmethod
+    def setUpClass(cls):
+        cls.sandbox = Sandbox()
+        cls.host = GadgetHost(cls.sandbox)
+
+    @classmethod
+    def tearDownClass(cls):
+        cls.host.stop()
+        cls.sandbox.stop()
+
+    def request(self, method, path, headers=None, body=None):
+        connection = http.client.HTTPConnection("127.0.0.1", self.host.port, timeout=WAIT)
+        sent = {"Host": f"127.0.0.1:{self.host.port}"}
+        sent.update(headers or {})
+        connection.putrequest(method, path, skip_host=True, skip_accept_encoding=True)
+        for name, value in sent.items():
+            if value is not None:
+                connection.putheader(name, value)
+        data = body.encode() if body else b""
+        if method == "POST":
+            connection.putheader("Content-Type", "application/x-www-form-urlencoded")
+            connection.putheader("Content-Length", str(len(data)))
+        connection.endheaders(data)
+        response = connection.getresponse()
+        result = response.status, response.read().decode(errors="replace")
+        connection.close()
+        return result
+
+    def test_requests_without_the_secret_or_from_other_sites_are_refused(self):
+        base = f"/{self.host.secret}/"
+        origin = f"http://127.0.0.1:{self.host.port}"
+        self.assertEqual(self.request("GET", base)[0], 200)
+        self.assertEqual(self.request("GET", base, {"Host": f"localhost:{self.host.port}"})[0], 200)
+        status, state = self.request("GET", base + "state")
+        self.assertEqual(status, 200)
+        self.assertIn("Credentials:username", json.loads(state)["values"])
+
+        # Without the secret, or with a wrong one of the same length, nothing is found.
+        for path in ("/", "/state", "/page.js", "/" + "0" * len(self.host.secret) + "/state",
+                     "/" + self.host.secret[:-1] + "/state", "/" + self.host.secret + "x/state"):
+            self.assertEqual(self.request("GET", path)[0], 404, path)
+        # Another name for this address (DNS rebinding) or no name at all.
+        for host in ("evil.example:%d" % self.host.port, "127.0.0.1", "127.0.0.1:1", None):
+            self.assertEqual(self.request("GET", base + "state", {"Host": host})[0], 403, host)
+        # Requests from other sites, and changes without an Origin.
+        self.assertEqual(self.request("GET", base + "state", {"Origin": "http://evil.example"})[0], 403)
+        self.assertEqual(self.request("GET", base + "state", {"Sec-Fetch-Site": "cross-site"})[0], 403)
+        change = urllib.parse.urlencode({"key": "Credentials:username", "value": "intruder", "notify": "1"})
+        for headers in ({"Origin": "http://evil.example"}, {"Origin": "null"}, {"Origin": None},
+                        {"Origin": f"http://127.0.0.1:{self.host.port + 1}"}):
+            self.assertEqual(self.request("POST", base + "value", headers, change)[0], 403, headers)
+        status, state = self.request("GET", base + "state")
+        self.assertNotIn("intruder", state)
+        # The page itself may.
+        self.assertEqual(self.request("POST", base + "value", {"Origin": origin}, change)[0], 200)
+        self.assertEqual(json.loads(self.request("GET", base + "state")[1])["values"]["Credentials:username"]["v"],
+                         "intruder")
+        # Input that names nothing is answered, not acted on.
+        status, reason = self.request("POST", base + "press", {"Origin": origin}, "key=Nowhere:thing")
+        self.assertEqual(status, 409)
+        self.assertIn("no such", reason)
+        self.assertEqual(self.request("POST", base + "list/drop", {"Origin": origin}, "key=:trackList&files=99")[0], 400)
+
+    def test_the_page_forbids_scripts_and_frames_from_elsewhere(self):
+        connection = http.client.HTTPConnection("127.0.0.1", self.host.port, timeout=WAIT)
+        connection.request("GET", f"/{self.host.secret}/")
+        response = connection.getresponse()
+        policy = response.getheader("Content-Security-Policy")
+        page = response.read().decode()
+        connection.close()
+        self.assertIn("default-src 'none'", policy)
+        self.assertIn("script-src 'self'", policy)
+        self.assertIn("frame-ancestors 'none'", policy)
+        self.assertEqual(response.getheader("Referrer-Policy"), "no-referrer")
+        self.assertNotRegex(page, r"src=\"(https?:)?//", "no script or image of the page comes from elsewhere")
+        self.assertNotRegex(page, r"<link[^>]*href=\"(https?:)?//", "no style sheet comes from elsewhere")
+
+
+if __name__ == "__main__":
+    unittest.main(verbosity=2)
