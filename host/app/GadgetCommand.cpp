@@ -10,6 +10,8 @@
 #include "framework/services/IRunLoop.h"
 #include "framework/services/SystemServices.h"
 
+#include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
@@ -139,11 +141,23 @@ int showGadget(const GadgetOptions& options)
         std::printf("Opened in the browser. Press Ctrl+C to stop.\n");
     std::fflush(stdout);
 
+    // The page hears of content changes at most every 40 ms: an upload's progress signals far
+    // more often than a screen can show, and each state the page is sent is the whole table
+    // drawn again. Alerts and property changes go at once.
+    constexpr auto kEventSpacing = std::chrono::milliseconds(40);
     IRunLoop* loop = GetRunLoop();
+    auto lastSent = std::chrono::steady_clock::now() - kEventSpacing;
     while (!gInterrupted.load(std::memory_order_relaxed))
     {
-        loop->processEvents(250);
-        server.broadcast(session->takeEvents());
+        const auto now = std::chrono::steady_clock::now();
+        if (session->hasUrgent() || (session->hasPending() && now - lastSent >= kEventSpacing))
+        {
+            server.broadcast(session->takeEvents());
+            lastSent = now;
+        }
+        const auto wait = session->hasPending() ? kEventSpacing - (now - lastSent) : std::chrono::milliseconds(250);
+        loop->processEvents(static_cast<uint32>(
+            std::max<long long>(1, std::chrono::duration_cast<std::chrono::milliseconds>(wait).count())));
     }
     server.stop();
     cleanUp();

@@ -431,14 +431,20 @@ GadgetPage GadgetPage::build(ITheme& theme, const std::vector<std::string>& form
     GadgetPage page;
     Builder builder(theme, page);
     std::string body;
+    std::string main; // the last form found: the gadget's window
     for (const std::string& name : forms)
     {
         builder.form(name, "", 0);
-        body += "<section class=\"panel\">" + builder.takeHtml() + "</section>";
+        std::string html = builder.takeHtml();
+        if (html.empty())
+            continue;
+        body += "<section class=\"panel\">" + html + "</section>";
+        main = name;
     }
     page.html = "<!DOCTYPE html>\n<html lang=\"en\"><head><meta charset=\"utf-8\"><title>" + escapeHtml(title) +
                 "</title><meta name=\"referrer\" content=\"no-referrer\"><link rel=\"stylesheet\" href=\"page.css\">"
-                "<link rel=\"stylesheet\" href=\"theme.css\"></head><body><main class=\"gadget\">" +
+                "<link rel=\"stylesheet\" href=\"theme.css\"></head><body data-main=\"" +
+                escapeHtml(main) + "\"><main class=\"gadget\">" +
                 body +
                 "</main><div id=\"alert\" class=\"alert\" role=\"alertdialog\" aria-modal=\"true\" hidden><p></p>"
                 "<button type=\"button\">OK</button></div><div id=\"offline\" class=\"offline\" hidden>"

@@ -41,7 +41,8 @@ struct GadgetPage
     std::string themeCss;                        ///< the theme's styles and images as CSS classes
 
     /// Builds the page that shows `forms` (names of the theme's forms, each opened on the
-    /// gadget) side by side. Forms, views and styles the theme lacks are left out.
+    /// gadget) side by side; the last is the gadget's window, which an activation brings to the
+    /// front. Forms, views and styles the theme lacks are left out.
     static GadgetPage build(KVX::ITheme& theme, const std::vector<std::string>& forms, const std::string& title);
 };
 

@@ -56,6 +56,11 @@ public:
     /// the state differs from what was sent last, the state under the name of the signal seen
     /// ("changed", "propertyChanged" or "progress").
     std::vector<std::pair<std::string, std::string>> takeEvents();
+    /// Whether takeEvents has something to look at.
+    bool hasPending() const { return !events_.empty() || !pendingSignal_.empty(); }
+    /// Whether what is pending must not wait: an alert, or a property's change (a phase, the
+    /// start or end of an upload), which the page must not see merged into what follows it.
+    bool hasUrgent() const { return !events_.empty() || pendingSignal_ == "propertyChanged"; }
 
     void notify(KVX::ISubject* subject, KVX::IMessage& message) override;
     void tableInvalidated();

@@ -275,7 +275,6 @@
 
   function apply(next) {
     state = next;
-    for (const watcher of watchers) watcher(state);
     for (const element of document.querySelectorAll('[data-p]')) {
       const value = state.values[element.dataset.p];
       if (value && !element.classList.contains('variant')) applyValue(element, value);
@@ -287,6 +286,7 @@
       if (table) paintList(element, table);
     }
     document.body.dataset.ready = 'true';
+    for (const watcher of watchers) watcher(state);
   }
 
   const offline = document.getElementById('offline');
@@ -299,9 +299,15 @@
     const address = JSON.parse(event.data).url;
     if (/^https?:\/\//.test(address)) window.open(address, '_blank', 'noopener,noreferrer');
   });
+  // The gadget asks to be brought to the front: its window takes the focus, on the first field
+  // that can take input.
   events.addEventListener('activate', () => {
     window.focus();
-    document.querySelector('.gadget').scrollIntoView({ block: 'start' });
+    const main = document.querySelector(`[data-form="${document.body.dataset.main}"]`) || document.body;
+    main.scrollIntoView({ block: 'start' });
+    const field = [...main.querySelectorAll('input, textarea, select, button')]
+      .find((element) => element.offsetParent && !element.disabled);
+    if (field) field.focus();
   });
   events.onopen = () => { offline.hidden = true; };
   events.onerror = () => { offline.hidden = events.readyState === EventSource.OPEN; };

@@ -128,6 +128,8 @@ TEST(GadgetPage, AHostileThemeCannotBreakOutOfThePageOrOpenViewsWithoutEnd)
     EXPECT_GT(loops, 2u);
     EXPECT_LT(loops, 10u);
     EXPECT_EQ(page.html.find("Missing"), std::string::npos);
+    EXPECT_EQ(occurrences(page.html, "<section"), 1u);
+    EXPECT_NE(page.html.find("data-main=\"Loop\""), std::string::npos) << "the last form found is the window";
     // The document stays well formed: every opened element is closed.
     EXPECT_EQ(occurrences(page.html, "<div"), occurrences(page.html, "</div>"));
 }

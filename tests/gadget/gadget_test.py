@@ -330,7 +330,9 @@ class GadgetPageTest(unittest.TestCase):
         self.shot("uploading")
         self.wait_until(lambda: self.prop(":isUploading") == 0, "the upload to end")
         seen = self.driver.execute_script("return window.seenStates")
-        self.assertTrue(any(sum("Upload Complete" in text for text in row) == 2 for row in seen), seen[-5:])
+        for row in (1, 2):  # after the header
+            self.assertTrue(any(len(states) > row and "Upload Complete" in states[row] for states in seen),
+                            f"row {row} never showed its upload complete: {seen[-5:]}")
         self.wait_until(lambda: "Night Drive" in self.state()["values"][":titlesList"]["e"], "the new product listed")
         self.shot("upload-complete")
 
@@ -432,7 +434,12 @@ class GadgetPageTest(unittest.TestCase):
         self.idle()
         self.wait_until(lambda: self.form_shown("LoginView"), "the login view")
         self.assertFalse(self.form_shown("ManagerView"))
+        self.wait_until(lambda: self.form_shown("ActivityInfoLoginView"), "the dashboard's invitation")
         self.shot("signed-out")
+        # The dashboard's invitation brings the gadget's window forward, ready for the user name.
+        self.css('[data-p="ActivityInfo:onCreateAccount"]').click()
+        self.wait_until(lambda: self.driver.execute_script(
+            "return document.activeElement.dataset.p === 'Credentials:username'"), "the window brought forward")
 
     def test_the_page_uses_loopback_only_and_tells_when_the_host_has_ended(self):
         self.signed_in()
