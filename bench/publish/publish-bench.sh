@@ -8,21 +8,14 @@ set -euo pipefail
 cd "$(dirname "$0")/../.."
 seconds=${1:-300}
 runs=${2:-3}
-bin=build/default/bin
-cmake --build --preset default --target sorvel_host sorvel-demo-tracks >/dev/null
-
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
-mkdir -p "$work/config" "$work/cache" "$work/tracks"
+source bench/lib.sh
+mkdir -p "$work/tracks"
 "$bin/sorvel-demo-tracks" "$work/tracks" "$seconds" >/dev/null
 audio=$(du -cb "$work"/tracks/*.flac | tail -1 | cut -f1)
 echo "3 tracks of ${seconds} s, 48 kHz 24-bit stereo FLAC ($((audio / 1048576)) MiB); median of $runs runs"
 
 for run in $(seq "$runs"); do
-  # No service configured: the embedded sandbox, as on a fresh machine.
-  env -u SORVEL_SERVER_URL -u SORVEL_LOGIN_URL -u SORVEL_PARTNER_ID -u SORVEL_PARTNER_KEY \
-    XDG_CONFIG_HOME="$work/config" XDG_CACHE_HOME="$work/cache" \
-    /usr/bin/time -f "%e %M" -o "$work/time.$run" \
+  with_embedded_sandbox /usr/bin/time -f "%e %M" -o "$work/time.$run" \
     "$bin/sorvel" publish --json --no-progress "$work"/tracks/*.flac >"$work/result.$run" 2>/dev/null
 done
 

@@ -10,16 +10,10 @@ set -euo pipefail
 cd "$(dirname "$0")/../.."
 tracks=${1:-200}
 gib=${2:-4}
-bin=build/default/bin
-cmake --build --preset default --target sorvel_host sorvel-demo-tracks >/dev/null
-
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
-mkdir -p "$work/config" "$work/cache" "$work/batch"
+source bench/lib.sh
+mkdir -p "$work/batch"
 run() {
-  env -u SORVEL_SERVER_URL -u SORVEL_LOGIN_URL -u SORVEL_PARTNER_ID -u SORVEL_PARTNER_KEY \
-    XDG_CONFIG_HOME="$work/config" XDG_CACHE_HOME="$work/cache" \
-    /usr/bin/time -f "%e s, peak memory %M KiB" -o "$work/time" "$bin/sorvel" publish --json --no-progress "$@" \
+  with_embedded_sandbox /usr/bin/time -f "%e s, peak memory %M KiB" -o "$work/time" "$bin/sorvel" publish --json --no-progress "$@" \
     >"$work/result.json" 2>"$work/errors" || { cat "$work/errors"; exit 1; }
   python3 - "$work/result.json" <<'PY'
 import json, sys

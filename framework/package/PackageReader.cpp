@@ -273,17 +273,29 @@ bool PackageReader::extract(std::string_view path, std::vector<uint8>& data)
     return extract(*entry, data);
 }
 
+PackageError PackageReader::refusalOf(const PackageEntry& entry) const
+{
+    // The entry's offsets were checked against the bytes by open(); one from elsewhere is not
+    // trusted.
+    if (entry.folder || entry.dataOffset > bytes_.size() || entry.storedSize > bytes_.size() - entry.dataOffset)
+        return PackageError::kNotFound;
+    if (!entry.compressed)
+        return entry.storedSize == entry.originalSize ? PackageError::kNone : PackageError::kSizeMismatch;
+    if (entry.originalSize > PackageFormat::kMaxEntrySize || entry.storedSize > PackageFormat::kMaxEntrySize ||
+        entry.originalSize > entry.storedSize * PackageFormat::kMaxInflationRatio)
+        return PackageError::kEntryTooLarge;
+    return PackageError::kNone;
+}
+
 bool PackageReader::extract(const PackageEntry& entry, std::vector<uint8>& data)
 {
     data.clear();
-    // What the other extract refuses before it writes is refused before anything is allocated.
-    const bool placed = entry.dataOffset <= bytes_.size() && entry.storedSize <= bytes_.size() - entry.dataOffset;
-    const bool sized = entry.compressed ? entry.originalSize <= PackageFormat::kMaxEntrySize &&
-                                              entry.storedSize <= PackageFormat::kMaxEntrySize &&
-                                              entry.originalSize <= entry.storedSize * PackageFormat::kMaxInflationRatio
-                                        : entry.originalSize == entry.storedSize;
-    if (entry.folder || !placed || !sized)
-        return extract(entry, std::span<uint8>()); // refused there, with the reason
+    // Nothing is allocated for an entry that would be refused.
+    if (const PackageError refusal = refusalOf(entry); refusal != PackageError::kNone)
+    {
+        error_ = refusal; // the reader stays open: only this entry is refused
+        return false;
+    }
     data.resize(entry.originalSize);
     if (extract(entry, std::span<uint8>(data)))
         return true;
@@ -294,41 +306,23 @@ bool PackageReader::extract(const PackageEntry& entry, std::vector<uint8>& data)
 
 bool PackageReader::extract(const PackageEntry& entry, std::span<uint8> out)
 {
-    // The entry's offsets were checked against the bytes by open(); one from elsewhere is not
-    // trusted.
-    if (entry.folder || entry.dataOffset > bytes_.size() || entry.storedSize > bytes_.size() - entry.dataOffset)
+    if (const PackageError refusal = refusalOf(entry); refusal != PackageError::kNone)
     {
-        error_ = PackageError::kNotFound;
-        return false;
-    }
-    const uint8* stored = bytes_.data() + entry.dataOffset;
-    if (!entry.compressed)
-    {
-        if (entry.storedSize != entry.originalSize)
-        {
-            error_ = PackageError::kSizeMismatch;
-            return false;
-        }
-        if (out.size() != entry.originalSize)
-        {
-            error_ = PackageError::kSizeMismatch;
-            return false;
-        }
-        if (!out.empty())
-            std::memcpy(out.data(), stored, out.size());
-        error_ = PackageError::kNone;
-        return true;
-    }
-    if (entry.originalSize > PackageFormat::kMaxEntrySize || entry.storedSize > PackageFormat::kMaxEntrySize ||
-        entry.originalSize > entry.storedSize * PackageFormat::kMaxInflationRatio)
-    {
-        error_ = PackageError::kEntryTooLarge;
+        error_ = refusal; // the reader stays open: only this entry is refused
         return false;
     }
     if (out.size() != entry.originalSize)
     {
         error_ = PackageError::kSizeMismatch;
         return false;
+    }
+    const uint8* stored = bytes_.data() + entry.dataOffset;
+    if (!entry.compressed)
+    {
+        if (!out.empty())
+            std::memcpy(out.data(), stored, out.size());
+        error_ = PackageError::kNone;
+        return true;
     }
 
     z_stream stream{};

@@ -59,6 +59,9 @@ private:
     bool readTrailer(uint64& directoryOffset, uint64& directorySize);
     bool readChildren(DirectoryCursor& cursor, const std::string& folder, uint32 depth);
     bool checkEntryPlacement(uint64 directoryOffset);
+    /// Why `entry` cannot be extracted whatever the output (a folder, data outside the package,
+    /// sizes no entry may have), or kNone.
+    PackageError refusalOf(const PackageEntry& entry) const;
 
     std::span<const uint8> bytes_;
     PackageError error_ = PackageError::kNone;
