@@ -16,6 +16,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
+#include <unordered_map>
 
 namespace Host {
 
@@ -59,6 +61,12 @@ Variant valueOf(const ValueRecord& record)
 class DrawingRecorder : public Object, public IGraphicsPort
 {
 public:
+    /// Widths already measured, by font and text: the table is drawn again for every change the
+    /// page is shown, and most of its texts are the same each time.
+    using Widths = std::unordered_map<std::string, double>;
+
+    explicit DrawingRecorder(Widths& widths) : widths_(widths) {}
+
     Ref<AttributeArray> operations = makeRef<AttributeArray>();
 
     tresult fillRect(const RectRecord& rect, uint32 rgba) override
@@ -88,7 +96,25 @@ public:
     tresult measureText(const char* text, const FontRecord& font, double& width) override
     {
         IGraphicsHelper* helper = GetGraphicsHelper();
-        return helper ? helper->measureText(text, font, width) : kUnexpected;
+        if (!text || !helper)
+            return helper ? helper->measureText(text, font, width) : kUnexpected;
+        std::string key(font.face, strnlen(font.face, sizeof font.face));
+        key.append(reinterpret_cast<const char*>(&font.size), sizeof font.size);
+        key.append(reinterpret_cast<const char*>(&font.style), sizeof font.style);
+        key += text;
+        if (const auto known = widths_.find(key); known != widths_.end())
+        {
+            width = known->second;
+            return kResultOk;
+        }
+        const tresult result = helper->measureText(text, font, width);
+        if (result == kResultOk)
+        {
+            if (widths_.size() >= kMaxWidths)
+                widths_.clear();
+            widths_.emplace(std::move(key), width);
+        }
+        return result;
     }
     tresult queryInterface(const UID& iid, void** object) override
     {
@@ -97,6 +123,10 @@ public:
     }
     uint32 retain() override { return Object::retain(); }
     uint32 release() override { return Object::release(); }
+
+private:
+    static constexpr size_t kMaxWidths = 50000;
+    Widths& widths_;
 };
 
 int32 metricOf(IViewStyle* style, const char* name, int32 fallback)
@@ -171,7 +201,7 @@ public:
             columns->append(Variant(int64(std::max(record.width, 0))));
             width += std::max(record.width, 0);
         }
-        auto recorder = makeRef<DrawingRecorder>();
+        auto recorder = makeRef<DrawingRecorder>(widths_);
         if (IGraphicsHelper* helper = GetGraphicsHelper(); helper && style_)
             helper->drawListView(model_, style_, headerStyle_, recorder, {0, 0, width, header + rows * rowHeight});
         auto selection = makeRef<AttributeArray>();
@@ -240,6 +270,7 @@ private:
     Ref<IViewStyle> headerStyle_;
     std::vector<int32> selection_;
     int32 anchor_ = -1;
+    mutable DrawingRecorder::Widths widths_;
 };
 
 GadgetSession::GadgetSession(IComponent* root, const GadgetPage& page, std::string themeName)
