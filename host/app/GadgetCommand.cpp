@@ -5,6 +5,7 @@
 #include "host/gadget/GadgetSession.h"
 
 #include "framework/data/Json.h"
+#include "framework/hostsupport/EventWait.h"
 #include "framework/interfaces/IPublisher.h"
 #include "framework/services/GuiServices.h"
 #include "framework/services/IRunLoop.h"
@@ -158,6 +159,12 @@ int showGadget(const GadgetOptions& options)
         const auto wait = session->hasPending() ? kEventSpacing - (now - lastSent) : std::chrono::milliseconds(250);
         loop->processEvents(static_cast<uint32>(
             std::max<long long>(1, std::chrono::duration_cast<std::chrono::milliseconds>(wait).count())));
+    }
+    // An upload under way is cancelled before its rendered files go.
+    if (runtime.gadget().isUploading())
+    {
+        runtime.gadget().press("cancel");
+        EventWait::until([&] { return !runtime.gadget().isUploading(); }, Runtime::kTimeoutMs);
     }
     server.stop();
     cleanUp();

@@ -372,6 +372,13 @@ void GadgetServer::route()
             refusal);
         answer(response, ran, refusal);
     });
+    server_->Post(base + "/list/remove", [this](const httplib::Request& request, httplib::Response& response) {
+        const httplib::Params form = formOf(request);
+        std::string refusal;
+        const bool ran = onUserInterface([this, key = fieldOf(form, "key")] { return session_.removeSelectedRows(key); },
+                                         refusal);
+        answer(response, ran, refusal);
+    });
     server_->Post(base + "/list/move", [this](const httplib::Request& request, httplib::Response& response) {
         const httplib::Params form = formOf(request);
         std::string refusal;

@@ -512,6 +512,24 @@ std::string GadgetSession::clickCell(const std::string& key, int row, int column
     return "";
 }
 
+std::string GadgetSession::removeSelectedRows(const std::string& key)
+{
+    TableView* table = tableOf(key);
+    if (!table)
+        return "no such list";
+    IItemModel* model = table->model();
+    std::vector<int32> rows;
+    for (int32 i = 0; i < table->countSelectedRows(); ++i)
+        rows.push_back(table->getSelectedRow(i));
+    // From the last row up, so that the rows still to go keep their numbers.
+    std::sort(rows.rbegin(), rows.rend());
+    bool removed = false;
+    for (int32 row : rows)
+        if (row >= 0 && row < model->countRows() && model->canRemoveRow(row) == kResultOk)
+            removed = model->removeRow(row) == kResultOk || removed;
+    return removed ? "" : "the selected rows cannot be removed now";
+}
+
 std::string GadgetSession::moveRows(const std::string& key, const std::vector<int>& rows, int row)
 {
     TableView* table = tableOf(key);

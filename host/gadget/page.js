@@ -213,6 +213,21 @@
           ctrl: event.ctrlKey || event.metaKey ? 1 : 0 });
       }
     });
+    // The keyboard: up and down move the selection (with shift, extend it), Delete removes the
+    // selected rows.
+    canvas.addEventListener('keydown', (event) => {
+      const table = listOf(element);
+      if (!table) return;
+      if (event.key === 'Delete' || event.key === 'Backspace') {
+        event.preventDefault();
+        post('list/remove', { key });
+      } else if ((event.key === 'ArrowDown' || event.key === 'ArrowUp') && table.rows > 0) {
+        event.preventDefault();
+        const last = table.selection.length ? table.selection[table.selection.length - 1] : -1;
+        const row = Math.min(Math.max(last + (event.key === 'ArrowDown' ? 1 : -1), 0), table.rows - 1);
+        post('list/click', { key, row, column: 1, shift: event.shiftKey ? 1 : 0, ctrl: 0 });
+      }
+    });
     canvas.addEventListener('mousemove', (event) => {
       const table = listOf(element);
       const cell = cellAt(table, ...point(canvas, event));

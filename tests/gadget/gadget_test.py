@@ -99,6 +99,9 @@ class GadgetHost:
         if self.process.poll() is None:
             self.process.send_signal(signal.SIGINT)
         code = self.process.wait(timeout=WAIT)
+        # What the host left in its cache: rendered and dropped files go when it ends.
+        cache = os.path.join(self.home.name, "cache", "sorvel")
+        self.leftovers = [os.path.join(folder, name) for folder, _, names in os.walk(cache) for name in names]
         self.process.stdout.close()
         self.process.stderr.close()
         self.home.cleanup()
@@ -145,6 +148,7 @@ class GadgetPageTest(unittest.TestCase):
         self.driver.get("about:blank")
         if self.host:
             self.assertEqual(self.host.stop(), 0, "the host ends with 0 after Ctrl+C")
+            self.assertEqual(self.host.leftovers, [], "nothing is left in the cache")
 
     # --- helpers --------------------------------------------------------------------------
 
@@ -356,6 +360,10 @@ class GadgetPageTest(unittest.TestCase):
         self.wait_until(lambda: self.state()["lists"][":trackList"]["selection"] == [0, 1], "a range")
         self.click_cell(0, modifier=Keys.CONTROL)
         self.wait_until(lambda: self.state()["lists"][":trackList"]["selection"] == [1], "row 0 taken out")
+        canvas = self.css('[data-list=":trackList"] canvas')
+        canvas.send_keys(Keys.ARROW_UP)
+        self.idle()
+        self.wait_until(lambda: self.state()["lists"][":trackList"]["selection"] == [0], "the row above, by key")
 
     def test_rows_are_dragged_within_the_table_and_removed_with_the_x(self):
         self.signed_in(self.files)
@@ -379,6 +387,11 @@ class GadgetPageTest(unittest.TestCase):
         self.assertTrue(tooltip and tooltip[0][2].endswith("Evening Tune.wav"), "the file cell's tooltip is its path")
         self.click_cell(0, column=0)
         self.wait_until(lambda: self.files_listed() == ["Morning Song.wav"], "the row removed by its X")
+        # The keyboard: the selected row goes with Delete.
+        self.click_cell(0)
+        self.css('[data-list=":trackList"] canvas').send_keys(Keys.DELETE)
+        self.idle()
+        self.wait_until(lambda: self.rows() == [], "the row removed by the Delete key")
 
     def test_files_dropped_from_the_desktop_become_rows_and_other_files_are_refused(self):
         self.signed_in(self.files[:1])
@@ -424,6 +437,10 @@ class GadgetPageTest(unittest.TestCase):
         self.assertTrue(self.css('[data-p=":upload"]').is_displayed(), "Upload is back")
         self.assertLess(sum(row[3] == "Upload Complete" for row in self.rows()), 2, self.rows())
         self.shot("upload-cancelled")
+        # Ended with Ctrl+C during an upload, the host cancels it before its files go.
+        self.css('[data-p=":upload"]').click()
+        self.idle()
+        self.wait_until(lambda: self.prop(":isUploading") == 1, "the second upload to start")
 
     def test_sign_out_and_the_dashboard_link(self):
         self.signed_in()
@@ -521,6 +538,14 @@ class GadgetServerRefusalTest(unittest.TestCase):
         self.assertEqual(status, 409)
         self.assertIn("no such", reason)
         self.assertEqual(self.request("POST", base + "list/drop", {"Origin": origin}, "key=:trackList&files=99")[0], 400)
+
+    def test_files_that_cannot_be_read_end_the_command_before_it_serves(self):
+        for arguments, message in ((["/nonexistent.wav"], "not exist"), ([__file__], "gadget_test.py")):
+            run = subprocess.run([PROGRAM, "gadget", "--no-browser", *arguments], capture_output=True, text=True,
+                                 timeout=WAIT, env={**os.environ, **self.sandbox.environment()})
+            self.assertEqual(run.returncode, 2, run.stderr)
+            self.assertIn(message, run.stderr)
+            self.assertNotIn("Sorvel gadget:", run.stdout)
 
     def test_the_page_forbids_scripts_and_frames_from_elsewhere(self):
         connection = http.client.HTTPConnection("127.0.0.1", self.host.port, timeout=WAIT)
