@@ -31,6 +31,8 @@ namespace {
 constexpr auto kUserInterfaceWait = std::chrono::seconds(20);
 /// A comment line on an idle event stream, so that a page that went away is noticed.
 constexpr auto kKeepAliveEvery = std::chrono::seconds(10);
+/// Events waiting for a page before the states among them are dropped for the newest.
+constexpr size_t kMaxQueuedEvents = 16;
 /// The largest file the page may drop (an hour of 96 kHz 32-bit stereo is 2.6 GB).
 constexpr size_t kMaxDroppedFile = size_t(4) << 30;
 
@@ -305,7 +307,7 @@ void GadgetServer::route()
         if (!onUserInterface([this] { return session_.state(); }, state))
             return answer(response, false, {});
         auto stream = std::make_shared<Stream>();
-        stream->queue.push_back("event: state\ndata: " + state + "\n\n");
+        stream->queue.push_back({true, "event: state\ndata: " + state + "\n\n"});
         {
             std::lock_guard lock(streamsMutex_);
             streams_.push_back(stream);
@@ -323,7 +325,7 @@ void GadgetServer::route()
                     text = ": still here\n\n";
                 while (!stream->queue.empty())
                 {
-                    text += stream->queue.front();
+                    text += stream->queue.front().text;
                     stream->queue.pop_front();
                 }
                 lock.unlock();
@@ -481,12 +483,19 @@ void GadgetServer::broadcast(const std::vector<std::pair<std::string, std::strin
 {
     if (events.empty())
         return;
-    std::string text;
-    for (const auto& [name, data] : events)
-        text += "event: " + name + "\ndata: " + data + "\n\n";
     std::lock_guard lock(streamsMutex_);
-    for (const std::shared_ptr<Stream>& stream : streams_)
-        stream->queue.push_back(text);
+    for (const auto& [name, data] : events)
+    {
+        const bool whole = name == "state" || name == "changed" || name == "propertyChanged" || name == "progress";
+        const std::string text = "event: " + name + "\ndata: " + data + "\n\n";
+        for (const std::shared_ptr<Stream>& stream : streams_)
+        {
+            // A page that does not keep up (a frozen tab) is sent the newest state, not every one.
+            if (whole && stream->queue.size() >= kMaxQueuedEvents)
+                std::erase_if(stream->queue, [](const Stream::Event& event) { return event.whole; });
+            stream->queue.push_back({whole, text});
+        }
+    }
     streamsChanged_.notify_all();
 }
 

@@ -55,7 +55,12 @@ public:
 private:
     struct Stream
     {
-        std::deque<std::string> queue;
+        struct Event
+        {
+            bool whole; ///< carries the whole state: a later one makes it needless
+            std::string text;
+        };
+        std::deque<Event> queue;
     };
     struct Job;
 
