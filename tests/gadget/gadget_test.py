@@ -329,6 +329,7 @@ class GadgetPageTest(unittest.TestCase):
         self.idle()
         self.wait_until(lambda: self.prop(":isUploading") == 1, "the upload to start")
         self.assertTrue(self.css('[data-p=":cancel"]').is_displayed(), "Cancel replaces Upload")
+        self.assertFalse(self.css('[data-p=":signOut"]').is_enabled(), "no signing out while uploading")
         self.wait_until(lambda: any("%" in text for row in self.driver.execute_script("return window.seenStates")
                                     for text in row), "progress in a row")
         self.shot("uploading")
@@ -383,8 +384,11 @@ class GadgetPageTest(unittest.TestCase):
         self.wait_until(lambda: self.files_listed() == ["Evening Tune.wav", "Morning Song.wav"],
                         "the rows swapped")
         self.shot("row-dragged")
-        tooltip = [tip for tip in self.state()["lists"][":trackList"]["tooltips"] if tip[0] == 0 and tip[1] == 2]
-        self.assertTrue(tooltip and tooltip[0][2].endswith("Evening Tune.wav"), "the file cell's tooltip is its path")
+        # The file cell's tooltip is the whole path.
+        canvas, x, y = self.cell_point(0, 2)
+        ActionChains(self.driver).move_to_element_with_offset(canvas, x, y).perform()
+        self.wait_until(lambda: canvas.get_attribute("title").endswith("/Evening Tune.wav"), "the file's tooltip")
+        self.assertTrue(os.path.isabs(canvas.get_attribute("title")))
         self.click_cell(0, column=0)
         self.wait_until(lambda: self.files_listed() == ["Morning Song.wav"], "the row removed by its X")
         # The keyboard: the selected row goes with Delete.
