@@ -133,6 +133,8 @@ int showGadget(const GadgetOptions& options)
     runtime.alerts().onAlert = [&](const std::string& text) { session->queueEvent("alert", eventData("text", text)); };
     runtime.pages().onOpen = [&](const std::string& url) { session->queueEvent("openUrl", eventData("url", url)); };
     runtime.context().onActivate = [&] { session->queueEvent("activate", "{}"); };
+    if (runtime.context().activations() > 0) // the publisher asked when it took the files
+        session->queueEvent("activate", "{}");
 
     const std::string address = server.address();
     std::printf("Sorvel gadget: %s\n", address.c_str());

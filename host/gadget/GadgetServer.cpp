@@ -15,6 +15,7 @@
 #include <chrono>
 #include <cstdio>
 #include <fstream>
+#include <utility>
 
 // The page's script and styles, assembled into the program (PageAssets.S).
 extern "C" const char sorvel_page_js_begin[], sorvel_page_js_end[];
@@ -310,6 +311,8 @@ void GadgetServer::route()
         stream->queue.push_back({true, "event: state\ndata: " + state + "\n\n"});
         {
             std::lock_guard lock(streamsMutex_);
+            if (!pendingActivation_.empty())
+                stream->queue.push_back({false, std::exchange(pendingActivation_, {})});
             streams_.push_back(stream);
         }
         response.set_header("X-Accel-Buffering", "no");
@@ -488,6 +491,8 @@ void GadgetServer::broadcast(const std::vector<std::pair<std::string, std::strin
     {
         const bool whole = name == "state" || name == "changed" || name == "propertyChanged" || name == "progress";
         const std::string text = "event: " + name + "\ndata: " + data + "\n\n";
+        if (name == "activate" && streams_.empty())
+            pendingActivation_ = text; // the gadget asked to be shown before the page was opened
         for (const std::shared_ptr<Stream>& stream : streams_)
         {
             // A page that does not keep up (a frozen tab) is sent the newest state, not every one.

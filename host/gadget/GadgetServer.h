@@ -90,6 +90,8 @@ private:
     mutable std::mutex streamsMutex_;
     std::condition_variable streamsChanged_;
     std::vector<std::shared_ptr<Stream>> streams_;
+    /// An activation that came while no page listened, for the first page that opens.
+    std::string pendingActivation_;
 
     std::mutex filesMutex_;
     std::map<std::string, std::filesystem::path> droppedFiles_; ///< by the id handed to the page

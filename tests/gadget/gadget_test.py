@@ -342,7 +342,13 @@ class GadgetPageTest(unittest.TestCase):
         self.shot("upload-complete")
 
     def test_two_selected_new_rows_take_a_genre_typed_once(self):
-        self.signed_in(self.files)
+        # The files handed over at start had the gadget ask to be shown: the page opens with its
+        # window's first field in focus.
+        self.open_gadget(self.files)
+        self.wait_until(lambda: self.driver.execute_script(
+            "return document.activeElement.dataset.p === 'Credentials:username'"), "the window brought forward")
+        self.sign_in()
+        self.wait_until(lambda: self.prop(":loginPhase") == 2 and not self.prop("Client:isBusy"), "signed in")
         self.assertFalse(self.css('[data-form="TrackInfoView"]').is_displayed(), "no track selected")
         self.click_cell(0)
         self.click_cell(1, modifier=Keys.CONTROL)
