@@ -377,6 +377,16 @@ void GadgetServer::route()
             refusal);
         answer(response, ran, refusal);
     });
+    server_->Post(base + "/list/column", [this](const httplib::Request& request, httplib::Response& response) {
+        const httplib::Params form = formOf(request);
+        std::string refusal;
+        const bool ran = onUserInterface(
+            [this, key = fieldOf(form, "key"), column = numberOf(form, "column", -1), width = numberOf(form, "width", 0)] {
+                return session_.resizeColumn(key, column, width);
+            },
+            refusal);
+        answer(response, ran, refusal);
+    });
     server_->Post(base + "/list/remove", [this](const httplib::Request& request, httplib::Response& response) {
         const httplib::Params form = formOf(request);
         std::string refusal;

@@ -17,6 +17,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <map>
 #include <unordered_map>
 
 namespace Host {
@@ -139,8 +140,55 @@ int32 metricOf(IViewStyle* style, const char* name, int32 fallback)
 
 } // namespace
 
+/// A model as the page's list view draws it: its columns at the widths the user dragged them to,
+/// everything else the model's own.
+class ResizedColumns : public Object, public IItemModel
+{
+public:
+    ResizedColumns(IItemModel& model, const std::map<int32, int32>& widths) : model_(model), widths_(widths) {}
+
+    tresult getColumn(int32 column, ColumnRecord& record) override
+    {
+        const tresult result = model_.getColumn(column, record);
+        if (const auto width = widths_.find(column); result == kResultOk && width != widths_.end())
+            record.width = width->second;
+        return result;
+    }
+    int32 countColumns() override { return model_.countColumns(); }
+    int32 countRows() override { return model_.countRows(); }
+    tresult paintCell(int32 row, int32 column, const RectRecord& rect, IGraphicsPort* port, IViewStyle* style) override
+    {
+        return model_.paintCell(row, column, rect, port, style);
+    }
+    tresult attachView(IItemView* view) override { return model_.attachView(view); }
+    tresult detachView(IItemView* view) override { return model_.detachView(view); }
+    tresult onSelectionChanged() override { return model_.onSelectionChanged(); }
+    IUnknown* getRowObject(int32 row) override { return model_.getRowObject(row); }
+    tresult getRowTitle(int32 row, const char*& title) override { return model_.getRowTitle(row, title); }
+    tresult getRowIcon(int32 row, const char*& image) override { return model_.getRowIcon(row, image); }
+    tresult getRowFlag(int32 row, int32& flag) override { return model_.getRowFlag(row, flag); }
+    tresult getTooltip(int32 row, int32 column, const char*& text) override { return model_.getTooltip(row, column, text); }
+    tresult canRemoveRow(int32 row) override { return model_.canRemoveRow(row); }
+    tresult removeRow(int32 row) override { return model_.removeRow(row); }
+    tresult canAcceptDrop(int32 row, IDragSession* session) override { return model_.canAcceptDrop(row, session); }
+    tresult acceptDrop(int32 row, IDragSession* session) override { return model_.acceptDrop(row, session); }
+    tresult clickCell(int32 row, int32 column) override { return model_.clickCell(row, column); }
+    tresult queryInterface(const UID& iid, void** object) override
+    {
+        KVX_QUERY_INTERFACE(iid, object, IItemModel)
+        return Object::queryInterface(iid, object);
+    }
+    uint32 retain() override { return Object::retain(); }
+    uint32 release() override { return Object::release(); }
+
+private:
+    IItemModel& model_;
+    const std::map<int32, int32>& widths_;
+};
+
 /// The list view of one of the page's tables, as the model sees it: it holds the selection in
-/// the order rows were selected, and passes redraw requests on to the session.
+/// the order rows were selected and the widths the user gave columns, and passes redraw requests
+/// on to the session.
 class TableView : public Object, public IItemView
 {
 public:
@@ -185,6 +233,16 @@ public:
         model_->onSelectionChanged();
     }
 
+    /// Gives a column the user may size `width` pixels (within sensible bounds).
+    bool resizeColumn(int32 column, int32 width)
+    {
+        ColumnRecord record{};
+        if (model_->getColumn(column, record) != kResultOk || !(record.flags & ColumnRecord::kSizable))
+            return false;
+        columnWidths_[column] = std::clamp(width, kMinColumnWidth, kMaxColumnWidth);
+        return true;
+    }
+
     /// The rows the model has now, its drawing, selection and tooltips.
     Ref<Attributes> read() const
     {
@@ -193,17 +251,20 @@ public:
         const int32 rowHeight = std::max(metricOf(style_, "rowHeight", 20), 1);
         const int32 rows = model_->countRows();
         int32 width = 0;
+        auto resized = makeRef<ResizedColumns>(*model_, columnWidths_);
         auto columns = makeRef<AttributeArray>();
-        for (int32 column = 0; column < model_->countColumns(); ++column)
+        auto sizable = makeRef<AttributeArray>();
+        for (int32 column = 0; column < resized->countColumns(); ++column)
         {
             ColumnRecord record{};
-            model_->getColumn(column, record);
+            resized->getColumn(column, record);
             columns->append(Variant(int64(std::max(record.width, 0))));
+            sizable->append(Variant((record.flags & ColumnRecord::kSizable) != 0));
             width += std::max(record.width, 0);
         }
         auto recorder = makeRef<DrawingRecorder>(widths_);
         if (IGraphicsHelper* helper = GetGraphicsHelper(); helper && style_)
-            helper->drawListView(model_, style_, headerStyle_, recorder, {0, 0, width, header + rows * rowHeight});
+            helper->drawListView(resized, style_, headerStyle_, recorder, {0, 0, width, header + rows * rowHeight});
         auto selection = makeRef<AttributeArray>();
         for (int32 row : selection_)
             if (row >= 0 && row < rows)
@@ -226,6 +287,7 @@ public:
         table->set("header", Variant(int64(header)));
         table->set("rowHeight", Variant(int64(rowHeight)));
         table->set("columns", arrayVariant(columns));
+        table->set("sizable", arrayVariant(sizable));
         table->set("selection", arrayVariant(selection));
         table->set("selectColor", Variant(hexColor(select).c_str()));
         table->set("tooltips", arrayVariant(tooltips));
@@ -271,6 +333,9 @@ private:
     std::vector<int32> selection_;
     int32 anchor_ = -1;
     mutable DrawingRecorder::Widths widths_;
+    static constexpr int32 kMinColumnWidth = 16;
+    static constexpr int32 kMaxColumnWidth = 4000;
+    std::map<int32, int32> columnWidths_; ///< the columns the user sized
 };
 
 GadgetSession::GadgetSession(IComponent* root, const GadgetPage& page, std::string themeName)
@@ -509,6 +574,17 @@ std::string GadgetSession::clickCell(const std::string& key, int row, int column
     if (!shift && !ctrl && model->clickCell(row, column) == kResultOk)
         return "";
     table->click(row, shift, ctrl);
+    return "";
+}
+
+std::string GadgetSession::resizeColumn(const std::string& key, int column, int width)
+{
+    TableView* table = tableOf(key);
+    if (!table)
+        return "no such list";
+    if (!table->resizeColumn(column, width))
+        return "the column cannot be sized";
+    tableInvalidated();
     return "";
 }
 

@@ -45,6 +45,8 @@ public:
     /// A click at (`row`, `column`) of a list: the model's own reaction (the remove column), else
     /// the selection changes as a list view's does with shift (range) and ctrl (toggle).
     std::string clickCell(const std::string& key, int row, int column, bool shift, bool ctrl);
+    /// A column dragged to `width` pixels, if the model lets the user size it.
+    std::string resizeColumn(const std::string& key, int column, int width);
     /// The selected rows removed, as far as the model lets them go (the Delete key).
     std::string removeSelectedRows(const std::string& key);
     /// Rows of the list dragged onto `row` (-1: after the last).

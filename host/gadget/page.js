@@ -132,6 +132,17 @@
     return { row: row < table.rows ? row : -1, column };
   }
 
+  /// The sizable column whose right border is under a point of the header, or -1.
+  function borderAt(table, x, y) {
+    if (!table || y >= table.header) return -1;
+    let right = 0;
+    for (let column = 0; column < table.columns.length; column += 1) {
+      right += table.columns[column];
+      if (Math.abs(x - right) <= 4 && table.sizable[column]) return column;
+    }
+    return -1;
+  }
+
   function fontOf(operation) {
     const [, , , , , , face, size, style] = operation;
     return `${style & 2 ? 'italic ' : ''}${style & 1 ? 'bold ' : ''}${size}px "${face}", "Liberation Sans", sans-serif`;
@@ -228,8 +239,36 @@
         post('list/click', { key, row, column: 1, shift: event.shiftKey ? 1 : 0, ctrl: 0 });
       }
     });
+    // A sizable column's header border is dragged to a new width.
+    const guide = document.createElement('div');
+    guide.className = 'column-guide';
+    guide.hidden = true;
+    element.append(guide);
+    canvas.addEventListener('mousedown', (event) => {
+      const table = listOf(element);
+      const [x, y] = point(canvas, event);
+      const column = borderAt(table, x, y);
+      if (column < 0 || event.button !== 0) return;
+      event.preventDefault();
+      const start = event.clientX;
+      const width = table.columns[column];
+      const left = table.columns.slice(0, column).reduce((sum, each) => sum + each, 0);
+      const place = (clientX) => { guide.style.left = `${left + Math.max(width + clientX - start, 16)}px`; };
+      place(start);
+      guide.hidden = false;
+      const move = (moved) => place(moved.clientX);
+      const up = (released) => {
+        window.removeEventListener('mousemove', move);
+        window.removeEventListener('mouseup', up);
+        guide.hidden = true;
+        post('list/column', { key, column, width: Math.round(width + released.clientX - start) });
+      };
+      window.addEventListener('mousemove', move);
+      window.addEventListener('mouseup', up);
+    });
     canvas.addEventListener('mousemove', (event) => {
       const table = listOf(element);
+      canvas.style.cursor = borderAt(table, ...point(canvas, event)) >= 0 ? 'col-resize' : '';
       const cell = cellAt(table, ...point(canvas, event));
       const tip = cell && table.tooltips.find(([row, column]) => row === cell.row && column === cell.column);
       canvas.title = tip ? tip[2] : '';

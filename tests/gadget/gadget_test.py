@@ -395,6 +395,23 @@ class GadgetPageTest(unittest.TestCase):
         ActionChains(self.driver).move_to_element_with_offset(canvas, x, y).perform()
         self.wait_until(lambda: canvas.get_attribute("title").endswith("/Evening Tune.wav"), "the file's tooltip")
         self.assertTrue(os.path.isabs(canvas.get_attribute("title")))
+        # The header's border of a sizable column is dragged; the remove column keeps its width.
+        table = self.state()["lists"][":trackList"]
+        widths = table["columns"]
+        self.assertEqual(table["sizable"], [0, 1, 1, 0])
+        border = widths[0] + widths[1]
+        canvas = self.css('[data-list=":trackList"] canvas')
+        centre_x, centre_y = canvas.size["width"] / 2, canvas.size["height"] / 2
+        ActionChains(self.driver).move_to_element_with_offset(canvas, border - centre_x, 10 - centre_y) \
+            .click_and_hold().move_by_offset(60, 0).release().perform()
+        self.idle()
+        self.wait_until(lambda: self.state()["lists"][":trackList"]["columns"] == [widths[0], widths[1] + 60, *widths[2:]],
+                        "the track column 60 pixels wider")
+        ActionChains(self.driver).move_to_element_with_offset(canvas, widths[0] - centre_x, 10 - centre_y) \
+            .click_and_hold().move_by_offset(80, 0).release().perform()
+        self.idle()
+        self.assertEqual(self.state()["lists"][":trackList"]["columns"][0], widths[0])
+        self.shot("column-sized")
         self.click_cell(0, column=0)
         self.wait_until(lambda: self.files_listed() == ["Morning Song.wav"], "the row removed by its X")
         # The keyboard: the selected row goes with Delete.
@@ -548,6 +565,8 @@ class GadgetServerRefusalTest(unittest.TestCase):
         self.assertEqual(status, 409)
         self.assertIn("no such", reason)
         self.assertEqual(self.request("POST", base + "list/drop", {"Origin": origin}, "key=:trackList&files=99")[0], 400)
+        status, reason = self.request("POST", base + "list/column", {"Origin": origin}, "key=:trackList&column=0&width=90")
+        self.assertEqual((status, reason.strip()), (409, "the column cannot be sized"))
 
     def test_files_that_cannot_be_read_end_the_command_before_it_serves(self):
         for arguments, message in ((["/nonexistent.wav"], "not exist"), ([__file__], "gadget_test.py")):
