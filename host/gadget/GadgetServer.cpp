@@ -265,6 +265,15 @@ void GadgetServer::answer(httplib::Response& response, bool ran, const std::stri
         response.set_content("{}", "application/json");
 }
 
+void GadgetServer::action(const std::string& path, std::function<std::string(GadgetSession&, const Form&)> act)
+{
+    server_->Post(path, [this, act](const httplib::Request& request, httplib::Response& response) {
+        std::string refusal;
+        const bool ran = onUserInterface([this, act, form = formOf(request)] { return act(session_, form); }, refusal);
+        answer(response, ran, refusal);
+    });
+}
+
 void GadgetServer::route()
 {
     server_->set_pre_routing_handler([this](const httplib::Request& request, httplib::Response& response) {
@@ -340,69 +349,25 @@ void GadgetServer::route()
             });
     });
 
-    server_->Post(base + "/value", [this](const httplib::Request& request, httplib::Response& response) {
-        const httplib::Params form = formOf(request);
-        std::string refusal;
-        const bool ran = onUserInterface(
-            [this, key = fieldOf(form, "key"), value = fieldOf(form, "value"), notify = fieldOf(form, "notify") == "1"] {
-                return session_.setValue(key, value, notify);
-            },
-            refusal);
-        answer(response, ran, refusal);
+    // What the page's controls do: each runs on the user-interface thread with the posted form.
+    action(base + "/value", [](GadgetSession& session, const Form& form) {
+        return session.setValue(fieldOf(form, "key"), fieldOf(form, "value"), fieldOf(form, "notify") == "1");
     });
-    server_->Post(base + "/press", [this](const httplib::Request& request, httplib::Response& response) {
-        const httplib::Params form = formOf(request);
-        std::string refusal;
-        const bool ran = onUserInterface([this, key = fieldOf(form, "key")] { return session_.press(key); }, refusal);
-        answer(response, ran, refusal);
+    action(base + "/press", [](GadgetSession& session, const Form& form) { return session.press(fieldOf(form, "key")); });
+    action(base + "/menu", [](GadgetSession& session, const Form& form) {
+        return session.chooseMenuEntry(fieldOf(form, "key"), numberOf(form, "index", -1));
     });
-    server_->Post(base + "/menu", [this](const httplib::Request& request, httplib::Response& response) {
-        const httplib::Params form = formOf(request);
-        std::string refusal;
-        const bool ran = onUserInterface(
-            [this, key = fieldOf(form, "key"), index = numberOf(form, "index", -1)] {
-                return session_.chooseMenuEntry(key, index);
-            },
-            refusal);
-        answer(response, ran, refusal);
+    action(base + "/list/click", [](GadgetSession& session, const Form& form) {
+        return session.clickCell(fieldOf(form, "key"), numberOf(form, "row", -1), numberOf(form, "column", -1),
+                                 fieldOf(form, "shift") == "1", fieldOf(form, "ctrl") == "1");
     });
-    server_->Post(base + "/list/click", [this](const httplib::Request& request, httplib::Response& response) {
-        const httplib::Params form = formOf(request);
-        std::string refusal;
-        const bool ran = onUserInterface(
-            [this, key = fieldOf(form, "key"), row = numberOf(form, "row", -1), column = numberOf(form, "column", -1),
-             shift = fieldOf(form, "shift") == "1", ctrl = fieldOf(form, "ctrl") == "1"] {
-                return session_.clickCell(key, row, column, shift, ctrl);
-            },
-            refusal);
-        answer(response, ran, refusal);
+    action(base + "/list/column", [](GadgetSession& session, const Form& form) {
+        return session.resizeColumn(fieldOf(form, "key"), numberOf(form, "column", -1), numberOf(form, "width", 0));
     });
-    server_->Post(base + "/list/column", [this](const httplib::Request& request, httplib::Response& response) {
-        const httplib::Params form = formOf(request);
-        std::string refusal;
-        const bool ran = onUserInterface(
-            [this, key = fieldOf(form, "key"), column = numberOf(form, "column", -1), width = numberOf(form, "width", 0)] {
-                return session_.resizeColumn(key, column, width);
-            },
-            refusal);
-        answer(response, ran, refusal);
-    });
-    server_->Post(base + "/list/remove", [this](const httplib::Request& request, httplib::Response& response) {
-        const httplib::Params form = formOf(request);
-        std::string refusal;
-        const bool ran = onUserInterface([this, key = fieldOf(form, "key")] { return session_.removeSelectedRows(key); },
-                                         refusal);
-        answer(response, ran, refusal);
-    });
-    server_->Post(base + "/list/move", [this](const httplib::Request& request, httplib::Response& response) {
-        const httplib::Params form = formOf(request);
-        std::string refusal;
-        const bool ran = onUserInterface(
-            [this, key = fieldOf(form, "key"), rows = numbersOf(fieldOf(form, "rows")), row = numberOf(form, "row", -1)] {
-                return session_.moveRows(key, rows, row);
-            },
-            refusal);
-        answer(response, ran, refusal);
+    action(base + "/list/remove",
+           [](GadgetSession& session, const Form& form) { return session.removeSelectedRows(fieldOf(form, "key")); });
+    action(base + "/list/move", [](GadgetSession& session, const Form& form) {
+        return session.moveRows(fieldOf(form, "key"), numbersOf(fieldOf(form, "rows")), numberOf(form, "row", -1));
     });
     // A file dropped on the page arrives on its own, streamed to the drop folder; the drop that
     // follows names it by the id answered here.
@@ -512,12 +477,6 @@ void GadgetServer::broadcast(const std::vector<std::pair<std::string, std::strin
         }
     }
     streamsChanged_.notify_all();
-}
-
-size_t GadgetServer::listeners() const
-{
-    std::lock_guard lock(streamsMutex_);
-    return streams_.size();
 }
 
 void GadgetServer::stop()

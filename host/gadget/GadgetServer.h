@@ -46,8 +46,6 @@ public:
     std::string address() const;
     /// Sends events (name, JSON data) to every open page. Any thread.
     void broadcast(const std::vector<std::pair<std::string, std::string>>& events);
-    /// Number of pages listening for events now. Any thread.
-    size_t listeners() const;
     /// Ends the event streams and stops listening, running the user-interface loop until the
     /// requests under way have had their answer. User-interface thread.
     void stop();
@@ -63,8 +61,12 @@ private:
         std::deque<Event> queue;
     };
     struct Job;
+    /// The fields of a form-encoded request body.
+    using Form = std::multimap<std::string, std::string>;
 
     void route();
+    /// Answers POST `path` by running `act` on the user-interface thread with the posted form.
+    void action(const std::string& path, std::function<std::string(GadgetSession&, const Form&)> act);
     /// Whether a request may be answered at all (secret, Host, Origin); answers it if not.
     bool admit(const httplib::Request& request, httplib::Response& response) const;
     /// Runs `work` on the user-interface thread and waits for its answer: "" for done, or why
