@@ -13,13 +13,16 @@ KVX_DEFINE_CLASS(MultipartForm, Object, "MultipartForm")
 MultipartForm::MultipartForm(unsigned number) : body_(makeRef<StreamChain>())
 {
     char text[64];
-    std::snprintf(text, sizeof text, "----------------------------XXBOUNDARY%04X", number & 0xFFFFu);
+    // The number is the generator's value in 0..32767, so the boundary always ends in 0000 to 7FFF.
+    std::snprintf(text, sizeof text, "----------------------------XXBOUNDARY%04X", number % 32768u);
     boundary_ = CString(text);
 }
 
 Ref<MultipartForm> MultipartForm::make()
 {
-    return makeRef<MultipartForm>(static_cast<unsigned>(std::rand()));
+    // std::rand() here may reach 2^31 - 1; its value is taken in the range 0..32767 that the
+    // boundary format is made for.
+    return makeRef<MultipartForm>(static_cast<unsigned>(std::rand()) % 32768u);
 }
 
 bool MultipartForm::appendText(std::string_view text)

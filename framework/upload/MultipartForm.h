@@ -21,9 +21,11 @@ class MultipartForm : public Object
     KVX_DECLARE_CLASS(MultipartForm, Object)
 public:
     /// A form with a boundary "----------------------------XXBOUNDARY" and four upper-case
-    /// hexadecimal digits of `number` (the ordinary pseudo-random generator's value, 0 to 0x7FFF).
+    /// hexadecimal digits of `number` taken in the range 0 to 32767 (the ordinary pseudo-random
+    /// generator's range), so the boundary is 42 characters and ends in 0000 to 7FFF.
     explicit MultipartForm(unsigned number);
-    /// A form with a boundary from the ordinary pseudo-random generator (std::rand).
+    /// A form with a boundary from the ordinary pseudo-random generator (std::rand), its value
+    /// taken in 0 to 32767.
     static Ref<MultipartForm> make();
 
     const CString& boundary() const { return boundary_; }

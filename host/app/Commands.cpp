@@ -36,6 +36,8 @@ int listProducts(const LoginOptions& login, bool json)
     Runtime runtime;
     if (int code = startSignedIn(runtime, login); code != kDone)
         return code;
+    if (!runtime.productsListed())
+        return Runtime::productsNotListed();
     std::vector<std::string> products = runtime.gadget().entries("titlesList");
     if (!products.empty())
         products.pop_back(); // the entry that proposes a new product

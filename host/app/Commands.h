@@ -14,6 +14,7 @@ struct PublishOptions
 {
     std::vector<std::string> files;
     std::string product;     ///< the product to upload into (existing or new); empty: the files' album
+    bool newProduct = false; ///< create a new product of that name, whether or not one exists
     LoginOptions login;
     bool json = false;       ///< one JSON document on standard output instead of text
     bool progress = true;    ///< progress bars (lines when standard error is no terminal)

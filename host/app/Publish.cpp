@@ -2,6 +2,7 @@
 #include "host/app/Commands.h"
 #include "host/app/Rendering.h"
 #include "host/app/SourceFile.h"
+#include "host/terminal/TextWidth.h"
 
 #include "framework/data/AttributeArray.h"
 #include "framework/data/Json.h"
@@ -110,17 +111,20 @@ public:
 
     static void print(const std::vector<RowView>& rows, FILE* out)
     {
+        // Columns are measured in what a terminal shows, not in bytes: "Überfahrt" is nine
+        // columns wide, a CJK title twice its letters.
         size_t titleWidth = 5, fileWidth = 4;
         for (const RowView& row : rows)
         {
-            titleWidth = std::max(titleWidth, row.title.size());
-            fileWidth = std::max(fileWidth, row.file.size());
+            titleWidth = std::max(titleWidth, displayWidth(row.title));
+            fileWidth = std::max(fileWidth, displayWidth(row.file));
         }
         const bool on = colorsOn(out);
-        std::fprintf(out, "%-*s  %-*s  %s\n", int(titleWidth), "Track", int(fileWidth), "File", "State");
+        std::fprintf(out, "%s  %s  %s\n", padToWidth("Track", titleWidth).c_str(), padToWidth("File", fileWidth).c_str(),
+                     "State");
         for (const RowView& row : rows)
-            std::fprintf(out, "%-*s  %-*s  %s\n", int(titleWidth), row.title.c_str(), int(fileWidth), row.file.c_str(),
-                         colored(row.status, row.color, on).c_str());
+            std::fprintf(out, "%s  %s  %s\n", padToWidth(row.title, titleWidth).c_str(),
+                         padToWidth(row.file, fileWidth).c_str(), colored(row.status, row.color, on).c_str());
     }
 
 private:
@@ -155,7 +159,7 @@ public:
                 const bool complete = stateOf(row.status) == "uploaded";
                 std::string bar(static_cast<size_t>(row.uploading ? filled : complete ? width : 0), '#');
                 bar.resize(width, row.uploading ? '-' : ' ');
-                std::fprintf(stderr, "\x1b[2K%-24.24s [%s] %s\n", row.title.c_str(), bar.c_str(),
+                std::fprintf(stderr, "\x1b[2K%s [%s] %s\n", fitToWidth(row.title, 24).c_str(), bar.c_str(),
                              colored(row.status, row.color, colors_).c_str());
             }
             drawn_ = rows.size();
@@ -272,6 +276,15 @@ int publish(const PublishOptions& options)
         return code;
     times.signIn = times.lap();
     Gadget& gadget = runtime.gadget();
+    // Without the list, the product named by the user (or by the files' album) cannot be found,
+    // and the upload would create a second product of that name.
+    if (!runtime.productsListed() && !options.newProduct)
+    {
+        Runtime::productsNotListed();
+        std::fprintf(stderr, "sorvel: nothing was created or uploaded; to create a new product all the same, give "
+                             "--new-product\n");
+        return kServiceFailed;
+    }
 
     auto* publisher = static_cast<Engine::IPublisher*>(runtime.plugin().create("Publisher", Engine::IPublisher::kIID));
     if (!publisher)
@@ -286,6 +299,8 @@ int publish(const PublishOptions& options)
         code != kDone)
         return code;
     times.render = times.lap();
+    if (options.newProduct)
+        gadget.setNumber("replaceMode", 0, true); // a new product, even when one has this name
     auto removeRendered = [&] { batch.removeFolder(); };
     const std::map<std::string, std::string>& sourceOf = batch.sourceOf;
 

@@ -194,6 +194,18 @@ int Runtime::start()
     return kDone;
 }
 
+bool Runtime::productsListed() const
+{
+    return !gadget_->entries("titlesList").empty();
+}
+
+int Runtime::productsNotListed()
+{
+    std::fprintf(stderr, "sorvel: the account's products could not be listed: the service's answer could not be read. "
+                         "Try again in a moment.\n");
+    return kServiceFailed;
+}
+
 int Runtime::signIn(const LoginOptions& options)
 {
     Gadget& gadget = *gadget_;

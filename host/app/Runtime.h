@@ -61,6 +61,13 @@ public:
     /// the embedded sandbox its demo login. kDone, kSignInRefused, kUsage or kServiceFailed.
     int signIn(const LoginOptions& options);
 
+    /// Whether the account's products were read after the sign-in. The gadget's product list
+    /// always ends in the entry that proposes a new product once a list arrived, and stays empty
+    /// when the service's answer could not be read.
+    bool productsListed() const;
+    /// Says on standard error that the products could not be listed; returns kServiceFailed.
+    static int productsNotListed();
+
     Gadget& gadget() { return *gadget_; }
     PluginLibrary& plugin() { return plugin_; }
     AlertCollector& alerts() { return *alerts_; }

@@ -49,6 +49,9 @@ int main(int argc, char** argv)
         ->check(CLI::ExistingFile);
     publishCommand->add_option("--product", publishOptions.product,
                                "product to upload into; a new one when none has this name (default: the album)");
+    publishCommand->add_flag("--new-product", publishOptions.newProduct,
+                             "create a new product of that name, even when one exists or the products cannot be "
+                             "listed");
     addLoginOptions(*publishCommand, publishOptions.login);
     publishCommand->add_flag("--json", publishOptions.json, "print the result as JSON");
     publishCommand->add_flag("--no-progress", noProgress, "no progress bars");

@@ -89,6 +89,8 @@ bool CurlCall::configure(CURL* handle)
     set(CURLOPT_NOPROGRESS, 0L);
     set(CURLOPT_XFERINFOFUNCTION, &CurlCall::onProgress);
     set(CURLOPT_XFERINFODATA, this);
+    set(CURLOPT_PREREQFUNCTION, &CurlCall::onRequestReady);
+    set(CURLOPT_PREREQDATA, this);
 
     const CString& method = request_.method;
     if (method == "GET")
@@ -158,6 +160,19 @@ int CurlCall::onSeek(void* self, curl_off_t offset, int origin)
         return CURL_SEEKFUNC_CANTSEEK;
     int64 target = call->bodyStart_ + static_cast<int64>(offset);
     return call->request_.body->seek(target, IStream::kSeekSet) == target ? CURL_SEEKFUNC_OK : CURL_SEEKFUNC_FAIL;
+}
+
+int CurlCall::onRequestReady(void* self, char*, char*, int, int)
+{
+    // libcurl sends a request again on a fresh connection when a reused one closed before any
+    // answer. The first send may well have reached the service, which may have created a product
+    // or a track, or taken a one-time upload: a request is sent at most once, and a connection
+    // that closed without an answer fails the call.
+    auto* call = static_cast<CurlCall*>(self);
+    if (call->sends_++ == 0)
+        return CURL_PREREQFUNC_OK;
+    call->notResent_ = true;
+    return CURL_PREREQFUNC_ABORT;
 }
 
 size_t CurlCall::onWrite(char* data, size_t size, size_t count, void* self)
@@ -271,6 +286,8 @@ void CurlCall::complete(CURLcode code)
                              std::to_string((request_.settings.stallTimeoutMs + 999) / 1000) + " s");
     else if (tooLarge_)
         errorText_ = "the response is larger than allowed";
+    else if (notResent_)
+        errorText_ = "the connection closed without an answer (the request is not sent twice)";
     else if (bodyFailed_)
         errorText_ = "the request body could not be read";
     else if (code == CURLE_OPERATION_TIMEDOUT)

@@ -84,6 +84,7 @@ public:
 private:
     static size_t onRead(char* buffer, size_t size, size_t count, void* self);
     static int onSeek(void* self, curl_off_t offset, int origin);
+    static int onRequestReady(void* self, char* remoteAddress, char* localAddress, int remotePort, int localPort);
     static size_t onWrite(char* data, size_t size, size_t count, void* self);
     static size_t onHeader(char* data, size_t size, size_t count, void* self);
     static int onProgress(void* self, curl_off_t downloadTotal, curl_off_t downloadNow, curl_off_t uploadTotal,
@@ -101,6 +102,8 @@ private:
     bool cancelledByUser_ = false;
     bool tooLarge_ = false;
     bool bodyFailed_ = false;
+    int sends_ = 0;          // how often libcurl was about to send the request
+    bool notResent_ = false; // a second send was refused
     bool headersSignalled_ = false;
     bool loadingSignalled_ = false;
     std::chrono::steady_clock::time_point lastProgressReport_{};

@@ -431,3 +431,133 @@ TEST(HttpRequest, HttpsNeedsTheServersAuthorityToBeTrusted)
     std::remove(key.c_str());
     ::rmdir(directory);
 }
+
+namespace {
+
+/// A bare HTTP/1.1 server on 127.0.0.1 that keeps connections open: on each connection it
+/// answers the first request and closes the connection, without a word, after reading the
+/// second whole, as a server that acted on a request and then went away would. It counts every
+/// request that arrived whole.
+class ClosingServer
+{
+public:
+    ClosingServer()
+    {
+        listener_ = ::socket(AF_INET, SOCK_STREAM, 0);
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        ::bind(listener_, reinterpret_cast<sockaddr*>(&address), sizeof address);
+        socklen_t length = sizeof address;
+        ::getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &length);
+        port_ = ntohs(address.sin_port);
+        ::listen(listener_, 8);
+        thread_ = std::thread([this] { serve(); });
+    }
+    ~ClosingServer()
+    {
+        stopping_.store(true);
+        ::shutdown(listener_, SHUT_RDWR);
+        if (const int client = client_.load(); client >= 0)
+            ::shutdown(client, SHUT_RDWR); // a connection the client still keeps open
+        ::close(listener_);
+        thread_.join();
+    }
+    std::string url(const std::string& path) const { return "http://127.0.0.1:" + std::to_string(port_) + path; }
+    int requests() const { return requests_.load(); }
+
+private:
+    void serve()
+    {
+        for (int client; !stopping_.load() && (client = ::accept(listener_, nullptr, nullptr)) >= 0;)
+        {
+            client_.store(client);
+            if (stopping_.load())
+                ::shutdown(client, SHUT_RDWR);
+            std::string pending;
+            for (int onConnection = 1; readRequest(client, pending); ++onConnection)
+            {
+                ++requests_;
+                if (onConnection > 1)
+                    break;
+                const std::string answer = "HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\nok";
+                if (::send(client, answer.data(), answer.size(), MSG_NOSIGNAL) < 0)
+                    break;
+            }
+            client_.store(-1);
+            ::close(client);
+        }
+    }
+    /// Reads one request (headers and a Content-Length body); false when the connection ended.
+    static bool readRequest(int client, std::string& pending)
+    {
+        auto fill = [&] {
+            char buffer[4096];
+            const ssize_t got = ::recv(client, buffer, sizeof buffer, 0);
+            if (got > 0)
+                pending.append(buffer, static_cast<size_t>(got));
+            return got > 0;
+        };
+        size_t end;
+        while ((end = pending.find("\r\n\r\n")) == std::string::npos)
+            if (!fill())
+                return false;
+        size_t length = 0;
+        if (const size_t at = pending.find("Content-Length: "); at != std::string::npos && at < end)
+            length = std::stoul(pending.substr(at + 16));
+        while (pending.size() < end + 4 + length)
+            if (!fill())
+                return false;
+        pending.erase(0, end + 4 + length);
+        return true;
+    }
+
+    int listener_ = -1;
+    int port_ = 0;
+    std::atomic<int> requests_{0};
+    std::atomic<int> client_{-1};
+    std::atomic<bool> stopping_{false};
+    std::thread thread_;
+};
+
+} // namespace
+
+TEST(HttpRequest, ARequestIsSentAtMostOnceEvenWhenItsReusedConnectionClosesWithoutAnAnswer)
+{
+    // A connection that was reused and closed without an answer: the transfer library would send
+    // the request again on a fresh connection. The server may have acted on the first, so the call
+    // fails instead, for a body posted synchronously and for a GET sent asynchronously alike.
+    {
+        ClosingServer server;
+        IXMLHttpRequest* raw = nullptr;
+        ASSERT_EQ(GetWebService()->createRequest(&raw), kResultOk);
+        auto request = Ref<IXMLHttpRequest>::adopt(raw);
+        auto post = [&] {
+            auto body = makeRef<PatternStream>(100000);
+            EXPECT_EQ(request->open("POST", server.url("/tracks").c_str(), false, "", ""), kResultOk);
+            return request->send(static_cast<IStream*>(body.get()), nullptr);
+        };
+        ASSERT_EQ(post(), kResultOk) << request->getErrorText();
+        EXPECT_EQ(request->getStatus(), 200);
+        EXPECT_EQ(post(), kUnexpected);
+        EXPECT_NE(std::string(request->getErrorText()).find("not sent twice"), std::string::npos)
+            << request->getErrorText();
+        EXPECT_EQ(server.requests(), 2) << "the second request arrived more than once";
+        // The object stays usable: the next call goes out on a new connection.
+        ASSERT_EQ(post(), kResultOk) << request->getErrorText();
+        EXPECT_EQ(server.requests(), 3);
+    }
+    {
+        ClosingServer server;
+        ObservedRequest call;
+        for (int i = 0; i < 2; ++i)
+        {
+            call.events->events.clear();
+            ASSERT_EQ(call.request->open("GET", server.url("/upload_token").c_str(), true, "", ""), kResultOk);
+            ASSERT_EQ(call.request->send(nullptr, nullptr), kResultOk);
+            ASSERT_TRUE(call.waitForEnd());
+        }
+        EXPECT_EQ(call.events->count("onerror"), 1);
+        EXPECT_EQ(server.requests(), 2);
+    }
+}

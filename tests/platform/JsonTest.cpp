@@ -146,8 +146,9 @@ std::string nestedObjects(int depth)
 TEST(JsonConformance, AcceptsEveryValidAndRejectsEveryInvalidSuiteDocument)
 {
     namespace fs = std::filesystem;
-    const fs::path folder = fs::path(SORVEL_SHARED_DIR) / "testdata" / "jsontestsuite" / "test_parsing";
-    ASSERT_TRUE(fs::is_directory(folder)) << folder;
+    // The suite's cases are kept in the repository (tests/data, with their licence).
+    const fs::path folder = fs::path(SORVEL_SOURCE_DIR) / "tests" / "data" / "jsontestsuite" / "test_parsing";
+    ASSERT_TRUE(fs::is_directory(folder)) << "the conformance cases are missing: no folder " << folder;
 
     int valid = 0, invalid = 0, total = 0;
     for (const fs::directory_entry& entry : fs::directory_iterator(folder))

@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstdlib>
 #include <string>
 
 using namespace KVX;
@@ -99,4 +101,27 @@ TEST(MultipartForm, EdgeCasesOfTheBody)
     EXPECT_FALSE(refused->addFile("file", "negative.wav", fileOf("x"), -1));
     EXPECT_EQ(refused->length(), 0);
     EXPECT_TRUE(refused->addField("still", "open"));
+}
+
+TEST(MultipartForm, EveryDrawnBoundaryEndsInTheGeneratorsRange)
+{
+    // The generator of this C library reaches 2^31 - 1; the boundary's number must still stay in
+    // 0000-7FFF, whatever it draws. Enough draws to meet the upper half of 16 bits many times over.
+    const std::string prefix = "----------------------------XXBOUNDARY";
+    std::srand(7);
+    unsigned highest = 0;
+    for (int i = 0; i < 20000; ++i)
+    {
+        const std::string boundary(MultipartForm::make()->boundary().view());
+        ASSERT_EQ(boundary.size(), 42u) << boundary;
+        ASSERT_EQ(boundary.substr(0, prefix.size()), prefix) << boundary;
+        const std::string digits = boundary.substr(prefix.size());
+        ASSERT_EQ(digits.find_first_not_of("0123456789ABCDEF"), std::string::npos) << boundary;
+        const unsigned number = static_cast<unsigned>(std::stoul(digits, nullptr, 16));
+        ASSERT_LE(number, 0x7FFFu) << boundary;
+        highest = std::max(highest, number);
+    }
+    EXPECT_GT(highest, 0x7000u) << "the draws cover the range";
+    // A value given from outside the range is taken into it the same way.
+    EXPECT_EQ(makeRef<MultipartForm>(0x18001)->boundary(), prefix + "0001");
 }

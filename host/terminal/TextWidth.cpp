@@ -1,0 +1,99 @@
+#include "host/terminal/TextWidth.h"
+
+#include <clocale>
+#include <cwchar>
+#include <locale.h>
+
+namespace Host {
+
+namespace {
+
+/// A UTF-8 character set for this thread while it lives, whatever locale the program runs in: the
+/// C library's character widths are only known in a UTF-8 locale.
+class Utf8Characters
+{
+public:
+    Utf8Characters()
+    {
+        static const locale_t utf8 = [] {
+            for (const char* name : {"C.UTF-8", "C.utf8", "en_US.UTF-8"})
+                if (locale_t made = newlocale(LC_CTYPE_MASK, name, locale_t(0)))
+                    return made;
+            return locale_t(0);
+        }();
+        if (utf8)
+            previous_ = uselocale(utf8);
+    }
+    ~Utf8Characters()
+    {
+        if (previous_)
+            uselocale(previous_);
+    }
+    Utf8Characters(const Utf8Characters&) = delete;
+    Utf8Characters& operator=(const Utf8Characters&) = delete;
+
+private:
+    locale_t previous_ = locale_t(0);
+};
+
+/// Calls `each(bytes, columns)` for every character of `text` in order.
+template <typename Each>
+void forEachCharacter(std::string_view text, Each each)
+{
+    Utf8Characters utf8;
+    std::mbstate_t state{};
+    size_t at = 0;
+    while (at < text.size())
+    {
+        wchar_t character = 0;
+        size_t length = std::mbrtowc(&character, text.data() + at, text.size() - at, &state);
+        int columns = 1;
+        if (length == static_cast<size_t>(-1) || length == static_cast<size_t>(-2) || length == 0)
+        {
+            state = std::mbstate_t{}; // not a character: one byte, shown as one mark
+            length = 1;
+        }
+        else if (const int width = ::wcwidth(character); width >= 0)
+            columns = width;
+        each(text.substr(at, length), static_cast<size_t>(columns));
+        at += length;
+    }
+}
+
+} // namespace
+
+size_t displayWidth(std::string_view text)
+{
+    size_t total = 0;
+    forEachCharacter(text, [&](std::string_view, size_t columns) { total += columns; });
+    return total;
+}
+
+std::string fitToWidth(std::string_view text, size_t width)
+{
+    std::string result;
+    size_t used = 0;
+    bool full = false;
+    forEachCharacter(text, [&](std::string_view bytes, size_t columns) {
+        if (full || used + columns > width)
+        {
+            full = true;
+            return;
+        }
+        result.append(bytes);
+        used += columns;
+    });
+    result.append(width - used, ' ');
+    return result;
+}
+
+std::string padToWidth(std::string_view text, size_t width)
+{
+    const size_t used = displayWidth(text);
+    std::string result(text);
+    if (used < width)
+        result.append(width - used, ' ');
+    return result;
+}
+
+} // namespace Host
