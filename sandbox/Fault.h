@@ -25,8 +25,10 @@ struct Fault
         Delay,          // the reply comes `delay` late, otherwise unchanged
         DropConnection, // the connection is closed without a reply; on the upload target after
                         // `afterBytes` bytes of the body (0: half of the announced length)
-        StopReading     // the upload target reads none of the body for `delay`, then closes the
+        StopReading,    // the upload target reads none of the body for `delay`, then closes the
                         // connection without a reply (upload target only)
+        CloseMidReply   // the reply's headers announce the whole body, half of it is sent, then
+                        // the connection closes (API endpoints); the request takes effect
     };
 
     Kind kind = Kind::StatusCode;
@@ -44,6 +46,7 @@ struct Fault
     static Fault delayed(std::chrono::milliseconds by) { return Fault{Kind::Delay, 0, by, 0, {}}; }
     static Fault dropConnection(uint64_t afterBytes = 0) { return Fault{Kind::DropConnection, 0, {}, afterBytes, {}}; }
     static Fault stopReading(std::chrono::milliseconds during) { return Fault{Kind::StopReading, 0, during, 0, {}}; }
+    static Fault closeMidReply() { return Fault{Kind::CloseMidReply, 0, {}, 0, {}}; }
 };
 
 } // namespace SorvelSandbox

@@ -13,7 +13,7 @@ void FaultPlan::arm(Endpoint endpoint, const Fault& fault, unsigned nth, unsigne
         throw std::invalid_argument("a fault needs a request number and a count of at least 1");
     const bool jsonEndpoint = endpoint != Endpoint::Upload && endpoint != Endpoint::WebLogin;
     if ((fault.kind == Fault::Kind::StatusCode || fault.kind == Fault::Kind::InvalidBody ||
-         fault.kind == Fault::Kind::ReplacedBody) &&
+         fault.kind == Fault::Kind::ReplacedBody || fault.kind == Fault::Kind::CloseMidReply) &&
         !jsonEndpoint)
         throw std::invalid_argument(std::string("the ") + endpointName(endpoint) + " endpoint answers no JSON envelope");
     if (fault.kind == Fault::Kind::HttpStatus && (fault.value < 100 || fault.value > 599))

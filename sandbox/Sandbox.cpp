@@ -532,7 +532,20 @@ void Sandbox::Running::api(Endpoint endpoint, const httplib::Request& request, h
     std::string text = envelope(statusCode, data);
     spoil(fault, text);
     response.status = httpStatus;
-    response.set_content(text, "application/json");
+    if (fault && fault->kind == Fault::Kind::CloseMidReply)
+    {
+        // The length announced is the whole body's; the provider sends half and gives up, which
+        // closes the connection.
+        entry.error = "the connection closed in the middle of the reply (injected fault)";
+        response.set_content_provider(text.size(), "application/json",
+                                      [text](size_t offset, size_t, httplib::DataSink& sink) {
+                                          if (offset == 0)
+                                              sink.write(text.data(), text.size() / 2);
+                                          return offset == 0;
+                                      });
+    }
+    else
+        response.set_content(text, "application/json");
     entry.httpStatus = httpStatus;
     entry.statusCode = statusCode;
     finish(entry);

@@ -20,6 +20,13 @@ public:
     /// milliseconds; 0 keeps the current value. Applies to calls opened afterwards.
     virtual void setTimeouts(uint32 connectMs, uint32 stallMs) = 0;
 
+    /// The last call since the previous ask that got no usable answer from its server: none at all
+    /// (its error text, such as a refused connection or a time-out) or one of HTTP status 500 or
+    /// more ("HTTP status 503"). A cancelled or aborted call does not count. Copies the text,
+    /// NUL-terminated and cut to fit, into `buffer` and forgets it; returns the text's length, 0
+    /// when there was none. Hosts use it to tell an unreachable service from a refusal. Any thread.
+    virtual uint32 takeLastFailure(char* buffer, uint32 size) = 0;
+
     static constexpr UID kIID = UID::fromString("{C2F7A9D4-5B18-4E3C-8D62-1A9E7B5F0C38}");
 };
 

@@ -65,9 +65,19 @@ tresult AlertCollector::presentAlert(const char* text, int32)
     alerts_.emplace_back(text);
     if (onAlert)
         onAlert(text);
-    if (!quiet_)
+    if (!quiet_ && !holding_)
         std::fprintf(stderr, "sorvel: %s\n", text);
     return kResultOk;
+}
+
+void AlertCollector::printHeld(const std::string& withdrawn)
+{
+    if (!holding_)
+        return;
+    holding_ = false;
+    for (size_t i = held_; i < alerts_.size(); ++i)
+        if (!quiet_ && alerts_[i] != withdrawn)
+            std::fprintf(stderr, "sorvel: %s\n", alerts_[i].c_str());
 }
 
 bool AlertCollector::contains(const std::string& text) const

@@ -75,6 +75,11 @@ public:
     KVX::tresult presentAlert(const char* text, KVX::int32 kind) override;
     const std::vector<std::string>& alerts() const { return alerts_; }
     bool contains(const std::string& text) const;
+    /// From now on alerts are collected but not printed, until printHeld().
+    void hold() { held_ = alerts_.size(), holding_ = true; }
+    /// Prints the alerts that came while held, except those whose text is `withdrawn` (an alert
+    /// the host explains better itself), and prints again from now on.
+    void printHeld(const std::string& withdrawn = {});
     /// Also told of every alert (the browser page shows them).
     std::function<void(const std::string&)> onAlert;
     KVX::tresult queryInterface(const KVX::UID& iid, void** object) override;
@@ -83,6 +88,8 @@ public:
 
 private:
     bool quiet_;
+    bool holding_ = false;
+    size_t held_ = 0; ///< the first alert that came while held
     std::vector<std::string> alerts_;
 };
 

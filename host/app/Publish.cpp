@@ -348,9 +348,16 @@ int publish(const PublishOptions& options)
     gadget.settle(Runtime::kTimeoutMs);
     times.upload = times.lap();
 
+    // Every file on the service is a success, whatever came after it: the reload of the products
+    // that follows may still fail, or find the session expired, without undoing the upload.
+    size_t uploadedRows = 0;
+    for (const RowView& row : finished)
+        uploadedRows += stateOf(row.status) == "uploaded";
     std::string outcome = "uploaded";
     int code = kDone;
-    if (runtime.alerts().contains(kSessionExpired))
+    if (uploadedRows == sources.size() && !cancelled)
+        code = kDone;
+    else if (runtime.alerts().contains(kSessionExpired))
         outcome = "session_expired", code = kSignInRefused;
     else if (runtime.alerts().contains(kUploadFailed))
         outcome = "failed", code = kServiceFailed;
@@ -362,9 +369,16 @@ int publish(const PublishOptions& options)
     const std::string page = runtime.pages().pages().empty() ? "" : runtime.pages().pages().back();
     if (code == kDone)
         removeRendered();
+    else if (const std::string failure = Runtime::takeServiceFailure(); !failure.empty() && code == kServiceFailed)
+        std::fprintf(stderr, "sorvel: the service did not answer (%s). Try again in a moment.\n", failure.c_str());
     if (options.json)
-        std::fprintf(stdout, "%s\n",
-                     Json::toText(resultDocument(outcome, product, runtime.pages().lastProductId(), page, finished, times, sourceOf)).c_str());
+    {
+        Attributes document =
+            resultDocument(outcome, product, runtime.pages().lastProductId(), page, finished, times, sourceOf);
+        if (code != kDone)
+            document.set("rendered_folder", String(batch.folder.string())); // kept for another try
+        std::fprintf(stdout, "%s\n", Json::toText(document).c_str());
+    }
     else
     {
         size_t done = 0;

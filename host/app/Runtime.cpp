@@ -201,9 +201,19 @@ bool Runtime::productsListed() const
 
 int Runtime::productsNotListed()
 {
-    std::fprintf(stderr, "sorvel: the account's products could not be listed: the service's answer could not be read. "
-                         "Try again in a moment.\n");
+    std::string reason = takeServiceFailure();
+    if (reason.empty())
+        reason = "the service's answer held no list of products";
+    std::fprintf(stderr, "sorvel: the account's products could not be listed (%s). Try again in a moment.\n",
+                 reason.c_str());
     return kServiceFailed;
+}
+
+std::string Runtime::takeServiceFailure()
+{
+    char text[512];
+    Web::IWebService* service = GetWebService();
+    return service && service->takeLastFailure(text, sizeof text) > 0 ? std::string(text) : std::string();
 }
 
 int Runtime::signIn(const LoginOptions& options)
@@ -266,8 +276,23 @@ int Runtime::signIn(const LoginOptions& options)
     gadget.setText("Credentials.password", password);
     if (remember)
         gadget.setNumber("Credentials.saveChecked", 1);
+    takeServiceFailure(); // what failed before this sign-in is not its reason
+    alerts_->hold();
     gadget.press("signIn");
-    if (!gadget.settle(kTimeoutMs, &gInterrupted))
+    const bool settled = gadget.settle(kTimeoutMs, &gInterrupted);
+    // The plug-in reports any failed sign-in as a refused login; one whose request got no answer
+    // (or a server error) says nothing about the password, and is told as what it is.
+    if (settled && gadget.phase() != Gadget::kSignedIn && !alerts_->contains(kSessionExpired))
+        if (const std::string failure = takeServiceFailure(); !failure.empty())
+        {
+            alerts_->printHeld(kLoginFailed);
+            std::fprintf(stderr, "sorvel: cannot sign in: the service did not answer (%s); the login was not "
+                                 "checked. Try again in a moment.\n",
+                         failure.c_str());
+            return kServiceFailed;
+        }
+    alerts_->printHeld();
+    if (!settled)
         return waitFailure();
     // The products are asked for right after the sign-in; a session refused there ends it too.
     if (alerts_->contains(kSessionExpired))

@@ -67,6 +67,9 @@ public:
     bool productsListed() const;
     /// Says on standard error that the products could not be listed; returns kServiceFailed.
     static int productsNotListed();
+    /// The last request since the previous call that got no usable answer from the service (no
+    /// answer, or an HTTP status of 500 or more), as a sentence; empty when every one was answered.
+    static std::string takeServiceFailure();
 
     Gadget& gadget() { return *gadget_; }
     PluginLibrary& plugin() { return plugin_; }

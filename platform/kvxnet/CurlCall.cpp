@@ -287,7 +287,7 @@ void CurlCall::complete(CURLcode code)
     else if (tooLarge_)
         errorText_ = "the response is larger than allowed";
     else if (notResent_)
-        errorText_ = "the connection closed without an answer (the request is not sent twice)";
+        errorText_ = "the connection closed without an answer; the request was not sent again";
     else if (bodyFailed_)
         errorText_ = "the request body could not be read";
     else if (code == CURLE_OPERATION_TIMEDOUT)

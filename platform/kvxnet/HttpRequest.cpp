@@ -4,6 +4,7 @@
 #include "framework/core/Runnable.h"
 #include "framework/services/SystemServices.h"
 #include "platform/kvxnet/TransferThread.h"
+#include "platform/kvxnet/WebService.h"
 
 #include <algorithm>
 #include <cassert>
@@ -225,6 +226,10 @@ void HttpRequest::takeOutcome(CurlCall& call)
 {
     status_ = call.status();
     errorText_ = call.gotResponse() ? CString() : call.errorText();
+    if (!call.gotResponse() && errorText_ != "cancelled")
+        WebService::noteFailure(errorText_);
+    else if (call.gotResponse() && status_ >= 500)
+        WebService::noteFailure(CString("HTTP status " + std::to_string(status_)));
     response_ = call.gotResponse() ? call.takeResponse() : Ref<MemoryStream>();
     responseHeaders_ = call.takeHeaders();
 }

@@ -2,7 +2,9 @@
 
 #include "platform/kvxnet/HttpRequest.h"
 
+#include <algorithm>
 #include <cstdlib>
+#include <cstring>
 
 namespace KVX::Net {
 
@@ -42,6 +44,34 @@ void WebService::setCertificateAuthorityFile(const char* path)
 {
     std::lock_guard lock(mutex_);
     settings_.certificateAuthorityFile = CString(path ? path : "");
+}
+
+namespace {
+
+std::mutex failureMutex;
+CString lastFailure;
+
+} // namespace
+
+void WebService::noteFailure(const CString& text)
+{
+    std::lock_guard lock(failureMutex);
+    lastFailure = text;
+}
+
+uint32 WebService::takeLastFailure(char* buffer, uint32 size)
+{
+    std::lock_guard lock(failureMutex);
+    const std::string_view text = lastFailure.view();
+    if (buffer && size > 0)
+    {
+        const size_t copied = std::min<size_t>(text.size(), size - 1);
+        std::memcpy(buffer, text.data(), copied);
+        buffer[copied] = '\0';
+    }
+    const auto length = static_cast<uint32>(text.size());
+    lastFailure = CString();
+    return length;
 }
 
 void WebService::setTimeouts(uint32 connectMs, uint32 stallMs)

@@ -18,6 +18,10 @@ public:
     tresult createRequest(Web::IXMLHttpRequest** request) override;
     void setCertificateAuthorityFile(const char* path) override;
     void setTimeouts(uint32 connectMs, uint32 stallMs) override;
+    uint32 takeLastFailure(char* buffer, uint32 size) override;
+
+    /// Notes the outcome of a call that ended without a usable answer (see takeLastFailure).
+    static void noteFailure(const CString& text);
     KVX_FORWARD_UNKNOWN(Object)
 
 private:

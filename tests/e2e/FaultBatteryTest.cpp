@@ -1,31 +1,112 @@
-// The fault battery: a publish of two files through the built `sorvel`, once for every request of
-// the session with a fault injected into it. Whatever the fault, the program ends (no hang, no
-// crash) with an exit code and a message, the source files stay as they were, and no file is
-// stored twice. The cases whose outcome the controller defines are checked exactly; the table of
-// every case and its outcome is printed for the README.
+// The fault suite: `sorvel publish` (the built program) of two files to a new product, signed in
+// with the login kept in the keyring, once for every step of the session and every way that step
+// can fail. For each case the table says what the user must see: the exit code, the message on
+// standard error, the rows' states in the JSON report, and whether the rendered files are kept
+// for another try. Every case also checks that the program ends in time, the source files are
+// untouched, the user's cache holds nothing but a kept batch, the stored login is unchanged, no
+// product or track is created twice and no one-time upload address is posted to twice.
 #include "tests/e2e/SorvelProgram.h"
+#include "tests/security/ShellCommand.h"
 
+#include <arpa/inet.h>
+#include <atomic>
 #include <cstdio>
+#include <functional>
 #include <iterator>
 #include <map>
 #include <memory>
+#include <netinet/in.h>
 #include <set>
+#include <sys/socket.h>
 
 namespace {
 
 using namespace E2E;
+namespace fs = std::filesystem;
 
-struct FaultCase
+enum class Step
 {
-    const char* name;
-    Fault fault;
+    Configuration,
+    SignIn,
+    Activity,
+    Titles,
+    NewProduct,
+    NewTrack,
+    UploadUrl,
+    UploadPost,
+    Refresh,
 };
 
-struct EndpointCase
+const char* stepName(Step step)
 {
-    const char* name;
-    Endpoint endpoint;
+    switch (step)
+    {
+    case Step::Configuration: return "configuration";
+    case Step::SignIn: return "sign-in";
+    case Step::Activity: return "activity";
+    case Step::Titles: return "titles";
+    case Step::NewProduct: return "new product";
+    case Step::NewTrack: return "new track";
+    case Step::UploadUrl: return "upload URL";
+    case Step::UploadPost: return "upload POST";
+    case Step::Refresh: return "refresh after the upload";
+    }
+    return "?";
+}
+
+/// What the user sees at the end of a case.
+struct Outcome
+{
+    int exitCode = 0;
+    std::string message; ///< a part of standard error; empty: nothing asked of it
+    std::string rows;    ///< the rows' states in the JSON report; empty: no report (ended earlier)
+    bool keptRendered = false;
 };
+
+/// A listening socket on 127.0.0.1 that never answers: with `closeAtOnce` it accepts each
+/// connection and closes it straight away, else it accepts none (connections wait in its
+/// backlog, as on a server that hangs).
+class MuteServer
+{
+public:
+    explicit MuteServer(bool closeAtOnce)
+    {
+        fd_ = ::socket(AF_INET, SOCK_STREAM, 0);
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        ::bind(fd_, reinterpret_cast<sockaddr*>(&address), sizeof address);
+        socklen_t length = sizeof address;
+        ::getsockname(fd_, reinterpret_cast<sockaddr*>(&address), &length);
+        port_ = ntohs(address.sin_port);
+        ::listen(fd_, 16);
+        if (closeAtOnce)
+            thread_ = std::thread([this] {
+                for (int client; (client = ::accept(fd_, nullptr, nullptr)) >= 0;)
+                    ::close(client);
+            });
+    }
+    ~MuteServer()
+    {
+        ::shutdown(fd_, SHUT_RDWR);
+        ::close(fd_);
+        if (thread_.joinable())
+            thread_.join();
+    }
+    int port() const { return port_; }
+
+private:
+    int fd_ = -1;
+    int port_ = 0;
+    std::thread thread_;
+};
+
+/// A port on 127.0.0.1 where nothing listens.
+int closedPort()
+{
+    MuteServer probe(false);
+    return probe.port();
+}
 
 std::string bytesOf(const std::string& path)
 {
@@ -33,143 +114,339 @@ std::string bytesOf(const std::string& path)
     return std::string(std::istreambuf_iterator<char>(file), {});
 }
 
-/// The first line of the program's own words or of an alert it passed on.
-std::string messageOf(const ProgramRun& run)
+/// The login kept in the keyring for the service, as secret-tool reads it.
+std::string storedPassword()
 {
-    for (const char* known : {"Login failed.", "Session expired.", "Upload failed!", "cannot reach the service",
-                              "nothing to upload"})
-        if (run.err.find(known) != std::string::npos)
-            return known;
-    const size_t start = run.err.rfind("sorvel: ");
-    return start == std::string::npos ? std::string() : run.err.substr(start, run.err.find('\n', start) - start);
+    return SecurityTest::ShellCommand::run("secret-tool lookup target sorvel.com 2>/dev/null").output;
 }
 
-class FaultBattery : public SorvelProgram
+class FaultSuite : public SorvelProgram
 {
-};
+public:
+    /// Points the program at another server for the next run.
+    void useServer(const std::string& serverUrl) { service.serverUrl = serverUrl; }
 
-TEST_F(FaultBattery, EveryRequestOfAPublishFailingInEveryWayEndsCleanly)
-{
-    const std::vector<EndpointCase> endpoints = {
-        {"sign-in", Endpoint::SignIn},           {"activity", Endpoint::Activity},
-        {"titles", Endpoint::Titles},             {"product creation", Endpoint::CreateTitle},
-        {"track creation", Endpoint::CreateTrack}, {"upload token", Endpoint::UploadToken},
-        {"file post", Endpoint::Upload},          {"status report", Endpoint::UploadStatus},
-    };
-    const std::vector<FaultCase> faults = {
-        {"403", Fault::statusCode(403)},         {"500", Fault::httpStatus(500)},
-        {"invalid body", Fault::invalidBody()},  {"empty body", Fault::emptyBody()},
-        {"truncated body", Fault::truncatedBody()}, {"dropped connection", Fault::dropConnection()},
-        {"late past the time-out", Fault::delayed(std::chrono::milliseconds(3000))},
-    };
-    // The file post answers no envelope: its faults are HTTP statuses and the connection.
-    const std::vector<FaultCase> postFaults = {
-        {"302", Fault::httpStatus(302)}, {"399", Fault::httpStatus(399)}, {"400", Fault::httpStatus(400)},
-        {"403", Fault::httpStatus(403)}, {"500", Fault::httpStatus(500)}, {"dropped connection", Fault::dropConnection()},
-        {"late past the time-out", Fault::delayed(std::chrono::milliseconds(3000))},
-        {"stopping to read", Fault::stopReading(std::chrono::milliseconds(3000))}};
-
-    const std::vector<std::string> files = {flac("Alpha", 0.5), flac("Beta", 0.5)};
-    std::vector<std::string> before;
-    for (const std::string& file : files)
-        before.push_back(bytesOf(file));
-
-    std::map<std::string, std::string> table; // "endpoint|fault" -> outcome
-    auto runCase = [&](const EndpointCase& where, const FaultCase& what) {
-        SCOPED_TRACE(std::string(where.name) + " answering " + what.name);
+protected:
+    /// A fresh service for the next case, its faults and log empty.
+    void restartService()
+    {
         sandbox->stop();
         sandbox = std::make_unique<SorvelSandbox::Sandbox>();
         std::string error;
         ASSERT_GT(sandbox->start(SorvelSandbox::Sandbox::Options(), error), 0) << error;
         service = {sandbox->baseUrl(), sandbox->loginUrl(), sandbox->partnerId(), sandbox->partnerKey()};
-        sandbox->injectFault(where.endpoint, what.fault);
+    }
+};
 
-        // A time-out of one second, so that an answer three seconds late is past it.
-        std::vector<std::string> arguments = {"--timeout", "1", "publish", "--user", login.username, "--password-stdin",
-                                              "--no-progress", "--product", "Battery"};
-        arguments.insert(arguments.end(), files.begin(), files.end());
-        Child child(arguments, environment(), login.password + "\n");
-        const ProgramRun run = child.wait(std::chrono::seconds(120));
+/// One fault of one step and what it must lead to. `arm` injects it into the running service (or
+/// points the program elsewhere) and returns what must live while the program runs.
+struct FaultCase
+{
+    Step step;
+    std::string kind;
+    std::function<std::shared_ptr<void>(FaultSuite&, SorvelSandbox::Sandbox&)> arm;
+    Outcome expected;
+};
 
-        EXPECT_TRUE(run.exitCode == 0 || run.exitCode == 1 || run.exitCode == 3) << run.exitCode << "\n" << run.err;
-        if (run.exitCode != 0)
-        {
-            EXPECT_FALSE(messageOf(run).empty()) << run.err;
-        }
-        for (size_t i = 0; i < files.size(); ++i)
-            EXPECT_EQ(bytesOf(files[i]), before[i]) << files[i] << " changed";
-        std::set<std::string> names;
-        for (const auto& stored : sandbox->storedFiles())
-            EXPECT_TRUE(names.insert(stored.fileName).second) << stored.fileName << " stored twice";
-        EXPECT_LE(sandbox->storedFiles().size(), files.size());
-        expectNoSecretIn(run, login.password);
+TEST_F(FaultSuite, EveryStepFailingInEveryWayEndsAsTheUserExpects)
+{
+    // The login is kept in the keyring, as a user who signed in once with --remember has it.
+    ASSERT_EQ(sorvel({"signin", "--user", login.username, "--password-stdin", "--remember"}, login.password).exitCode, 0);
+    const std::string password = storedPassword();
+    ASSERT_EQ(password, login.password);
 
-        const std::string outcome = "exit " + std::to_string(run.exitCode) +
-                                    (run.exitCode ? ", " + messageOf(run) : std::string()) + ", " +
-                                    std::to_string(sandbox->storedFiles().size()) + " stored";
-        table[std::string(where.name) + "|" + what.name] = outcome;
-
-        // The outcomes the controller defines.
-        const std::string fault = what.name;
-        // (A connection dropped before any answer may be retried by the transfer library and
-        // then succeed.)
-        if (where.endpoint == Endpoint::SignIn && !(fault == "dropped connection" && run.exitCode == 0))
-        {
-            EXPECT_EQ(run.exitCode, 3);
-            EXPECT_NE(run.err.find("Login failed. Please note that usernames and passwords are case sensitive."),
-                      std::string::npos);
-        }
-        // A 403 refuses the session, except on the completion report, whose outcome does not
-        // fail the track.
-        const bool sessionRequest = where.endpoint == Endpoint::Titles || where.endpoint == Endpoint::CreateTitle ||
-                                    where.endpoint == Endpoint::CreateTrack || where.endpoint == Endpoint::UploadToken;
-        if (fault == "403" && sessionRequest)
-        {
-            EXPECT_EQ(run.exitCode, 3);
-            EXPECT_NE(run.err.find("Session expired. Please login again."), std::string::npos);
-        }
-        if (where.endpoint == Endpoint::UploadStatus)
-        {
-            EXPECT_EQ(run.exitCode, 0) << "a failing completion report does not fail the track";
-        }
-        // The file post succeeds with any status from 200 to 399, fails from 400 on.
-        if (where.endpoint == Endpoint::Upload && (fault == "302" || fault == "399"))
-        {
-            EXPECT_EQ(run.exitCode, 0);
-        }
-        if (where.endpoint == Endpoint::Upload &&
-            (fault == "400" || fault == "403" || fault == "500" || fault == "late past the time-out" ||
-             fault == "stopping to read"))
-        {
-            EXPECT_EQ(run.exitCode, 1);
-            EXPECT_NE(run.err.find("Upload failed!"), std::string::npos);
-        }
+    // The kinds of fault of the service's JSON requests. "never answers" waits far past the
+    // program's --timeout of one second.
+    struct Kind
+    {
+        std::string name;
+        Fault fault;
+    };
+    const std::vector<Kind> jsonKinds = {
+        {"connection closed mid-reply", Fault::closeMidReply()},
+        {"never answers", Fault::delayed(std::chrono::seconds(60))},
+        {"HTTP 500", Fault::httpStatus(500)},
+        {"HTTP 503", Fault::httpStatus(503)},
+        {"HTTP 401", Fault::httpStatus(401)},
+        {"HTTP 403", Fault::httpStatus(403)},
+        {"200, empty body", Fault::emptyBody()},
+        {"200, truncated body", Fault::truncatedBody()},
+        {"200, not JSON", Fault::invalidBody()},
+        {"200, JSON of the wrong shape", Fault::replacedBody(R"({"status_code":200,"data":"no object"})")},
+        {"200, status_code 500", Fault::statusCode(500)},
     };
 
-    for (const EndpointCase& where : endpoints)
-        if (where.endpoint != Endpoint::Upload)
-            for (const FaultCase& what : faults)
-                runCase(where, what);
-    for (const FaultCase& what : postFaults)
-        runCase(endpoints[6], what);
+    // What each step's failure means to the user; a kind listed under a step differs from it.
+    const Outcome signInRefused{3, "Login failed. Please note that usernames and passwords are case sensitive.", "", false};
+    const Outcome noAnswerAtSignIn{1, "cannot sign in: the service did not answer", "", false};
+    const Outcome sessionExpiredEarly{3, "Session expired. Please login again.", "", false};
+    const Outcome notListed{1, "the account's products could not be listed", "", false};
+    const Outcome uploaded{0, "", "uploaded uploaded", false};
+    const Outcome productFailed{1, "Upload failed!", "add add", true};
+    const Outcome productExpired{3, "Session expired. Please login again.", "add add", true};
+    const Outcome trackFailed{1, "Upload failed!", "failed add", true};
+    // The expired session signs the user out, which lays the rows out anew.
+    const Outcome trackExpired{3, "Session expired. Please login again.", "add add", true};
 
-    // The table, for the README.
-    std::printf("| Request | %s |\n|---|",
-                "403 | 500 | invalid body | empty body | truncated body | dropped connection | late past the time-out");
-    for (size_t i = 0; i < faults.size(); ++i)
-        std::printf("---|");
-    std::printf("\n");
-    for (const EndpointCase& where : endpoints)
+    struct StepPlan
     {
-        if (where.endpoint == Endpoint::Upload)
-            continue;
-        std::printf("| %s |", where.name);
-        for (const FaultCase& what : faults)
-            std::printf(" %s |", table[std::string(where.name) + "|" + what.name].c_str());
-        std::printf("\n");
+        Step step;
+        Endpoint endpoint;
+        unsigned nth;   // which request of the endpoint fails
+        unsigned times; // how many in a row
+        Outcome usual;
+        std::map<std::string, Outcome> unusual;
+    };
+    const std::vector<StepPlan> plans = {
+        // The silent sign-in with the stored login and the one the host asks for after it fail alike.
+        {Step::SignIn, Endpoint::SignIn, 1, 10, signInRefused,
+         {{"connection closed mid-reply", noAnswerAtSignIn},
+          {"never answers", noAnswerAtSignIn},
+          {"HTTP 500", noAnswerAtSignIn},
+          {"HTTP 503", noAnswerAtSignIn}}},
+        // The account's figures only fill the dashboard: the publish goes on without them.
+        {Step::Activity, Endpoint::Activity, 1, 1, uploaded, {}},
+        // Without the list of products no product is created by name.
+        {Step::Titles, Endpoint::Titles, 1, 1, notListed,
+         {{"HTTP 403", sessionExpiredEarly},
+          // Read as an account without products: the new product is created, as asked.
+          {"200, JSON of the wrong shape", uploaded}}},
+        {Step::NewProduct, Endpoint::CreateTitle, 1, 1, productFailed, {{"HTTP 403", productExpired}}},
+        {Step::NewTrack, Endpoint::CreateTrack, 1, 1, trackFailed, {{"HTTP 403", trackExpired}}},
+        {Step::UploadUrl, Endpoint::UploadToken, 1, 1, trackFailed,
+         {{"HTTP 403", trackExpired},
+          // Missing "url" and "post_data" do not fail the step; the post to no address does.
+          {"200, JSON of the wrong shape", trackFailed}}},
+        // The files are on the service: a failed reload of the products changes nothing of that.
+        {Step::Refresh, Endpoint::Titles, 2, 1, uploaded, {}},
+    };
+
+    std::vector<FaultCase> cases;
+    for (const StepPlan& plan : plans)
+        for (const Kind& kind : jsonKinds)
+        {
+            const auto unusual = plan.unusual.find(kind.name);
+            const Endpoint endpoint = plan.endpoint;
+            const Fault fault = kind.fault;
+            const unsigned nth = plan.nth, times = plan.times;
+            cases.push_back({plan.step, kind.name,
+                             [=](FaultSuite&, SorvelSandbox::Sandbox& service) {
+                                 service.injectFault(endpoint, fault, nth, times);
+                                 return std::shared_ptr<void>();
+                             },
+                             unusual == plan.unusual.end() ? plan.usual : unusual->second});
+        }
+
+    // The upload target: a one-time address that answers no envelope.
+    const auto onUpload = [](Fault fault) {
+        return [fault](FaultSuite&, SorvelSandbox::Sandbox& service) {
+            service.injectFault(Endpoint::Upload, fault);
+            return std::shared_ptr<void>();
+        };
+    };
+    cases.push_back({Step::UploadPost, "connection refused",
+                     [](FaultSuite&, SorvelSandbox::Sandbox& service) {
+                         const std::string reply = R"({"status_code":200,"data":{"url":"http://127.0.0.1:)" +
+                                                   std::to_string(closedPort()) + R"(/upload/gone","post_data":{}}})";
+                         service.injectFault(Endpoint::UploadToken, Fault::replacedBody(reply));
+                         return std::shared_ptr<void>();
+                     },
+                     trackFailed});
+    cases.push_back({Step::UploadPost, "connection reset mid-body", onUpload(Fault::dropConnection()), trackFailed});
+    cases.push_back({Step::UploadPost, "stops reading mid-body", onUpload(Fault::stopReading(std::chrono::seconds(4))),
+                     trackFailed});
+    cases.push_back({Step::UploadPost, "never answers", onUpload(Fault::delayed(std::chrono::seconds(60))), trackFailed});
+    for (int status : {400, 401, 403, 500, 503})
+        cases.push_back({Step::UploadPost, "HTTP " + std::to_string(status), onUpload(Fault::httpStatus(status)),
+                         trackFailed});
+    // The target's answer is not read: any status from 200 to 399 is success, whatever the body.
+    cases.push_back({Step::UploadPost, "200, empty body", onUpload(Fault::emptyBody()), uploaded});
+    cases.push_back({Step::UploadPost, "HTTP 302", onUpload(Fault::httpStatus(302)), uploaded});
+
+    // The configured service itself.
+    const auto elsewhere = [](std::shared_ptr<MuteServer> server, bool listening) {
+        return [server, listening](FaultSuite& suite, SorvelSandbox::Sandbox&) {
+            const int port = listening ? server->port() : closedPort();
+            suite.useServer("http://127.0.0.1:" + std::to_string(port) + "/api/");
+            return std::shared_ptr<void>(server);
+        };
+    };
+    cases.push_back({Step::Configuration, "connection refused", elsewhere(nullptr, false),
+                     {1, "cannot reach the service at http://127.0.0.1:", "", false}});
+    cases.push_back({Step::Configuration, "never answers", elsewhere(std::make_shared<MuteServer>(false), true),
+                     noAnswerAtSignIn});
+    cases.push_back({Step::Configuration, "closes every connection", elsewhere(std::make_shared<MuteServer>(true), true),
+                     noAnswerAtSignIn});
+
+    ASSERT_GE(cases.size(), 40u);
+
+    const std::vector<std::string> files = {flac("Alpha", 0.5), flac("Beta", 0.5)};
+    std::vector<std::string> before;
+    for (const std::string& file : files)
+        before.push_back(bytesOf(file));
+    const fs::path renderFolder = home / "cache" / "sorvel" / "render";
+
+    std::vector<std::string> table;
+    for (const FaultCase& current : cases)
+    {
+        const std::string name = std::string(stepName(current.step)) + ", " + current.kind;
+        SCOPED_TRACE(name);
+        restartService();
+        const std::shared_ptr<void> keep = current.arm(*this, *sandbox);
+
+        const auto started = std::chrono::steady_clock::now();
+        std::vector<std::string> arguments = {"--timeout", "1",     "publish", "--json",
+                                              "--no-progress", "--product", "Battery"};
+        arguments.insert(arguments.end(), files.begin(), files.end());
+        const ProgramRun run = sorvel(arguments, "");
+        const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
+        const Outcome& expected = current.expected;
+
+        // Ended, in time, with the code and the words the table gives.
+        EXPECT_LT(seconds, 30) << "the program took too long";
+        EXPECT_EQ(run.exitCode, expected.exitCode) << run.err;
+        if (!expected.message.empty())
+        {
+            EXPECT_NE(run.err.find(expected.message), std::string::npos) << run.err;
+        }
+        if (expected.exitCode == 0)
+        {
+            EXPECT_EQ(run.err.find("sorvel: Upload failed!"), std::string::npos) << run.err;
+        }
+
+        // The report: one row per file, in the states given; none when it ended before the table.
+        std::string states, kept;
+        if (expected.rows.empty())
+            EXPECT_EQ(run.out, "") << "no report before the files were handed over";
+        else
+        {
+            const auto document = parse(run.out);
+            ASSERT_TRUE(document.IsObject() && document.HasMember("tracks")) << run.out << run.err;
+            for (const auto& track : document["tracks"].GetArray())
+                states += (states.empty() ? "" : " ") + std::string(track["state"].GetString());
+            EXPECT_EQ(states, expected.rows) << run.out;
+            if (document.HasMember("rendered_folder"))
+                kept = document["rendered_folder"].GetString();
+        }
+
+        // The rendered files: kept and named after a failed upload, gone after a good one; the
+        // user's cache holds nothing else.
+        std::set<std::string> left;
+        if (fs::exists(renderFolder))
+            for (const auto& entry : fs::recursive_directory_iterator(renderFolder))
+                left.insert(fs::relative(entry.path(), renderFolder).string());
+        if (expected.keptRendered)
+        {
+            ASSERT_FALSE(kept.empty()) << "the report names the folder of the kept files: " << run.out;
+            const std::string batch = fs::path(kept).filename().string();
+            EXPECT_EQ(fs::path(kept).parent_path(), renderFolder);
+            EXPECT_EQ(left, (std::set<std::string>{batch, batch + "/Alpha.wav", batch + "/Beta.wav"}));
+            fs::remove_all(kept);
+        }
+        else
+        {
+            EXPECT_TRUE(kept.empty()) << kept;
+            EXPECT_TRUE(left.empty()) << "left in the cache: " << *left.begin();
+        }
+
+        // Nothing the user had is touched or lost.
+        for (size_t i = 0; i < files.size(); ++i)
+            EXPECT_EQ(bytesOf(files[i]), before[i]) << files[i] << " changed";
+        EXPECT_EQ(storedPassword(), password) << "the stored login changed";
+        expectNoSecretIn(run, login.password);
+
+        // Nothing created twice: one product of the name at most, a track per file at most, and
+        // every one-time upload address posted to once at most.
+        sandbox->stop();
+        size_t products = 0, tracks = 0;
+        for (const auto& account : sandbox->accounts())
+            for (const auto& title : account.titles)
+                if (title.name == "Battery")
+                    ++products, tracks += title.tracks.size();
+        EXPECT_LE(products, 1u);
+        EXPECT_LE(tracks, files.size());
+        std::set<std::string> targets;
+        for (const auto& post : sandbox->requestLog().entries(Endpoint::Upload))
+            EXPECT_TRUE(targets.insert(post.target).second) << post.target << " was posted to twice";
+        EXPECT_LE(sandbox->requestLog().entries(Endpoint::CreateTitle).size(), 1u);
+        EXPECT_LE(sandbox->requestLog().entries(Endpoint::CreateTrack).size(), files.size());
+
+        // The program's own words, for the table (the address of a refused server varies).
+        std::string words;
+        for (size_t at = run.err.find("sorvel: "); at != std::string::npos; at = run.err.find("sorvel: ", at + 1))
+            if (const std::string said = run.err.substr(at + 8, run.err.find('\n', at) - at - 8);
+                said.rfind("no service configured", 0) != 0)
+                words += (words.empty() ? "" : " / ") + said;
+        char line[1024];
+        std::snprintf(line, sizeof line, "| %s | %s | %d | %s | %s |", stepName(current.step), current.kind.c_str(),
+                      run.exitCode, states.empty() ? "-" : states.c_str(), words.empty() ? "-" : words.c_str());
+        table.push_back(line);
     }
-    for (const FaultCase& what : postFaults)
-        std::printf("file post answering %s: %s\n", what.name, table[std::string("file post|") + what.name].c_str());
+
+    std::printf("%zu cases\n| Step | Fault | Exit | Rows | Standard error |\n|---|---|---|---|---|\n", cases.size());
+    for (const std::string& line : table)
+        std::printf("%s\n", line.c_str());
+}
+
+TEST_F(FaultSuite, AProductListThatCannotBeReadNeverLeadsToASecondProductOfTheSameName)
+{
+    // "Night Drive" exists. Its list failing, a publish into it stops before anything is made.
+    const std::string file = flac("Tunnel");
+    for (const Fault& fault : {Fault::httpStatus(500), Fault::truncatedBody(), Fault::closeMidReply()})
+    {
+        restartService();
+        sandbox->injectFault(Endpoint::Titles, fault);
+        const ProgramRun run = sorvel({"publish", "--user", login.username, "--password-stdin", "--no-progress",
+                                       "--product", "Night Drive", file},
+                                      login.password);
+        EXPECT_EQ(run.exitCode, 1) << run.err;
+        EXPECT_NE(run.err.find("the account's products could not be listed"), std::string::npos) << run.err;
+        EXPECT_NE(run.err.find("Try again"), std::string::npos) << run.err;
+        EXPECT_TRUE(sandbox->requestLog().entries(Endpoint::CreateTitle).empty());
+        EXPECT_TRUE(sandbox->requestLog().entries(Endpoint::CreateTrack).empty());
+        EXPECT_TRUE(sandbox->requestLog().entries(Endpoint::Upload).empty());
+    }
+
+    // `sorvel products` says the same instead of listing none.
+    sandbox->injectFault(Endpoint::Titles, Fault::httpStatus(503));
+    ProgramRun run = sorvel({"products", "--user", login.username, "--password-stdin"}, login.password);
+    EXPECT_EQ(run.exitCode, 1) << run.out;
+    EXPECT_NE(run.err.find("could not be listed (HTTP status 503)"), std::string::npos) << run.err;
+    EXPECT_EQ(run.out.find("No products"), std::string::npos);
+
+    // Asked for explicitly, a new product is made even so, and even beside one of the same name.
+    sandbox->injectFault(Endpoint::Titles, Fault::httpStatus(500));
+    run = sorvel({"publish", "--user", login.username, "--password-stdin", "--no-progress", "--new-product", "--product",
+                  "Night Drive", file},
+                 login.password);
+    EXPECT_EQ(run.exitCode, 0) << run.err;
+    run = sorvel({"publish", "--user", login.username, "--password-stdin", "--no-progress", "--new-product", "--product",
+                  "Night Drive", file},
+                 login.password);
+    EXPECT_EQ(run.exitCode, 0) << run.err;
+    EXPECT_NE(run.out.find("Product: Night Drive (new)"), std::string::npos) << run.out;
+    EXPECT_EQ(sandbox->requestLog().entries(Endpoint::CreateTitle).size(), 2u);
+}
+
+TEST_F(FaultSuite, AConnectionClosedWithoutAnAnswerIsNeverFollowedByTheSameRequest)
+{
+    // The service closes the connection after it took the request: the track may exist now, the
+    // one-time address may be spent. The batch ends; neither request is sent a second time.
+    const std::string file = flac("Once");
+    for (const Endpoint endpoint : {Endpoint::CreateTrack, Endpoint::UploadToken, Endpoint::Upload})
+    {
+        SCOPED_TRACE(SorvelSandbox::endpointName(endpoint));
+        restartService();
+        sandbox->injectFault(endpoint, Fault::dropConnection());
+        const ProgramRun run = sorvel({"publish", "--user", login.username, "--password-stdin", "--no-progress",
+                                       "--product", "Single", file},
+                                      login.password);
+        EXPECT_EQ(run.exitCode, 1) << run.err;
+        EXPECT_NE(run.err.find("Upload failed!"), std::string::npos) << run.err;
+        EXPECT_NE(run.err.find("the request was not sent again"), std::string::npos) << run.err;
+        EXPECT_EQ(sandbox->requestLog().entries(endpoint).size(), 1u) << "sent again";
+        EXPECT_TRUE(sandbox->storedFiles().empty());
+    }
 }
 
 } // namespace

@@ -540,7 +540,7 @@ TEST(HttpRequest, ARequestIsSentAtMostOnceEvenWhenItsReusedConnectionClosesWitho
         ASSERT_EQ(post(), kResultOk) << request->getErrorText();
         EXPECT_EQ(request->getStatus(), 200);
         EXPECT_EQ(post(), kUnexpected);
-        EXPECT_NE(std::string(request->getErrorText()).find("not sent twice"), std::string::npos)
+        EXPECT_NE(std::string(request->getErrorText()).find("not sent again"), std::string::npos)
             << request->getErrorText();
         EXPECT_EQ(server.requests(), 2) << "the second request arrived more than once";
         // The object stays usable: the next call goes out on a new connection.
