@@ -34,6 +34,7 @@ enum class Step
     NewTrack,
     UploadUrl,
     UploadPost,
+    Report,
     Refresh,
 };
 
@@ -49,6 +50,7 @@ const char* stepName(Step step)
     case Step::NewTrack: return "new track";
     case Step::UploadUrl: return "upload URL";
     case Step::UploadPost: return "upload POST";
+    case Step::Report: return "completion report";
     case Step::Refresh: return "refresh after the upload";
     }
     return "?";
@@ -163,6 +165,7 @@ TEST_F(FaultSuite, EveryStepFailingInEveryWayEndsAsTheUserExpects)
         Fault fault;
     };
     const std::vector<Kind> jsonKinds = {
+        {"connection reset, no answer", Fault::dropConnection()},
         {"connection closed mid-reply", Fault::closeMidReply()},
         {"never answers", Fault::delayed(std::chrono::seconds(60))},
         {"HTTP 500", Fault::httpStatus(500)},
@@ -200,7 +203,8 @@ TEST_F(FaultSuite, EveryStepFailingInEveryWayEndsAsTheUserExpects)
     const std::vector<StepPlan> plans = {
         // The silent sign-in with the stored login and the one the host asks for after it fail alike.
         {Step::SignIn, Endpoint::SignIn, 1, 10, signInRefused,
-         {{"connection closed mid-reply", noAnswerAtSignIn},
+         {{"connection reset, no answer", noAnswerAtSignIn},
+          {"connection closed mid-reply", noAnswerAtSignIn},
           {"never answers", noAnswerAtSignIn},
           {"HTTP 500", noAnswerAtSignIn},
           {"HTTP 503", noAnswerAtSignIn}}},
@@ -217,6 +221,8 @@ TEST_F(FaultSuite, EveryStepFailingInEveryWayEndsAsTheUserExpects)
          {{"HTTP 403", trackExpired},
           // Missing "url" and "post_data" do not fail the step; the post to no address does.
           {"200, JSON of the wrong shape", trackFailed}}},
+        // The report that a file arrived: its outcome does not fail the track.
+        {Step::Report, Endpoint::UploadStatus, 1, 1, uploaded, {}},
         // The files are on the service: a failed reload of the products changes nothing of that.
         {Step::Refresh, Endpoint::Titles, 2, 1, uploaded, {}},
     };

@@ -1,7 +1,11 @@
 // The built `sorvel` program run as a user runs it, against the service emulator on a port of its
 // own, configured through the environment.
 
+#include "host/terminal/TextWidth.h"
 #include "tests/e2e/SorvelProgram.h"
+
+#include <set>
+#include <sstream>
 
 namespace {
 
@@ -30,6 +34,15 @@ TEST_F(SorvelProgram, PublishesRenderedFilesToANewProductAndReplacesATrackOfAnEx
     for (const auto& file : sandbox->storedFiles())
         EXPECT_GT(file.size, 44100u * 4 - 4000) << "a second of 44.1 kHz 16-bit stereo";
     expectNoSecretIn(created, login.password);
+    // Every file post's boundary ends in four hexadecimal digits from 0000 to 7FFF.
+    const std::string boundaryPrefix = "multipart/form-data; boundary=----------------------------XXBOUNDARY";
+    ASSERT_EQ(sandbox->requestLog().entries(Endpoint::Upload).size(), 3u);
+    for (const auto& post : sandbox->requestLog().entries(Endpoint::Upload))
+    {
+        ASSERT_EQ(post.contentType.size(), boundaryPrefix.size() + 4) << post.contentType;
+        EXPECT_EQ(post.contentType.substr(0, boundaryPrefix.size()), boundaryPrefix);
+        EXPECT_LE(std::stoul(post.contentType.substr(boundaryPrefix.size()), nullptr, 16), 0x7FFFu) << post.contentType;
+    }
     const auto renderFolder = home / "cache" / "sorvel" / "render";
     ASSERT_TRUE(std::filesystem::exists(renderFolder)) << "the rendered files went to the user's cache folder";
     EXPECT_TRUE(std::filesystem::is_empty(renderFolder)) << "rendered files are removed";
@@ -199,6 +212,36 @@ TEST_F(SorvelProgram, ARememberedLoginServesLaterCommandsUntilItIsForgotten)
     EXPECT_EQ(run.exitCode, 0) << run.err;
     run = sorvel({"products"}, "");
     EXPECT_EQ(run.exitCode, 2) << "no login any more, and no terminal to ask on: " << run.err;
+}
+
+} // namespace
+
+namespace {
+
+TEST_F(SorvelProgram, TheTrackTableLinesUpWhateverLettersTheNamesHave)
+{
+    // Titles with a precomposed and a decomposed umlaut, wide CJK letters and plain ASCII: every
+    // row of the table ends its file column at the same terminal column, though not at the same byte.
+    const ProgramRun run = sorvel({"publish", "--user", login.username, "--password-stdin", "--no-progress", "--product",
+                                   "Lines", flac("\xC3\x9C" "berfahrt"), flac("U\xCC\x88" "ber"),
+                                   flac("\xE6\x9D\xB1\xE4\xBA\xAC"), flac("Alpha")},
+                                  login.password);
+    ASSERT_EQ(run.exitCode, 0) << run.err;
+    std::vector<std::string> rows;
+    std::istringstream lines(run.out);
+    for (std::string line; std::getline(lines, line);)
+        if (line.size() > 5 && line.substr(line.size() - 5) == "  Add")
+            rows.push_back(line);
+    ASSERT_EQ(rows.size(), 4u) << run.out;
+    std::set<size_t> widths, lengths;
+    for (const std::string& row : rows)
+    {
+        widths.insert(Host::displayWidth(row));
+        lengths.insert(row.size());
+    }
+    EXPECT_EQ(widths.size(), 1u) << run.out;
+    EXPECT_GT(lengths.size(), 1u) << "the names differ in bytes per column";
+    EXPECT_EQ(rows[0].rfind("\xC3\x9C" "berfahrt  ", 0), 0u) << rows[0];
 }
 
 } // namespace
