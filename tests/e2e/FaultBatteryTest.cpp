@@ -7,17 +7,15 @@
 // product or track is created twice and no one-time upload address is posted to twice.
 #include "tests/e2e/SorvelProgram.h"
 #include "tests/security/ShellCommand.h"
+#include "tests/support/LoopbackSocket.h"
 
-#include <arpa/inet.h>
 #include <atomic>
 #include <cstdio>
 #include <functional>
 #include <iterator>
 #include <map>
 #include <memory>
-#include <netinet/in.h>
 #include <set>
-#include <sys/socket.h>
 
 namespace {
 
@@ -73,15 +71,7 @@ class MuteServer
 public:
     explicit MuteServer(bool closeAtOnce)
     {
-        fd_ = ::socket(AF_INET, SOCK_STREAM, 0);
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        ::bind(fd_, reinterpret_cast<sockaddr*>(&address), sizeof address);
-        socklen_t length = sizeof address;
-        ::getsockname(fd_, reinterpret_cast<sockaddr*>(&address), &length);
-        port_ = ntohs(address.sin_port);
-        ::listen(fd_, 16);
+        fd_ = TestSupport::bindLoopback(port_, 16);
         if (closeAtOnce)
             thread_ = std::thread([this] {
                 for (int client; (client = ::accept(fd_, nullptr, nullptr)) >= 0;)
@@ -103,12 +93,6 @@ private:
     std::thread thread_;
 };
 
-/// A port on 127.0.0.1 where nothing listens.
-int closedPort()
-{
-    MuteServer probe(false);
-    return probe.port();
-}
 
 std::string bytesOf(const std::string& path)
 {
@@ -253,7 +237,7 @@ TEST_F(FaultSuite, EveryStepFailingInEveryWayEndsAsTheUserExpects)
     cases.push_back({Step::UploadPost, "connection refused",
                      [](FaultSuite&, SorvelSandbox::Sandbox& service) {
                          const std::string reply = R"({"status_code":200,"data":{"url":"http://127.0.0.1:)" +
-                                                   std::to_string(closedPort()) + R"(/upload/gone","post_data":{}}})";
+                                                   std::to_string(TestSupport::closedLoopbackPort()) + R"(/upload/gone","post_data":{}}})";
                          service.injectFault(Endpoint::UploadToken, Fault::replacedBody(reply));
                          return std::shared_ptr<void>();
                      },
@@ -272,7 +256,7 @@ TEST_F(FaultSuite, EveryStepFailingInEveryWayEndsAsTheUserExpects)
     // The configured service itself.
     const auto elsewhere = [](std::shared_ptr<MuteServer> server, bool listening) {
         return [server, listening](FaultSuite& suite, SorvelSandbox::Sandbox&) {
-            const int port = listening ? server->port() : closedPort();
+            const int port = listening ? server->port() : TestSupport::closedLoopbackPort();
             suite.useServer("http://127.0.0.1:" + std::to_string(port) + "/api/");
             return std::shared_ptr<void>(server);
         };

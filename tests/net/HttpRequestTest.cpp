@@ -1,4 +1,5 @@
 #include "LocalHttpServer.h"
+#include "tests/support/LoopbackSocket.h"
 
 #include "framework/interfaces/IObserver.h"
 #include "framework/interfaces/ISubject.h"
@@ -188,15 +189,7 @@ int64 peakResidentKiB()
 
 int unusedPort()
 {
-    int fd = ::socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    ::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
-    socklen_t length = sizeof address;
-    ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
-    ::close(fd);
-    return ntohs(address.sin_port);
+    return TestSupport::closedLoopbackPort();
 }
 
 } // namespace
@@ -443,15 +436,7 @@ class ClosingServer
 public:
     ClosingServer()
     {
-        listener_ = ::socket(AF_INET, SOCK_STREAM, 0);
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        ::bind(listener_, reinterpret_cast<sockaddr*>(&address), sizeof address);
-        socklen_t length = sizeof address;
-        ::getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &length);
-        port_ = ntohs(address.sin_port);
-        ::listen(listener_, 8);
+        listener_ = TestSupport::bindLoopback(port_, 8);
         thread_ = std::thread([this] { serve(); });
     }
     ~ClosingServer()
