@@ -6,15 +6,49 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
+#include <string_view>
 
 namespace Host {
 
 using namespace KVX;
 
+std::vector<std::string> PluginLibrary::searchFolders()
+{
+    std::vector<std::string> folders;
+    if (const char* list = std::getenv("SORVEL_PLUGIN_PATH"); list && *list)
+    {
+        std::string_view rest(list);
+        while (!rest.empty())
+        {
+            const size_t colon = rest.find(':');
+            if (const std::string_view folder = rest.substr(0, colon); !folder.empty())
+                folders.emplace_back(folder);
+            rest = colon == std::string_view::npos ? std::string_view() : rest.substr(colon + 1);
+        }
+    }
+    if (const char* data = std::getenv("XDG_DATA_HOME"); data && *data == '/')
+        folders.push_back(std::string(data) + "/sorvel/plugins");
+    else if (const char* home = std::getenv("HOME"); home && *home)
+        folders.push_back(std::string(home) + "/.local/share/sorvel/plugins");
+    // <prefix>/bin/sorvel finds <prefix>/lib/sorvel/plugins.
+    std::error_code error;
+    const std::filesystem::path program = std::filesystem::read_symlink("/proc/self/exe", error);
+    if (!error)
+        folders.push_back((program.parent_path().parent_path() / "lib" / "sorvel" / "plugins").string());
+    return folders;
+}
+
 std::string PluginLibrary::defaultPath()
 {
     if (const char* path = std::getenv("SORVEL_PLUGIN"); path && *path)
         return path;
+    for (const std::string& folder : searchFolders())
+    {
+        const std::filesystem::path candidate = std::filesystem::path(folder) / "sorvel.so";
+        if (std::error_code error; std::filesystem::is_regular_file(candidate, error))
+            return candidate.string();
+    }
     return SORVEL_PLUGIN_FILE;
 }
 

@@ -4,6 +4,7 @@
 #include "framework/plugin/IClassFactory.h"
 
 #include <string>
+#include <vector>
 
 namespace Host {
 
@@ -18,7 +19,13 @@ public:
     PluginLibrary& operator=(const PluginLibrary&) = delete;
     ~PluginLibrary() { unload(); }
 
-    /// Where the plug-in is: $SORVEL_PLUGIN, else the library built beside this program.
+    /// The folders searched for the plug-in "sorvel.so", first match winning: each folder of
+    /// $SORVEL_PLUGIN_PATH (separated by colons), $XDG_DATA_HOME/sorvel/plugins (or
+    /// ~/.local/share/sorvel/plugins), and lib/sorvel/plugins under the prefix this program is
+    /// installed in (found from the program's own place, so a moved installation still works).
+    static std::vector<std::string> searchFolders();
+    /// Where the plug-in is: the file $SORVEL_PLUGIN names, else the first "sorvel.so" in
+    /// searchFolders(), else the library built beside this program in the build folder.
     static std::string defaultPath();
 
     /// Loads the library at `path` and takes its factory; false with a sentence in `error`.

@@ -2,6 +2,7 @@
 // publishing target from the command line.
 
 #include "host/app/Commands.h"
+#include "SorvelVersion.h"
 
 #include <CLI/CLI.hpp>
 
@@ -34,7 +35,7 @@ int main(int argc, char** argv)
     CLI::App app{"sorvel: publish rendered audio to a Sorvel store through the Sorvel plug-in.\n"
                  "Without a configured service it uses the embedded sandbox and its demo account."};
     app.require_subcommand(1);
-    app.set_version_flag("--version", "sorvel 1.0.14.27792");
+    app.set_version_flag("--version", "sorvel " SORVEL_VERSION " (commit " SORVEL_COMMIT ")");
     unsigned timeoutSeconds = 0;
     app.add_option("--timeout", timeoutSeconds,
                    "give up on a request of the service when nothing has moved for this many seconds (default 30)")

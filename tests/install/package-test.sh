@@ -1,0 +1,33 @@
+#!/usr/bin/env bash
+# Builds the Debian package with CPack and checks its contents list and its control fields:
+# the programs, modules, plug-in, manual page, completions and desktop entry under /usr, nothing
+# of the tests or headers, and dependencies computed from the binaries by dpkg-shlibdeps.
+#   package-test.sh BUILD_DIR
+set -euo pipefail
+build=$1
+fail() { echo "package test: $*" >&2; exit 1; }
+
+rm -f "$build"/package/sorvel_*.deb
+cmake --build "$build" --target package >"$build/package.log" 2>&1 || { tail -30 "$build/package.log"; fail "cpack failed"; }
+deb=$(ls "$build"/package/sorvel_*.deb 2>/dev/null | head -1)
+[ -n "$deb" ] || fail "no package in $build/package"
+
+contents=$(dpkg-deb -c "$deb" | awk '{print $6}')
+for path in ./usr/bin/sorvel ./usr/bin/sorvel-sandbox ./usr/bin/sorvel-demo-tracks ./usr/lib/sorvel/plugins/sorvel.so \
+            ./usr/lib/sorvel/libkvxnet.so ./usr/share/man/man1/sorvel.1.gz ./usr/share/applications/sorvel.desktop \
+            ./usr/share/bash-completion/completions/sorvel ./usr/share/zsh/vendor-completions/_sorvel \
+            ./usr/share/icons/hicolor/32x32/apps/sorvel.png; do
+  grep -qx -- "$path" <<<"$contents" || fail "$path is not in the package"
+done
+if grep -Eq '/include/|_tests$|_bench$|fuzzer|broken_theme' <<<"$contents"; then
+  fail "the package holds what is not for users: $(grep -E '/include/|_tests$|_bench$|fuzzer|broken_theme' <<<"$contents")"
+fi
+
+info=$(dpkg-deb -I "$deb")
+depends=$(sed -n 's/^ Depends: //p' <<<"$info")
+for library in libc6 libcurl4 libsndfile1 libsoxr0 libsecret-1-0 libpango-1.0-0 libcairo2 libpugixml1v5 fonts-liberation; do
+  grep -q "\b$library\b" <<<"$depends" || fail "Depends lacks $library: $depends"
+done
+grep -q '^ Architecture: amd64\|^ Architecture: arm64' <<<"$info" || fail "no binary architecture: $info"
+grep -q '^ Version: [0-9]' <<<"$info" || fail "no version: $info"
+echo "package test: $(basename "$deb"), Depends: $depends"
