@@ -249,7 +249,7 @@ bool Sandbox::Running::open(std::string& error)
     // A data folder holds the catalogue from the start, also when it came from a seed.
     if (!options.dataDir.empty() && !service->saveCatalogue(error))
         return false;
-    uploads = std::make_unique<UploadTarget>(*service);
+    uploads = std::make_unique<UploadTarget>(*service, options.discardUploads);
 
     if (!options.tlsCertFile.empty())
     {

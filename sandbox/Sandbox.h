@@ -49,6 +49,9 @@ public:
         size_t threads = 8;
         // How long an idle keep-alive connection is kept open.
         std::chrono::seconds keepAliveTimeout{5};
+        // Uploaded files are received, parsed and counted but not stored on disk or hashed (for
+        // benchmarks of the client). They are listed with the digest "discarded".
+        bool discardUploads = false;
         // Called on a server thread after each request has been logged.
         std::function<void(const LoggedRequest&)> onRequest;
     };

@@ -22,8 +22,15 @@ uint32_t littleEndian32(const std::string& bytes, size_t at)
 
 } // namespace
 
-std::unique_ptr<UploadFile> UploadFile::create(const std::filesystem::path& finalPath, std::string& error)
+std::unique_ptr<UploadFile> UploadFile::create(const std::filesystem::path& finalPath, std::string& error,
+                                               bool discardBytes)
 {
+    if (discardBytes)
+    {
+        std::unique_ptr<UploadFile> sink(new UploadFile(finalPath, {}, nullptr));
+        sink->discardBytes = true;
+        return sink;
+    }
     std::filesystem::path partPath = finalPath;
     partPath += ".part";
     std::FILE* file = std::fopen(partPath.c_str(), "wb");
@@ -48,6 +55,13 @@ UploadFile::~UploadFile()
 
 bool UploadFile::write(const char* data, size_t length, std::string& error)
 {
+    if (discardBytes)
+    {
+        if (head.size() < kHeadBytes)
+            head.append(data, std::min(length, kHeadBytes - head.size()));
+        written += length;
+        return true;
+    }
     if (file == nullptr)
     {
         error = "the upload file is closed";
@@ -67,6 +81,11 @@ bool UploadFile::write(const char* data, size_t length, std::string& error)
 
 bool UploadFile::commit(std::string& error)
 {
+    if (discardBytes)
+    {
+        digest = "discarded";
+        return true;
+    }
     if (file == nullptr)
     {
         error = "the upload file is closed";

@@ -18,7 +18,10 @@ namespace SorvelSandbox
 class UploadFile : public UploadForm::FileSink
 {
 public:
-    static std::unique_ptr<UploadFile> create(const std::filesystem::path& finalPath, std::string& error);
+    // With `discardBytes` the bytes go nowhere and are not hashed: only their count and the head
+    // are kept (for benchmarks whose subject is the client, not the server's disk).
+    static std::unique_ptr<UploadFile> create(const std::filesystem::path& finalPath, std::string& error,
+                                              bool discardBytes = false);
     ~UploadFile() override;
 
     bool write(const char* data, size_t length, std::string& error) override;
@@ -42,6 +45,7 @@ private:
     uint64_t written = 0;
     std::string digest;
     std::string head; // the first bytes, enough to read a WAV header
+    bool discardBytes = false;
 };
 
 } // namespace SorvelSandbox

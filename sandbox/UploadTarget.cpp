@@ -67,7 +67,7 @@ UploadTarget::Outcome UploadTarget::receive(std::string_view slotId, const std::
     }
     std::string uploadId;
     const std::filesystem::path path = service.newUploadPath(uploadId);
-    std::unique_ptr<UploadFile> file = UploadFile::create(path, error);
+    std::unique_ptr<UploadFile> file = UploadFile::create(path, error, discardBytes);
     if (!file)
     {
         outcome.bodyBytes = drain(reader);

@@ -29,7 +29,8 @@ public:
         std::optional<StoredFile> stored;
     };
 
-    explicit UploadTarget(Service& service) : service(service) {}
+    // With `discardBytes` a received file is counted and checked as usual but not stored.
+    UploadTarget(Service& service, bool discardBytes) : service(service), discardBytes(discardBytes) {}
 
     // `dropAfter` above 0 makes it call `drop` once that many body bytes have arrived and stop
     // reading. `forcedStatus` replaces the reply's HTTP status: with 200 to 399 the upload is kept
@@ -39,6 +40,7 @@ public:
 
 private:
     Service& service;
+    bool discardBytes;
 };
 
 } // namespace SorvelSandbox

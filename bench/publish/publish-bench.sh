@@ -3,20 +3,23 @@
 # minutes each by default) rendered, signed in and uploaded to the embedded sandbox, with the
 # share of each step. Uses the programs of the default build.
 #
-# Usage: bench/publish/publish-bench.sh [SECONDS_PER_TRACK] [RUNS]
+# Usage: bench/publish/publish-bench.sh [SECONDS_PER_TRACK] [RUNS] [JOBS]
+#        JOBS: files rendered at once (sorvel publish --jobs); default one per core
 set -euo pipefail
 cd "$(dirname "$0")/../.."
 seconds=${1:-300}
 runs=${2:-3}
+jobs=()
+[ -n "${3:-}" ] && jobs=(--jobs "$3")
 source bench/lib.sh
 mkdir -p "$work/tracks"
 "$bin/sorvel-demo-tracks" "$work/tracks" "$seconds" >/dev/null
 audio=$(du -cb "$work"/tracks/*.flac | tail -1 | cut -f1)
-echo "3 tracks of ${seconds} s, 48 kHz 24-bit stereo FLAC ($((audio / 1048576)) MiB); median of $runs runs"
+echo "3 tracks of ${seconds} s, 48 kHz 24-bit stereo FLAC ($((audio / 1048576)) MiB); median of $runs runs; ${3:-all} jobs"
 
 for run in $(seq "$runs"); do
   with_embedded_sandbox /usr/bin/time -f "%e %M" -o "$work/time.$run" \
-    "$bin/sorvel" publish --json --no-progress "$work"/tracks/*.flac >"$work/result.$run" 2>/dev/null
+    "$bin/sorvel" publish --json --no-progress "${jobs[@]}" "$work"/tracks/*.flac >"$work/result.$run" 2>/dev/null
 done
 
 python3 - "$work" "$runs" "$seconds" <<'PY'

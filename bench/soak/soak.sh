@@ -5,7 +5,7 @@
 # time and the peak resident memory of each publish: memory must not grow with the batch or the
 # file. Needs about 13 GB of free disk (the file, its rendered copy, the sandbox's stored copy).
 #
-# Usage: bench/soak/soak.sh [TRACKS] [GIB]
+# Usage: bench/soak/soak.sh [TRACKS] [GIB]   (GIB 0: the batch only)
 set -euo pipefail
 cd "$(dirname "$0")/../.."
 tracks=${1:-200}
@@ -32,6 +32,8 @@ for i in $(seq -w 1 "$tracks"); do
 done
 echo "a batch of $tracks tracks of 2 s:"
 run --product "Soak batch" "$work"/batch/*.flac
+
+[ "$gib" -gt 0 ] || exit 0
 
 # One WAV of GIB GiB (a sparse file of silence behind a WAV header).
 python3 - "$work/long.wav" "$gib" <<'PY'

@@ -18,6 +18,7 @@ struct PublishOptions
     LoginOptions login;
     bool json = false;       ///< one JSON document on standard output instead of text
     bool progress = true;    ///< progress bars (lines when standard error is no terminal)
+    unsigned jobs = 0;       ///< files rendered at once; 0: one per core
     /// Metadata given on the command line by "Media:" key: one value for every file, or one per
     /// file in the order of the files.
     std::map<std::string, std::vector<std::string>> fields;
@@ -34,6 +35,7 @@ struct GadgetOptions
     std::string product;
     std::map<std::string, std::vector<std::string>> fields;
     bool openBrowser = true; ///< else only the address is printed
+    unsigned jobs = 0;       ///< files rendered at once; 0: one per core
 };
 
 /// Serves the gadget's forms as a page in the user's browser until interrupted.

@@ -91,7 +91,7 @@ int showGadget(const GadgetOptions& options)
             return kServiceFailed;
         }
         const auto heldPublisher = Ref<Engine::IPublisher>::adopt(publisher);
-        if (int code = renderAndPublish(*publisher, sources, options.fields, options.product, false, batch); code != kDone)
+        if (int code = renderAndPublish(*publisher, sources, options.fields, options.product, false, options.jobs, batch); code != kDone)
             return code;
     }
 

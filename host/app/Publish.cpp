@@ -295,7 +295,8 @@ int publish(const PublishOptions& options)
     const auto heldPublisher = Ref<Engine::IPublisher>::adopt(publisher);
 
     RenderedBatch batch;
-    if (int code = renderAndPublish(*publisher, sources, options.fields, options.product, options.json, batch);
+    if (int code = renderAndPublish(*publisher, sources, options.fields, options.product, options.json, options.jobs,
+                                    batch);
         code != kDone)
         return code;
     times.render = times.lap();

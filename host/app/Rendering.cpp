@@ -1,10 +1,11 @@
 #include "host/app/Rendering.h"
 
 #include "host/app/Runtime.h"
-#include "host/render/WaveRenderer.h"
+#include "host/render/BatchRenderer.h"
 
 #include "framework/data/Url.h"
 
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <unistd.h>
@@ -44,7 +45,7 @@ void RenderedBatch::removeFolder() const
 
 int renderAndPublish(Engine::IPublisher& publisher, const std::vector<SourceFile>& sources,
                      const std::map<std::string, std::vector<std::string>>& fields, const std::string& product,
-                     bool quiet, RenderedBatch& batch)
+                     bool quiet, unsigned jobs, RenderedBatch& batch)
 {
     std::string error;
     batch.folder = makeCacheFolder("render", error);
@@ -53,36 +54,52 @@ int renderAndPublish(Engine::IPublisher& publisher, const std::vector<SourceFile
         std::fprintf(stderr, "sorvel: %s\n", error.c_str());
         return kServiceFailed;
     }
-    batch.items = makeRef<PublishedItemContainer>();
-    for (size_t i = 0; i < sources.size(); ++i)
+    // The publisher is asked on this thread; the files are then rendered side by side.
+    std::vector<BatchRenderer::Task> tasks;
+    for (const SourceFile& source : sources)
     {
-        const SourceFile& source = sources[i];
         FileType type = source.fileType;
         AudioFormat format = source.format;
         publisher.checkFormat(type, format); // corrects both to what the target takes
         const fs::path output = batch.folder / (source.path.stem().string() + ".wav");
         batch.sourceOf[output.string()] = source.path.string();
-        if (!quiet)
-            std::fprintf(stderr, "Rendering %s\n", source.path.filename().c_str());
-        WaveRenderer renderer(format);
-        renderer.setCancelFlag(&gInterrupted);
-        RenderReport report;
-        if (!renderer.render(source.path, output, report))
-        {
-            batch.removeFolder();
-            if (gInterrupted.load())
-                return kInterrupted;
-            std::fprintf(stderr, "sorvel: %s: %s\n", source.path.c_str(), report.error.c_str());
-            return kUsage;
-        }
-        Attributes metadata = source.metadata;
+        tasks.push_back({source.path, output, format});
+    }
+    const auto started = std::chrono::steady_clock::now();
+    const BatchRenderer::Outcome rendered = BatchRenderer::render(
+        tasks, jobs ? jobs : BatchRenderer::defaultWorkers(), &gInterrupted,
+        [&](size_t task, BatchRenderer::Event event) {
+            if (quiet)
+                return;
+            const std::string name = tasks[task].source.filename().string();
+            if (event == BatchRenderer::Event::Started)
+                std::fprintf(stderr, "Rendering %s\n", name.c_str());
+            else
+                std::fprintf(stderr, "Rendered %s (%.1f s)\n", name.c_str(),
+                             std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count());
+        });
+    if (!rendered.ok)
+    {
+        batch.removeFolder();
+        if (rendered.interrupted)
+            return kInterrupted;
+        std::fprintf(stderr, "sorvel: %s: %s\n", tasks[rendered.failedTask].source.c_str(), rendered.error.c_str());
+        return kUsage;
+    }
+
+    // Handed over in the order the user gave.
+    batch.items = makeRef<PublishedItemContainer>();
+    for (size_t i = 0; i < sources.size(); ++i)
+    {
+        Attributes metadata = sources[i].metadata;
         for (const auto& [key, values] : fields)
             if (!values.empty())
                 metadata.set(key, String(values.size() == 1 ? values[0] : values[i]));
         if (!product.empty())
             metadata.set("Media:Album", String(product));
-        batch.items->add(makeRef<PublishedItem>(Url::fromNativePath(String(output.string())).toDisplayString().toUtf8(),
-                                                std::move(metadata)));
+        batch.items->add(
+            makeRef<PublishedItem>(Url::fromNativePath(String(tasks[i].output.string())).toDisplayString().toUtf8(),
+                                   std::move(metadata)));
     }
     if (publisher.publish(batch.items) != kResultOk)
     {

@@ -27,12 +27,13 @@ struct RenderedBatch
     void removeFolder() const;
 };
 
-/// Renders `sources` to what `publisher` takes, with each file's metadata and the "Media:" values
-/// of `fields` (one for all files, or one per file), names the product `product` when it is not
-/// empty, and hands the batch to the publisher. kDone, or an exit code after saying why on
-/// standard error (kInterrupted, kUsage, kServiceFailed); the folder is removed on failure.
+/// Renders `sources` to what `publisher` takes, `jobs` files at once (0: one per core), with each
+/// file's metadata and the "Media:" values of `fields` (one for all files, or one per file), names
+/// the product `product` when it is not empty, and hands the batch to the publisher in the order
+/// of `sources`. kDone, or an exit code after saying why on standard error (kInterrupted, kUsage,
+/// kServiceFailed); the folder is removed on failure.
 int renderAndPublish(Engine::IPublisher& publisher, const std::vector<SourceFile>& sources,
                      const std::map<std::string, std::vector<std::string>>& fields, const std::string& product,
-                     bool quiet, RenderedBatch& batch);
+                     bool quiet, unsigned jobs, RenderedBatch& batch);
 
 } // namespace Host

@@ -56,6 +56,8 @@ int main(int argc, char** argv)
     addLoginOptions(*publishCommand, publishOptions.login);
     publishCommand->add_flag("--json", publishOptions.json, "print the result as JSON");
     publishCommand->add_flag("--no-progress", noProgress, "no progress bars");
+    publishCommand->add_option("--jobs", publishOptions.jobs, "files rendered at once (default: one per core)")
+        ->check(CLI::Range(1u, 256u));
     for (const auto& [flag, key] : kFields)
         publishCommand->add_option(std::string("--") + flag, fieldValues[key],
                                    std::string(key).substr(6) + ": once for all files, or repeated once per file")
@@ -70,6 +72,8 @@ int main(int argc, char** argv)
         ->check(CLI::ExistingFile);
     gadgetCommand->add_option("--product", gadgetOptions.product, "product to suggest for the files (default: the album)");
     gadgetCommand->add_flag("--no-browser", noBrowser, "only print the page's address");
+    gadgetCommand->add_option("--jobs", gadgetOptions.jobs, "files rendered at once (default: one per core)")
+        ->check(CLI::Range(1u, 256u));
 
     LoginOptions login;
     bool json = false;

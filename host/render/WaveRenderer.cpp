@@ -219,7 +219,8 @@ bool WaveRenderer::render(const std::filesystem::path& sourcePath, const std::fi
     if (!output)
         return fail("Cannot write " + quoted(outputPath) + ": " + soundFileError(nullptr) + ".");
 
-    SampleQuantizer quantizer(target_.bitDepth, report.dithered);
+    SampleQuantizer quantizer = ditherSeed_ ? SampleQuantizer(target_.bitDepth, report.dithered, ditherSeed_)
+                                            : SampleQuantizer(target_.bitDepth, report.dithered);
     std::vector<double> sourceBlock(static_cast<std::size_t>(kBlockFrames * sourceChannels));
     std::vector<double> mixedBlock;
     std::vector<std::int32_t> samples;
@@ -257,7 +258,8 @@ bool WaveRenderer::render(const std::filesystem::path& sourcePath, const std::fi
     std::vector<double> premixed(mixFirst ? static_cast<std::size_t>(kBlockFrames * targetChannels) : 0);
     for (;;)
     {
-        if (cancel_ && cancel_->load(std::memory_order_relaxed))
+        if ((cancel_ && cancel_->load(std::memory_order_relaxed)) ||
+            (alsoCancel_ && alsoCancel_->load(std::memory_order_relaxed)))
             return fail("Rendering " + quoted(sourcePath) + " was cancelled.");
         const sf_count_t read = sf_readf_double(source.get(), sourceBlock.data(), kBlockFrames);
         if (read <= 0)

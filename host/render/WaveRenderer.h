@@ -4,6 +4,7 @@
 #include "host/render/RenderReport.h"
 
 #include <atomic>
+#include <cstdint>
 #include <filesystem>
 #include <functional>
 #include <string>
@@ -44,9 +45,16 @@ public:
 
     const KVX::AudioFormat& target() const { return target_; }
     void setProgressCallback(ProgressCallback callback) { progress_ = std::move(callback); }
-    /// A flag the caller owns and keeps alive while rendering; setting it (from any thread, or a
-    /// signal handler) stops the render before its next block.
-    void setCancelFlag(const std::atomic<bool>* cancel) { cancel_ = cancel; }
+    /// Flags the caller owns and keeps alive while rendering; setting either (from any thread, or
+    /// a signal handler) stops the render before its next block.
+    void setCancelFlag(const std::atomic<bool>* cancel, const std::atomic<bool>* alsoCancel = nullptr)
+    {
+        cancel_ = cancel;
+        alsoCancel_ = alsoCancel;
+    }
+    /// Fixes the dither's noise sequence. The same source, target and seed always give the same
+    /// bytes, whichever thread renders and whatever else renders beside it.
+    void setDitherSeed(std::uint64_t seed) { ditherSeed_ = seed; }
 
     /// Renders `source` to a WAV file at `output`, replacing a file of that name on success.
     bool render(const std::filesystem::path& source, const std::filesystem::path& output, RenderReport& report);
@@ -58,6 +66,8 @@ private:
     KVX::AudioFormat target_;
     ProgressCallback progress_;
     const std::atomic<bool>* cancel_ = nullptr;
+    const std::atomic<bool>* alsoCancel_ = nullptr;
+    std::uint64_t ditherSeed_ = 0; ///< 0: the quantizer's own default
 };
 
 } // namespace Host

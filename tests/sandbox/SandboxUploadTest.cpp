@@ -3,6 +3,8 @@
 
 #include "SandboxFixture.h"
 
+#include <filesystem>
+
 #include <fstream>
 #include <sstream>
 
@@ -257,7 +259,39 @@ protected:
     }
 };
 
+class SandboxDiscardingUploads : public SandboxUpload
+{
+protected:
+    SorvelSandbox::Sandbox::Options options() override
+    {
+        SorvelSandbox::Sandbox::Options options;
+        options.discardUploads = true;
+        return options;
+    }
+};
+
 } // namespace
+
+TEST_F(SandboxDiscardingUploads, AFileIsCheckedAndCountedButNotStored)
+{
+    const UploadTicket ticket = uploadToken(http, sandbox, session, 9002);
+    const std::string file = wavFile(4410);
+    HttpReply reply = send(ticket, uploadBody(kBoundary, ticket.fields, "kept nowhere.wav", file));
+    EXPECT_EQ(reply.status, 201) << reply.body;
+    std::vector<SorvelSandbox::StoredFile> stored = sandbox.storedFiles();
+    ASSERT_EQ(stored.size(), 1u);
+    EXPECT_EQ(stored[0].size, file.size());
+    EXPECT_EQ(stored[0].sha256, "discarded");
+    EXPECT_FALSE(std::filesystem::exists(stored[0].path)) << stored[0].path;
+    EXPECT_DOUBLE_EQ(titles()["data"][0]["tracks"][1]["duration"].GetDouble(), 0.1) << "the WAV header was read";
+
+    // A tampered body is refused as usual.
+    const UploadTicket second = uploadToken(http, sandbox, session, 9001);
+    std::string body = uploadBody(kBoundary, second.fields, "b.wav", file);
+    body.resize(body.size() - 10);
+    EXPECT_EQ(send(second, body).status, 400);
+    EXPECT_EQ(sandbox.storedFiles().size(), 1u);
+}
 
 TEST_F(SandboxExpiredUploads, AnExpiredUploadUrlIsRefused)
 {
