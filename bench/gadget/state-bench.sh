@@ -20,7 +20,8 @@ done
 
 with_embedded_sandbox "$bin/sorvel" gadget --no-browser "$work"/batch/*.flac >"$work/gadget.out" 2>"$work/gadget.err" &
 gadget=$!
-trap 'kill -INT $gadget 2>/dev/null; wait $gadget 2>/dev/null; rm -rf "$work"' EXIT
+# $gadget is the subshell that runs the function; the program is its child.
+trap 'kill -INT $(pgrep -P $gadget) $gadget 2>/dev/null; wait $gadget 2>/dev/null; rm -rf "$work"' EXIT
 for _ in $(seq 600); do
   grep -q "^Sorvel gadget: " "$work/gadget.out" 2>/dev/null && break
   kill -0 $gadget 2>/dev/null || { cat "$work/gadget.err"; exit 1; }

@@ -247,8 +247,14 @@ int CurlCall::onProgress(void* self, curl_off_t downloadTotal, curl_off_t downlo
     bool upload = call->request_.body != nullptr;
     int64 done = upload ? uploadNow : downloadNow;
     int64 total = upload ? uploadTotal : downloadTotal;
-    if (call->request_.progress)
+    // The caller hears of progress a hundred times a second at most, and always of the end: a
+    // report per chunk would cost a message to the user-interface thread every few hundred
+    // microseconds at loopback speeds.
+    const bool finished = total > 0 && done >= total;
+    if (call->request_.progress &&
+        (finished || now - call->lastProgressNotified_ >= std::chrono::milliseconds(10) || done == 0))
     {
+        call->lastProgressNotified_ = now;
         ProgressState state;
         state.value = total > 0 ? std::min(1.0, static_cast<double>(done) / static_cast<double>(total)) : 0.0;
         state.flags = total > 0 ? 0 : 1;

@@ -107,6 +107,7 @@ private:
     bool headersSignalled_ = false;
     bool loadingSignalled_ = false;
     std::chrono::steady_clock::time_point lastProgressReport_{};
+    std::chrono::steady_clock::time_point lastProgressNotified_{};
     /// When bytes last moved in either direction, and the counts then: a call on which nothing
     /// moves for the stall time-out is ended (stalled_).
     std::chrono::steady_clock::time_point lastMoved_{};
