@@ -32,6 +32,7 @@ BatchRenderer::Outcome BatchRenderer::render(const std::vector<Task>& tasks, uns
         outcome.ok = true;
         return outcome;
     }
+    const unsigned cores = std::max(1u, workers);
     workers = std::clamp<unsigned>(workers, 1, static_cast<unsigned>(tasks.size()));
 
     std::atomic<bool> stop{false};   // every worker's cancel flag
@@ -53,6 +54,10 @@ BatchRenderer::Outcome BatchRenderer::render(const std::vector<Task>& tasks, uns
             WaveRenderer renderer(tasks[task].format);
             renderer.setCancelFlag(&stop, interrupt);
             renderer.setDitherSeed(ditherSeedFor(tasks[task].output));
+            // When fewer files are left than workers, a core would idle: the file is decoded on
+            // a thread of its own beside the rest of its render.
+            const std::size_t notTaken = tasks.size() - std::min(tasks.size(), next.load());
+            renderer.setDecodeAhead(notTaken + 1 < cores);
             RenderReport report;
             const bool rendered = renderer.render(tasks[task].source, tasks[task].output, report);
             std::lock_guard lock(mutex);

@@ -14,8 +14,10 @@ namespace Host {
 
 /// Renders a batch of files with several WaveRenderers at once, one file per worker at a time.
 ///
-/// Each file is decoded, resampled, dithered and written by one worker, so memory grows with the
-/// number of workers, not with the files' lengths. Each file's dither is seeded from its output
+/// Each file is resampled, dithered and written by one worker, so memory grows with the number of
+/// workers, not with the files' lengths. When fewer files are left than workers (the end of a
+/// batch, or a batch smaller than the machine), a file is decoded on a thread of its own a few
+/// blocks ahead, so that the cores that would idle share its work. Each file's dither is seeded from its output
 /// name, so its bytes are the same whatever the number of workers and the order they finish in.
 ///
 /// The first failure stops the other workers at their next block; so does the interrupt flag

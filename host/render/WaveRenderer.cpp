@@ -9,8 +9,12 @@
 
 #include <algorithm>
 #include <cmath>
+#include <condition_variable>
 #include <cstdio>
 #include <memory>
+#include <mutex>
+#include <optional>
+#include <thread>
 #include <system_error>
 #include <vector>
 
@@ -139,6 +143,109 @@ std::string soundFileError(SNDFILE* file)
     return text;
 }
 
+/// The source's blocks, one after another. With `ahead`, a thread of its own decodes up to a few
+/// blocks ahead of the caller, so that decoding and the rest of the render run on two cores; the
+/// blocks and their order are the same either way, and so are the output's bytes.
+class BlockReader
+{
+public:
+    BlockReader(SNDFILE* file, int channels, bool ahead) : file_(file)
+    {
+        for (Slot& slot : slots_)
+            slot.data.resize(static_cast<std::size_t>(kBlockFrames * channels));
+        if (ahead)
+            thread_ = std::thread([this] { decode(); });
+    }
+    ~BlockReader()
+    {
+        {
+            std::lock_guard lock(mutex_);
+            stopping_ = true;
+        }
+        changed_.notify_all();
+        if (thread_.joinable())
+            thread_.join();
+    }
+    BlockReader(const BlockReader&) = delete;
+    BlockReader& operator=(const BlockReader&) = delete;
+
+    /// The next block's frames (0 at the end, -1 after a read error: see error()); `data` points
+    /// at them until the next call.
+    sf_count_t next(const double*& data)
+    {
+        if (!thread_.joinable())
+        {
+            Slot& slot = slots_[0];
+            read(slot);
+            data = slot.data.data();
+            return slot.frames;
+        }
+        std::unique_lock lock(mutex_);
+        if (holding_)
+        {
+            ++consumed_; // the block handed out last time is free again
+            holding_ = false;
+            changed_.notify_all();
+        }
+        changed_.wait(lock, [this] { return produced_ > consumed_; });
+        Slot& slot = slots_[consumed_ % kSlots];
+        holding_ = true;
+        data = slot.data.data();
+        return slot.frames;
+    }
+    const std::string& error() const { return error_; }
+
+private:
+    static constexpr std::size_t kSlots = 4;
+    struct Slot
+    {
+        std::vector<double> data;
+        sf_count_t frames = 0;
+    };
+
+    void read(Slot& slot)
+    {
+        slot.frames = sf_readf_double(file_, slot.data.data(), kBlockFrames);
+        if (slot.frames <= 0 && sf_error(file_) != SF_ERR_NO_ERROR)
+        {
+            error_ = soundFileError(file_);
+            slot.frames = -1;
+        }
+        else if (slot.frames < 0)
+            slot.frames = 0;
+    }
+
+    void decode()
+    {
+        for (;;)
+        {
+            std::unique_lock lock(mutex_);
+            changed_.wait(lock, [this] { return stopping_ || produced_ - consumed_ < kSlots; });
+            if (stopping_)
+                return;
+            Slot& slot = slots_[produced_ % kSlots];
+            lock.unlock(); // the slot is this thread's until it is counted as produced
+            read(slot);
+            lock.lock();
+            ++produced_;
+            changed_.notify_all();
+            if (slot.frames <= 0)
+                return;
+        }
+    }
+
+    SNDFILE* file_;
+    Slot slots_[kSlots];
+    std::thread thread_;
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    std::uint64_t produced_ = 0;
+    std::uint64_t consumed_ = 0;
+    bool holding_ = false;
+    bool stopping_ = false;
+    std::string error_; // written before the failed block is counted as produced
+};
+
 } // namespace
 
 std::string WaveRenderer::checkTarget(const KVX::AudioFormat& target)
@@ -221,7 +328,8 @@ bool WaveRenderer::render(const std::filesystem::path& sourcePath, const std::fi
 
     SampleQuantizer quantizer = ditherSeed_ ? SampleQuantizer(target_.bitDepth, report.dithered, ditherSeed_)
                                             : SampleQuantizer(target_.bitDepth, report.dithered);
-    std::vector<double> sourceBlock(static_cast<std::size_t>(kBlockFrames * sourceChannels));
+    // Declared after the source, so that it stops reading before the source closes on any return.
+    std::optional<BlockReader> reader(std::in_place, source.get(), sourceChannels, decodeAhead_);
     std::vector<double> mixedBlock;
     std::vector<std::int32_t> samples;
     std::string writeError;
@@ -261,15 +369,13 @@ bool WaveRenderer::render(const std::filesystem::path& sourcePath, const std::fi
         if ((cancel_ && cancel_->load(std::memory_order_relaxed)) ||
             (alsoCancel_ && alsoCancel_->load(std::memory_order_relaxed)))
             return fail("Rendering " + quoted(sourcePath) + " was cancelled.");
-        const sf_count_t read = sf_readf_double(source.get(), sourceBlock.data(), kBlockFrames);
-        if (read <= 0)
-        {
-            if (sf_error(source.get()) != SF_ERR_NO_ERROR)
-                return fail("Cannot read " + quoted(sourcePath) + ": " + soundFileError(source.get()) + ".");
+        const double* block = nullptr;
+        const sf_count_t read = reader->next(block);
+        if (read < 0)
+            return fail("Cannot read " + quoted(sourcePath) + ": " + reader->error() + ".");
+        if (read == 0)
             break;
-        }
         report.framesRead += read;
-        const double* block = sourceBlock.data();
         if (mixFirst)
         {
             mix.apply(block, premixed.data(), static_cast<std::size_t>(read));
@@ -294,6 +400,7 @@ bool WaveRenderer::render(const std::filesystem::path& sourcePath, const std::fi
     const int closeError = sf_close(output.release());
     if (closeError != SF_ERR_NO_ERROR)
         return fail("Cannot write " + quoted(outputPath) + ": " + sf_error_number(closeError) + ".");
+    reader.reset();
     source.reset();
     if (std::string problem; !pending.commit(problem))
         return fail("Cannot write " + quoted(outputPath) + ": " + problem + ".");

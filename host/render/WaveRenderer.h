@@ -55,6 +55,9 @@ public:
     /// Fixes the dither's noise sequence. The same source, target and seed always give the same
     /// bytes, whichever thread renders and whatever else renders beside it.
     void setDitherSeed(std::uint64_t seed) { ditherSeed_ = seed; }
+    /// Decodes the source on a second thread, a few blocks ahead, so that one render keeps two
+    /// cores busy. The output's bytes are the same either way.
+    void setDecodeAhead(bool ahead) { decodeAhead_ = ahead; }
 
     /// Renders `source` to a WAV file at `output`, replacing a file of that name on success.
     bool render(const std::filesystem::path& source, const std::filesystem::path& output, RenderReport& report);
@@ -68,6 +71,7 @@ private:
     const std::atomic<bool>* cancel_ = nullptr;
     const std::atomic<bool>* alsoCancel_ = nullptr;
     std::uint64_t ditherSeed_ = 0; ///< 0: the quantizer's own default
+    bool decodeAhead_ = false;
 };
 
 } // namespace Host

@@ -1,6 +1,7 @@
 // Files rendered side by side: the same bytes whatever the number of workers, the first failure
 // or an interrupt stopping every worker, and nothing half-written left behind.
 #include "host/render/BatchRenderer.h"
+#include "host/render/WaveRenderer.h"
 
 #include "TestSound.h"
 
@@ -95,6 +96,23 @@ TEST(BatchRenderer, EveryFileHasTheSameBytesWhateverTheNumberOfWorkers)
     }
     ASSERT_EQ(parallel.reports.size(), sources.size());
     EXPECT_TRUE(parallel.reports[0].dithered);
+
+    // Decoding ahead on a second thread (as the last files of a batch are) changes no byte, and
+    // a cancel stops it too.
+    for (const bool ahead : {false, true})
+    {
+        Host::WaveRenderer renderer(cdStereo());
+        renderer.setDitherSeed(BatchRenderer::ditherSeedFor("take 3.wav"));
+        renderer.setDecodeAhead(ahead);
+        Host::RenderReport report;
+        const auto output = many / (ahead ? "ahead.wav" : "inline.wav");
+        ASSERT_TRUE(renderer.render(sources[3], output, report)) << report.error;
+        EXPECT_EQ(bytesOf(output), bytesOf(one / "take 3.wav")) << (ahead ? "decoded ahead" : "decoded inline");
+        std::atomic<bool> cancel{true};
+        renderer.setCancelFlag(&cancel);
+        EXPECT_FALSE(renderer.render(sources[3], many / "cancelled.wav", report));
+        EXPECT_FALSE(std::filesystem::exists(many / "cancelled.wav"));
+    }
 
     // The dither is the file's own: the same source under another name gets other noise.
     std::filesystem::copy_file(sources[0], in / "renamed.flac");
