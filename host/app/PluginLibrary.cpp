@@ -13,6 +13,18 @@ namespace Host {
 
 using namespace KVX;
 
+namespace {
+
+/// The folder this program is in, found from the running executable.
+std::filesystem::path programFolder()
+{
+    std::error_code error;
+    const std::filesystem::path program = std::filesystem::read_symlink("/proc/self/exe", error);
+    return error ? std::filesystem::path() : program.parent_path();
+}
+
+} // namespace
+
 std::vector<std::string> PluginLibrary::searchFolders()
 {
     std::vector<std::string> folders;
@@ -32,10 +44,8 @@ std::vector<std::string> PluginLibrary::searchFolders()
     else if (const char* home = std::getenv("HOME"); home && *home)
         folders.push_back(std::string(home) + "/.local/share/sorvel/plugins");
     // <prefix>/bin/sorvel finds <prefix>/lib/sorvel/plugins.
-    std::error_code error;
-    const std::filesystem::path program = std::filesystem::read_symlink("/proc/self/exe", error);
-    if (!error)
-        folders.push_back((program.parent_path().parent_path() / "lib" / "sorvel" / "plugins").string());
+    if (const std::filesystem::path here = programFolder(); !here.empty())
+        folders.push_back((here.parent_path() / "lib" / "sorvel" / "plugins").string());
     return folders;
 }
 
@@ -43,13 +53,16 @@ std::string PluginLibrary::defaultPath()
 {
     if (const char* path = std::getenv("SORVEL_PLUGIN"); path && *path)
         return path;
+    std::vector<std::filesystem::path> candidates;
     for (const std::string& folder : searchFolders())
-    {
-        const std::filesystem::path candidate = std::filesystem::path(folder) / "sorvel.so";
+        candidates.push_back(std::filesystem::path(folder) / "sorvel.so");
+    // In the build folder the plug-in is built beside the modules: <build>/bin/sorvel, <build>/lib/sorvel.so.
+    if (const std::filesystem::path here = programFolder(); !here.empty())
+        candidates.push_back(here.parent_path() / "lib" / "sorvel.so");
+    for (const std::filesystem::path& candidate : candidates)
         if (std::error_code error; std::filesystem::is_regular_file(candidate, error))
             return candidate.string();
-    }
-    return SORVEL_PLUGIN_FILE;
+    return {};
 }
 
 bool PluginLibrary::load(const std::string& path, std::string& error)

@@ -25,7 +25,8 @@ public:
     /// installed in (found from the program's own place, so a moved installation still works).
     static std::vector<std::string> searchFolders();
     /// Where the plug-in is: the file $SORVEL_PLUGIN names, else the first "sorvel.so" in
-    /// searchFolders(), else the library built beside this program in the build folder.
+    /// searchFolders(), else, run from the build folder, the library built there (../lib/sorvel.so);
+    /// empty when there is none.
     static std::string defaultPath();
 
     /// Loads the library at `path` and takes its factory; false with a sentence in `error`.

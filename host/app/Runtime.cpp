@@ -176,7 +176,18 @@ int Runtime::start()
     pages_ = makeRef<OpenedPages>();
     GetSystemShell()->setUrlOpener(pages_);
 
-    if (!plugin_.load(PluginLibrary::defaultPath(), error))
+    const std::string pluginPath = PluginLibrary::defaultPath();
+    if (pluginPath.empty())
+    {
+        std::string folders;
+        for (const std::string& folder : PluginLibrary::searchFolders())
+            folders += "\n  " + folder;
+        std::fprintf(stderr, "sorvel: no plug-in sorvel.so found; looked in:%s\nInstall it in one of them, or name it "
+                             "in SORVEL_PLUGIN.\n",
+                     folders.c_str());
+        return kConfiguration;
+    }
+    if (!plugin_.load(pluginPath, error))
     {
         std::fprintf(stderr, "sorvel: %s\n", error.c_str());
         return kServiceFailed;

@@ -151,8 +151,9 @@ class BlockReader
 public:
     BlockReader(SNDFILE* file, int channels, bool ahead) : file_(file)
     {
-        for (Slot& slot : slots_)
-            slot.data.resize(static_cast<std::size_t>(kBlockFrames * channels));
+        // Read inline, only the first slot is used.
+        for (std::size_t i = 0; i < (ahead ? kSlots : 1); ++i)
+            slots_[i].data.resize(static_cast<std::size_t>(kBlockFrames * channels));
         if (ahead)
             thread_ = std::thread([this] { decode(); });
     }

@@ -112,6 +112,15 @@ public:
     /// Points the program at another server for the next run.
     void useServer(const std::string& serverUrl) { service.serverUrl = serverUrl; }
 
+    /// `sorvel publish` of `file` into `product` with the demo login typed in, and `extra` flags.
+    ProgramRun publishAs(const std::string& product, const std::string& file, std::vector<std::string> extra = {})
+    {
+        std::vector<std::string> arguments = {"publish", "--user", login.username, "--password-stdin", "--no-progress"};
+        arguments.insert(arguments.end(), extra.begin(), extra.end());
+        arguments.insert(arguments.end(), {"--product", product, file});
+        return sorvel(arguments, login.password);
+    }
+
 protected:
     /// A fresh service for the next case, its faults and log empty.
     void restartService()
@@ -386,9 +395,7 @@ TEST_F(FaultSuite, AProductListThatCannotBeReadNeverLeadsToASecondProductOfTheSa
     {
         restartService();
         sandbox->injectFault(Endpoint::Titles, fault);
-        const ProgramRun run = sorvel({"publish", "--user", login.username, "--password-stdin", "--no-progress",
-                                       "--product", "Night Drive", file},
-                                      login.password);
+        const ProgramRun run = publishAs("Night Drive", file);
         EXPECT_EQ(run.exitCode, 1) << run.err;
         EXPECT_NE(run.err.find("the account's products could not be listed"), std::string::npos) << run.err;
         EXPECT_NE(run.err.find("Try again"), std::string::npos) << run.err;
@@ -406,13 +413,9 @@ TEST_F(FaultSuite, AProductListThatCannotBeReadNeverLeadsToASecondProductOfTheSa
 
     // Asked for explicitly, a new product is made even so, and even beside one of the same name.
     sandbox->injectFault(Endpoint::Titles, Fault::httpStatus(500));
-    run = sorvel({"publish", "--user", login.username, "--password-stdin", "--no-progress", "--new-product", "--product",
-                  "Night Drive", file},
-                 login.password);
+    run = publishAs("Night Drive", file, {"--new-product"});
     EXPECT_EQ(run.exitCode, 0) << run.err;
-    run = sorvel({"publish", "--user", login.username, "--password-stdin", "--no-progress", "--new-product", "--product",
-                  "Night Drive", file},
-                 login.password);
+    run = publishAs("Night Drive", file, {"--new-product"});
     EXPECT_EQ(run.exitCode, 0) << run.err;
     EXPECT_NE(run.out.find("Product: Night Drive (new)"), std::string::npos) << run.out;
     EXPECT_EQ(sandbox->requestLog().entries(Endpoint::CreateTitle).size(), 2u);
@@ -428,9 +431,7 @@ TEST_F(FaultSuite, AConnectionClosedWithoutAnAnswerIsNeverFollowedByTheSameReque
         SCOPED_TRACE(SorvelSandbox::endpointName(endpoint));
         restartService();
         sandbox->injectFault(endpoint, Fault::dropConnection());
-        const ProgramRun run = sorvel({"publish", "--user", login.username, "--password-stdin", "--no-progress",
-                                       "--product", "Single", file},
-                                      login.password);
+        const ProgramRun run = publishAs("Single", file);
         EXPECT_EQ(run.exitCode, 1) << run.err;
         EXPECT_NE(run.err.find("Upload failed!"), std::string::npos) << run.err;
         EXPECT_NE(run.err.find("the request was not sent again"), std::string::npos) << run.err;

@@ -76,6 +76,14 @@ cp "$tree/lib/sorvel/plugins/sorvel.so" "$home/.local/share/sorvel/plugins/"
 run env LD_DEBUG=libs "$tree/bin/sorvel" products >/dev/null 2>"$work/err" || fail "sorvel products failed"
 grep -q "calling init: $home/.local/share/sorvel/plugins/sorvel.so" "$work/err" || fail "the user's plug-in folder was not searched first"
 
+# Without a plug-in anywhere the program says where it looked, and nothing is loaded from the build.
+rm "$tree/lib/sorvel/plugins/sorvel.so" "$home/.local/share/sorvel/plugins/sorvel.so"
+status=0
+run "$tree/bin/sorvel" products >/dev/null 2>"$work/err" || status=$?
+[ "$status" = 4 ] || fail "no plug-in: exit $status, not 4"
+grep -q "no plug-in sorvel.so found; looked in:" "$work/err" || fail "no plug-in: $(cat "$work/err")"
+grep -qx "  $tree/lib/sorvel/plugins" "$work/err" || fail "the installed folder is not named: $(cat "$work/err")"
+
 # The manual page reads, the desktop entry is valid, the completion offers commands and options.
 gzip -dc "$tree/share/man/man1/sorvel.1.gz" | grep -q '^\.SH "*EXIT STATUS' || fail "the manual page has no EXIT STATUS section"
 desktop-file-validate "$tree/share/applications/sorvel.desktop" || fail "the desktop entry is not valid"
