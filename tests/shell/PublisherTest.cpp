@@ -11,6 +11,7 @@
 #include "plugin/controller/Manager.h"
 #include "plugin/views/TrackItem.h"
 #include "plugin/views/TrackList.h"
+#include "tests/plugin/AudioFolder.h"
 
 #include <gtest/gtest.h>
 #include <sndfile.h>
@@ -128,32 +129,13 @@ FileType wavType()
     return type;
 }
 
-class PublisherTest : public testing::Test
+class PublisherTest : public PluginTest::AudioFolder
 {
 protected:
-    void SetUp() override
-    {
-        ASSERT_EQ(RegisterAudioFileClass(), kResultOk);
-        char pattern[] = "/tmp/sorvel-publish-XXXXXX";
-        ASSERT_NE(mkdtemp(pattern), nullptr);
-        folder_ = pattern;
-    }
-    void TearDown() override { std::filesystem::remove_all(folder_); }
-
-    /// A short rendered file at `sampleRate`, and its URL.
+    /// A short rendered file (44.1 kHz 16-bit stereo unless `sampleRate` says otherwise), and its URL.
     std::string render(const std::string& name, int sampleRate = 44100)
     {
-        std::string path = folder_ + "/" + name;
-        SF_INFO info{};
-        info.samplerate = sampleRate;
-        info.channels = 2;
-        info.format = SF_FORMAT_WAV | SF_FORMAT_PCM_16;
-        SNDFILE* file = sf_open(path.c_str(), SFM_WRITE, &info);
-        EXPECT_NE(file, nullptr);
-        std::vector<short> frames(2 * 4410, 500);
-        sf_write_short(file, frames.data(), static_cast<sf_count_t>(frames.size()));
-        sf_close(file);
-        return Url::fromNativePath(String(path)).toDisplayString().toUtf8();
+        return write(name, SF_FORMAT_WAV | SF_FORMAT_PCM_16, sampleRate).toDisplayString().toUtf8();
     }
 
     static LocalTrack* listed(Manager& manager, int32 row)
@@ -167,8 +149,6 @@ protected:
         EXPECT_EQ(manager.lookupParameter("newProductName")->readValue(value), kResultOk);
         return std::string(value.text ? value.text : "", value.textLength);
     }
-
-    std::string folder_;
 };
 
 } // namespace
