@@ -60,59 +60,33 @@ bool sameBits(double a, double b)
     return std::memcmp(&a, &b, sizeof a) == 0;
 }
 
-/// Deep equality of two trees; doubles must match bit for bit.
-testing::AssertionResult sameTree(const Variant& a, const Variant& b, const std::string& path = "$")
+/// The tree as text in which every difference shows: kinds spelled out, texts by their length,
+/// doubles by their bits.
+std::string dump(const Variant& value)
 {
-    if (a.type() != b.type())
-        return testing::AssertionFailure() << path << ": types " << a.type() << " and " << b.type();
-    switch (a.type())
+    auto text = [](std::string_view bytes) { return std::to_string(bytes.size()) + ":" + std::string(bytes) + " "; };
+    if (Attributes* object = value.asObject<Attributes>())
     {
-    case Variant::kEmpty:
-        return testing::AssertionSuccess();
-    case Variant::kInt:
-        if (a.asInt() != b.asInt())
-            return testing::AssertionFailure() << path << ": " << a.asInt() << " != " << b.asInt();
-        return testing::AssertionSuccess();
-    case Variant::kDouble:
-        if (!sameBits(a.asDouble(), b.asDouble()))
-            return testing::AssertionFailure() << path << ": " << a.asDouble() << " != " << b.asDouble();
-        return testing::AssertionSuccess();
-    case Variant::kString:
-        if (a.asString() != b.asString())
-            return testing::AssertionFailure() << path << ": strings differ";
-        return testing::AssertionSuccess();
-    case Variant::kObject:
-        break;
+        std::string out = "{";
+        for (const Attributes::Member& member : *object)
+            out += text(member.name.view()) + dump(member.value);
+        return out + "}";
     }
-    if (Attributes* x = a.asObject<Attributes>())
+    if (AttributeArray* array = value.asObject<AttributeArray>())
     {
-        Attributes* y = b.asObject<Attributes>();
-        if (!y || x->count() != y->count())
-            return testing::AssertionFailure() << path << ": objects differ in kind or size";
-        for (size_t i = 0; i < x->count(); ++i)
-        {
-            if (x->at(i).name != y->at(i).name)
-                return testing::AssertionFailure() << path << ": member " << i << " names differ";
-            auto result = sameTree(x->at(i).value, y->at(i).value, path + "." + std::string(x->at(i).name.view()));
-            if (!result)
-                return result;
-        }
-        return testing::AssertionSuccess();
+        std::string out = "[";
+        for (const Variant& element : *array)
+            out += dump(element);
+        return out + "]";
     }
-    if (AttributeArray* x = a.asObject<AttributeArray>())
-    {
-        AttributeArray* y = b.asObject<AttributeArray>();
-        if (!y || x->count() != y->count())
-            return testing::AssertionFailure() << path << ": arrays differ in kind or size";
-        for (size_t i = 0; i < x->count(); ++i)
-        {
-            auto result = sameTree(x->at(i), y->at(i), path + "[" + std::to_string(i) + "]");
-            if (!result)
-                return result;
-        }
-        return testing::AssertionSuccess();
-    }
-    return testing::AssertionFailure() << path << ": not a JSON container";
+    if (value.isObject())
+        return "not a JSON container";
+    if (!value.isDouble())
+        return std::to_string(value.type()) + text(value.toString().toUtf8());
+    const double number = value.asDouble();
+    uint64 bits = 0;
+    std::memcpy(&bits, &number, sizeof bits);
+    return "d" + std::to_string(bits) + " ";
 }
 
 bool isUtf8(const std::string& text)
@@ -180,7 +154,7 @@ TEST(JsonConformance, AcceptsEveryValidAndRejectsEveryInvalidSuiteDocument)
         EXPECT_TRUE(isUtf8(text)) << name;
         Variant again;
         ASSERT_EQ(parse(text, again), kResultOk) << name << ": " << text;
-        EXPECT_TRUE(sameTree(result, again)) << name;
+        EXPECT_EQ(dump(again), dump(result)) << name;
     }
     EXPECT_EQ(valid, 95);
     EXPECT_EQ(invalid, 188);
@@ -212,7 +186,6 @@ TEST(JsonNumbers, IntegralNumbersStayExactIntegersThroughARoundTrip)
         EXPECT_EQ(value.asInt(), c.value) << c.text;
         std::string text = stringify(value);
         EXPECT_EQ(text, c.text);
-        EXPECT_TRUE(sameTree(parsed(text), value)) << c.text;
     }
 
     // Minus zero has no integer form.
@@ -279,8 +252,7 @@ TEST(JsonNumbers, DoublesReadCorrectlyRoundedAndWriteBackExactly)
         Variant value = parsed(c.text);
         ASSERT_TRUE(value.isDouble()) << c.text;
         EXPECT_TRUE(sameBits(value.asDouble(), c.value)) << c.text << " read as " << value.asDouble();
-        Variant again = parsed(stringify(value));
-        EXPECT_TRUE(sameTree(again, value)) << c.text << " written as " << stringify(value);
+        EXPECT_EQ(dump(parsed(stringify(value))), dump(value)) << c.text << " written as " << stringify(value);
     }
 
     // An integral double keeps a fraction, so it reads back as a double.
@@ -309,142 +281,72 @@ TEST(JsonNumbers, DoublesReadCorrectlyRoundedAndWriteBackExactly)
             continue;
         ++checked;
         Variant value(number);
-        Variant again = parsed(stringify(value));
-        ASSERT_TRUE(sameTree(again, value)) << stringify(value);
+        ASSERT_EQ(dump(parsed(stringify(value))), dump(value)) << stringify(value);
     }
 }
 
-TEST(JsonValues, ObjectsAndArraysKeepTheirOrderAndLiteralsMapToIntegersAndEmpty)
+TEST(JsonValues, DocumentsReadIntoTheTreeTheyWriteBackAs)
 {
-    const char* text = R"({"z":1,"a":{"y":[3,"two",1.5,null,true,false,{},[]],"b":{}},"m":[]})";
-    Variant root = parsed(text);
-    Attributes* object = root.asObject<Attributes>();
-    ASSERT_NE(object, nullptr);
-    ASSERT_EQ(object->count(), 3u);
-    EXPECT_EQ(object->at(0).name, "z");
-    EXPECT_EQ(object->at(1).name, "a");
-    EXPECT_EQ(object->at(2).name, "m");
-
-    Attributes* inner = object->getAttributes("a");
-    ASSERT_NE(inner, nullptr);
-    ASSERT_EQ(inner->count(), 2u);
-    EXPECT_EQ(inner->at(0).name, "y");
-    EXPECT_EQ(inner->at(1).name, "b");
-    AttributeArray* list = inner->getArray("y");
-    ASSERT_NE(list, nullptr);
-    ASSERT_EQ(list->count(), 8u);
-    EXPECT_EQ(list->at(0), Variant(3));
-    EXPECT_EQ(list->at(1), Variant("two"));
-    EXPECT_EQ(list->at(2), Variant(1.5));
-    EXPECT_TRUE(list->at(3).isEmpty());
-    EXPECT_EQ(list->at(4), Variant(1));
-    EXPECT_EQ(list->at(5), Variant(0));
-    EXPECT_NE(list->getAttributes(6), nullptr);
-    EXPECT_NE(list->at(7).asObject<AttributeArray>(), nullptr);
-    EXPECT_EQ(object->getArray("m")->count(), 0u);
-
-    EXPECT_EQ(stringify(root), R"({"z":1,"a":{"y":[3,"two",1.5,null,1,0,{},[]],"b":{}},"m":[]})");
-
-    // White space anywhere between tokens gives the same tree.
-    EXPECT_TRUE(sameTree(parsed(" \t\r\n{ \"z\" : 1 ,\"a\":{\"y\":[ 3,\"two\",1.5 ,null,true,false,{ },[\n]],"
-                                "\"b\":{}},\"m\":[]}\n\n"),
-                         root));
-
-    // A scalar root is a document too, and a successful parse replaces the previous value.
-    Variant scalar("previous");
-    ASSERT_EQ(parse("null", scalar), kResultOk);
-    EXPECT_TRUE(scalar.isEmpty());
-    ASSERT_EQ(parse(" \"s\" ", scalar), kResultOk);
-    EXPECT_EQ(scalar, Variant("s"));
-}
-
-TEST(JsonValues, ARepeatedNameKeepsItsFirstPlaceAndItsLastValue)
-{
-    Variant root = parsed(R"({"a":1,"b":2,"a":3,"c":{"x":1,"x":[2]},"b":"last"})");
-    Attributes* object = root.asObject<Attributes>();
-    ASSERT_NE(object, nullptr);
-    ASSERT_EQ(object->count(), 3u);
-    EXPECT_EQ(object->at(0).name, "a");
-    EXPECT_EQ(object->at(0).value, Variant(3));
-    EXPECT_EQ(object->at(1).name, "b");
-    EXPECT_EQ(object->at(1).value, Variant("last"));
-    EXPECT_EQ(object->at(2).name, "c");
-    Attributes* inner = object->getAttributes("c");
-    ASSERT_NE(inner, nullptr);
-    ASSERT_EQ(inner->count(), 1u);
-    ASSERT_NE(inner->getArray("x"), nullptr);
-    EXPECT_EQ(inner->getArray("x")->at(0), Variant(2));
-
-    // The same in an object with many members, and names that differ only after a NUL.
-    std::string text = "{";
+    // What was read shows in what it writes: the writer spells every kind apart (1 and 1.0, {}
+    // and [], null) and is held to exact text by the tests of its own further down.
+    std::string many = "{", manyWritten = "{";
     for (int i = 0; i < 40; ++i)
-        text += "\"k" + std::to_string(i) + "\":" + std::to_string(i) + ",";
-    text += R"("k5":"five","k\u0000":1,"k\u0000x":2,"k39":-39,"k\u0000":3})";
-    Variant many = parsed(text);
-    Attributes* members = many.asObject<Attributes>();
-    ASSERT_NE(members, nullptr);
-    ASSERT_EQ(members->count(), 42u);
-    for (int i = 0; i < 40; ++i)
-        EXPECT_EQ(members->at(static_cast<size_t>(i)).name, "k" + std::to_string(i));
-    EXPECT_EQ(members->getString("k5"), "five");
-    EXPECT_EQ(members->getInt64("k4"), 4);
-    EXPECT_EQ(members->getInt64("k39"), -39);
-    EXPECT_EQ(members->at(40).name, CString("k\0", 2));
-    EXPECT_EQ(members->at(40).value, Variant(3));
-    EXPECT_EQ(members->at(41).name, CString("k\0x", 3));
-    EXPECT_EQ(members->at(41).value, Variant(2));
-}
-
-TEST(JsonValues, StringsKeepNulsAndUnicodeAndAreEscapedOnOutput)
-{
-    Variant withNul = parsed(R"("a\u0000b")");
-    ASSERT_TRUE(withNul.isString());
-    EXPECT_EQ(withNul.asString().toUtf8(), std::string("a\0b", 3));
-    EXPECT_EQ(stringify(withNul), R"("a\u0000b")");
-
-    const std::string unicode = "\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80"; // é € and an emoji
-    EXPECT_EQ(parsed(R"("\u00e9\u20AC\ud83d\ude00")").asString().toUtf8(), unicode);
-    EXPECT_EQ(parsed("\"" + unicode + "\"").asString().toUtf8(), unicode);
-    // Non-ASCII text is written as it is, not escaped.
-    EXPECT_EQ(stringify(Variant(String(unicode))), "\"" + unicode + "\"");
-
-    EXPECT_EQ(parsed(R"("\"\\\/\b\f\n\r\t")").asString().toUtf8(), "\"\\/\b\f\n\r\t");
-    EXPECT_EQ(stringify(Variant(String("q\"b\\s/\b\f\n\r\t\x01\x1f\x7f\0"sv))),
-              R"("q\"b\\s/\b\f\n\r\t\u0001\u001F)"
-              "\x7f"
-              R"(\u0000")");
-
-    // Member names too.
-    Variant object = parsed(R"({"n\u0000\u00e9\"":"v"})");
-    Attributes* attributes = object.asObject<Attributes>();
-    ASSERT_NE(attributes, nullptr);
-    ASSERT_EQ(attributes->count(), 1u);
-    EXPECT_EQ(attributes->at(0).name, CString("n\0\xC3\xA9\"", 5));
-    EXPECT_EQ(stringify(object), "{\"n\\u0000\xC3\xA9\\\"\":\"v\"}");
-
-    // A name that is not UTF-8 is written with U+FFFD in place of the bad bytes.
-    auto bad = makeRef<Attributes>();
-    bad->add("\xFFx", 1);
-    bad->add("\xC3\xA9", 2);
-    EXPECT_EQ(stringify(Variant(bad)), "{\"\xEF\xBF\xBDx\":1,\"\xC3\xA9\":2}");
+    {
+        const std::string name = "\"k" + std::to_string(i) + "\":";
+        many += name + std::to_string(i) + ",";
+        manyWritten += name + (i == 5 ? "\"five\"" : std::to_string(i == 39 ? -39 : i)) + ",";
+    }
+    std::string large = "[{";
+    for (int i = 0; i < 1000; ++i)
+        large += (i ? ",\"k" : "\"k") + std::to_string(i) + "\":" + std::to_string(i);
+    const std::string tree = R"({"z":1,"a":{"y":[3,"two",1.5,null,1,0,{},[]],"b":{}},"m":[]})";
+    const std::string unicode = "\"\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80\""; // é € and an emoji
+    const std::pair<std::string, std::string> cases[] = {
+        // Members and elements keep their order; true, false and null become 1, 0 and empty.
+        {R"({"z":1,"a":{"y":[3,"two",1.5,null,true,false,{},[]],"b":{}},"m":[]})", tree},
+        {" \t\r\n{ \"z\" : 1 ,\"a\":{\"y\":[ 3,\"two\",1.5 ,null,true,false,{ },[\n]],\"b\":{}},\"m\":[]}\n\t\r ",
+         tree},
+        // A scalar root is a document too, and replaces the previous value.
+        {"null", "null"},
+        {" \"s\" ", "\"s\""},
+        // A repeated name keeps its first place and its last value, in small and large objects
+        // and with names that differ only after a NUL.
+        {R"({"a":1,"b":2,"a":3,"c":{"x":1,"x":[2]},"b":"last"})", R"({"a":3,"b":"last","c":{"x":[2]}})"},
+        {many + R"("k5":"five","k\u0000":1,"k\u0000x":2,"k39":-39,"k\u0000":3})",
+         manyWritten + R"("k\u0000":3,"k\u0000x":2})"},
+        // Records after the first are read expecting the names of the one before; each one that
+        // differs, repeats a name or stops early is still read by the rule, also after a large one.
+        {R"([{"a":1,"b":2},{"a":3,"b":4},{"a":5,"b":6,"a":7},{"a":8,"b":9},{"a":10},{"b":11,"a":12,"b":13},)"
+         R"({"a":14,"b":15,"c":16},{"a":{"x":1,"x":2},"b":[{"y":1},{"y":2,"y":3}]},{"a":17,"a":18}])",
+         R"([{"a":1,"b":2},{"a":3,"b":4},{"a":7,"b":6},{"a":8,"b":9},{"a":10},{"b":13,"a":12},)"
+         R"({"a":14,"b":15,"c":16},{"a":{"x":2},"b":[{"y":1},{"y":3}]},{"a":18}])"},
+        {large + R"(},{"k0":1},{"k0":2,"k0":3},[],[1,2],[3]])", large + R"(},{"k0":1},{"k0":3},[],[1,2],[3]])"},
+        // Strings and names keep NULs and read escapes; non-ASCII text is written as it is.
+        {R"("a\u0000b")", R"("a\u0000b")"},
+        {R"("\u00e9\u20AC\ud83d\ude00")", unicode},
+        {unicode, unicode},
+        {R"("\"\\\/\b\f\n\r\t")", R"("\"\\/\b\f\n\r\t")"},
+        {R"({"n\u0000\u00e9\"":"v"})", "{\"n\\u0000\xC3\xA9\\\"\":\"v\"}"},
+    };
+    for (const auto& [document, written] : cases)
+    {
+        Variant result("previous");
+        ASSERT_EQ(parse(document, result), kResultOk) << document.substr(0, 80);
+        EXPECT_EQ(stringify(result), written) << document.substr(0, 80);
+    }
 }
 
 TEST(JsonParse, InvalidDocumentsFailWholeAndLeaveTheResultUntouched)
 {
+    // The conformance cases above hold most ways to break a document; these are ones they lack
+    // or leave to the reader (a byte order mark, bytes that are not UTF-8).
     const std::string_view documents[] = {
-        "", " ", "\n\t", "[", "]", "{", "}", "[1,]", "[,1]", "[1 2]", "{\"a\"}", "{\"a\":}", "{\"a\":1,}", "{1:2}",
-        "{'a':1}", "[1]x", "[1][2]", "1 2", "{} {}", "nul", "tru", "nulll", "True", "[01]", "01", "-", "1.", ".5",
-        "+1", "1e", "1e+", "0x10", "NaN", "[Infinity]", "-Infinity", "[1] /* comment */", "// comment\n[1]",
-        "\xEF\xBB\xBF[1]", "[\f1]",
+        "}", "{\"a\":}", "1 2", "nulll", "\xEF\xBB\xBF[1]",
         // NUL bytes anywhere are not white space and never end the input early.
         "[1]\0"sv, "\0[1]"sv, "[1\0]"sv, "[1,\0 2]"sv, "1\0"sv, "\0"sv, "[\"a\0b\"]"sv, "{\"a\0\":1}"sv, "[1]\n\0"sv,
-        // Raw control characters in strings, bad escapes, unpaired surrogates.
-        "[\"\t\"]", "\"\n\"", "\"\\x41\"", "\"\\u12\"", "\"\\u12G4\"", "\"\\'\"", "\"\\ud800\"", "\"\\udc00\"",
-        "\"\\ud800\\u0041\"", "\"\\ud800x\"", "\"a\\udfffb\"", "{\"\\udc00\":1}", "\"abc",
-        // Bytes that are not UTF-8, in values and in names.
+        // Bytes that are not UTF-8, in values and in names (unpaired surrogate escapes: below).
         "\"\xFF\"", "\"\xC0\xAF\"", "\"\xC1\xBF\"", "\"\xE0\x80\xAF\"", "\"\xED\xA0\x80\"", "\"\xED\xBF\xBF\"",
         "\"\xF4\x90\x80\x80\"", "\"\xF8\x88\x80\x80\x80\"", "\"\xE2\x82\"", "\"\x80\"", "\"a\xC3\"", "{\"\xFE\":1}",
-        "[\xC3\xA9]",
     };
     for (std::string_view document : documents)
     {
@@ -487,9 +389,6 @@ TEST(JsonParse, ReadsExactlyTheGivenLength)
     ASSERT_EQ(Json::parse(number, 2, result), kResultOk);
     EXPECT_EQ(result, Variant(12));
 
-    // JSON white space may follow the root value, up to the end.
-    EXPECT_TRUE(parsed("[1] \t\r\n").isObject());
-
     // The length limit is checked before anything is read.
     std::string large(Text::JsonReader::kMaxLength + 1, ' ');
     large[0] = '0';
@@ -502,18 +401,7 @@ TEST(JsonParse, ReadsExactlyTheGivenLength)
 
 TEST(JsonParse, NestingIsLimitedWithoutExhaustingTheStack)
 {
-    Variant deepest = parsed(nestedArrays(kMaxDepth));
-    int depth = 0;
-    const Variant* level = &deepest;
-    while (AttributeArray* array = level->asObject<AttributeArray>())
-    {
-        ++depth;
-        if (array->count() == 0)
-            break;
-        level = &array->at(0);
-    }
-    EXPECT_EQ(depth, kMaxDepth);
-    EXPECT_EQ(stringify(deepest), nestedArrays(kMaxDepth));
+    EXPECT_EQ(stringify(parsed(nestedArrays(kMaxDepth))), nestedArrays(kMaxDepth));
     EXPECT_TRUE(parsed(nestedObjects(kMaxDepth)).isObject());
 
     for (const std::string& document :
@@ -543,6 +431,12 @@ TEST(JsonStringify, WritesCompactTextOrRefusesWhatJsonCannotHold)
     EXPECT_EQ(stringify(Variant()), "null");
     EXPECT_EQ(stringify(Variant("x")), "\"x\"");
 
+    // A name that is not UTF-8 is written with U+FFFD in place of the bad bytes.
+    auto bad = makeRef<Attributes>();
+    bad->add("\xFFx", 1);
+    bad->add("\xC3\xA9", 2);
+    EXPECT_EQ(stringify(Variant(bad)), "{\"\xEF\xBF\xBDx\":1,\"\xC3\xA9\":2}");
+
     // Values without a JSON form, at the root or deep inside.
     const double notFinite[] = {std::numeric_limits<double>::quiet_NaN(), std::numeric_limits<double>::infinity(),
                                 -std::numeric_limits<double>::infinity()};
@@ -561,7 +455,6 @@ TEST(JsonStringify, WritesCompactTextOrRefusesWhatJsonCannotHold)
     EXPECT_EQ(stringifyResult(Variant(holder)), kInvalidArgument);
 
     // Missing pointers.
-    Variant value(1);
     EXPECT_EQ(CreateJsonWriter(nullptr), nullptr);
 
     // Nesting deeper than a document may hold, and a list that contains itself.
@@ -748,8 +641,8 @@ TEST(JsonStringify, EscapesEveryByteThatNeedsItWhereverItStands)
 {
     // Texts are passed over several bytes at a time: a byte to escape must be found at every
     // offset and next to any other, and bytes from 0x80 up pass unchanged.
-    const std::string_view specials[] = {"\"", "\\", "\x01", "\x1f", "\n", "\0"sv, "\x7f", "\xC3\xA9", " ", "!", "#",
-                                         "[", "]"};
+    const std::string_view specials[] = {"\"", "\\", "\x01", "\x1f", "\b", "\f", "\n", "\r", "\t", "\0"sv, "\x7f",
+                                         "\xC3\xA9", "/", " ", "!", "#", "[", "]"};
     for (size_t length = 0; length <= 40; ++length)
         for (size_t at = 0; at <= length; ++at)
             for (std::string_view special : specials)
@@ -800,50 +693,4 @@ TEST(JsonParse, AnUnpairedSurrogateIsFoundAtAnyOffset)
         EXPECT_EQ(parsed("\"" + before + "\\ud7ff\\ue000\"").asString().toUtf8(), before + "\xED\x9F\xBF\xEE\x80\x80");
         EXPECT_EQ(parsed("\"" + before + "\xED\x9F\xBF\"").asString().toUtf8(), before + "\xED\x9F\xBF");
     }
-}
-
-TEST(JsonValues, RecordsOfTheSameShapeFollowTheRepeatedNameRuleEachOnItsOwn)
-{
-    // Records after the first are read expecting the names of the one before; each one that
-    // differs, repeats a name or stops early is still read by the rule.
-    const char* text = R"([{"a":1,"b":2},{"a":3,"b":4},{"a":5,"b":6,"a":7},{"a":8,"b":9},{"a":10},)"
-                       R"({"b":11,"a":12,"b":13},{"a":14,"b":15,"c":16},{"a":{"x":1,"x":2},"b":[{"y":1},{"y":2,"y":3}]},)"
-                       R"({"a":17,"a":18}])";
-    Variant root = parsed(text);
-    AttributeArray* records = root.asObject<AttributeArray>();
-    ASSERT_NE(records, nullptr);
-    ASSERT_EQ(records->count(), 9u);
-    auto describe = [](const Attributes* object) {
-        std::string out;
-        for (const Attributes::Member& member : *object)
-            out += std::string(member.name.view()) + "=" + member.value.toString().toUtf8() + " ";
-        return out;
-    };
-    const char* expected[] = {"a=1 b=2 ", "a=3 b=4 ", "a=7 b=6 ", "a=8 b=9 ", "a=10 ",
-                              "b=13 a=12 ", "a=14 b=15 c=16 ", "a= b= ", "a=18 "};
-    for (size_t i = 0; i < records->count(); ++i)
-    {
-        ASSERT_NE(records->getAttributes(i), nullptr) << i;
-        EXPECT_EQ(describe(records->getAttributes(i)), expected[i]) << i;
-    }
-    Attributes* nested = records->getAttributes(7);
-    EXPECT_EQ(nested->getAttributes("a")->count(), 1u);
-    EXPECT_EQ(nested->getAttributes("a")->getInt64("x"), 2);
-    EXPECT_EQ(nested->getArray("b")->getAttributes(1)->count(), 1u);
-    EXPECT_EQ(nested->getArray("b")->getAttributes(1)->getInt64("y"), 3);
-
-    // A large record does not change how the small ones after it read.
-    std::string many = "[{";
-    for (int i = 0; i < 1000; ++i)
-        many += (i ? ",\"k" : "\"k") + std::to_string(i) + "\":" + std::to_string(i);
-    many += R"(},{"k0":1},{"k0":2,"k0":3},[],[1,2],[3]])";
-    Variant list = parsed(many);
-    AttributeArray* items = list.asObject<AttributeArray>();
-    ASSERT_NE(items, nullptr);
-    ASSERT_EQ(items->count(), 6u);
-    EXPECT_EQ(items->getAttributes(0)->count(), 1000u);
-    EXPECT_EQ(items->getAttributes(0)->getInt64("k999"), 999);
-    EXPECT_EQ(describe(items->getAttributes(1)), "k0=1 ");
-    EXPECT_EQ(describe(items->getAttributes(2)), "k0=3 ");
-    EXPECT_TRUE(stringify(list).ends_with(R"("k999":999},{"k0":1},{"k0":3},[],[1,2],[3]])")) << stringify(list);
 }

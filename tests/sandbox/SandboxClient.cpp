@@ -1,7 +1,7 @@
 #include "SandboxClient.h"
 
 #include <gtest/gtest.h>
-#include <openssl/evp.h>
+#include <rapidjson/pointer.h>
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
 
@@ -14,47 +14,39 @@ namespace SandboxTesting
 namespace
 {
 
+using Produce = std::function<size_t(char*, size_t)>;
+
 size_t collect(char* data, size_t size, size_t count, void* target)
 {
     static_cast<std::string*>(target)->append(data, size * count);
     return size * count;
 }
 
-std::string digestHex(const EVP_MD* type, const std::string& bytes)
+size_t produceBody(char* buffer, size_t size, size_t count, void* produce)
 {
-    unsigned char digest[EVP_MAX_MD_SIZE];
-    unsigned length = 0;
-    EXPECT_EQ(EVP_Digest(bytes.data(), bytes.size(), digest, &length, type, nullptr), 1);
-    std::string hex;
+    return (*static_cast<const Produce*>(produce))(buffer, size * count);
+}
+
+std::string toHex(const unsigned char* bytes, unsigned length)
+{
+    std::string text;
     char pair[3];
     for (unsigned i = 0; i < length; ++i)
     {
-        std::snprintf(pair, sizeof pair, "%02x", digest[i]);
-        hex += pair;
+        std::snprintf(pair, sizeof pair, "%02x", bytes[i]);
+        text += pair;
     }
-    return hex;
+    return text;
 }
 
-struct Producer
+// The value at `path` of a JSON text; null when the text is no JSON or has nothing there.
+const rapidjson::Value* valueAt(rapidjson::Document& document, const std::string& text, const char* path)
 {
-    const std::function<size_t(char*, size_t)>* produce;
-};
-
-size_t produceBody(char* buffer, size_t size, size_t count, void* state)
-{
-    return (*static_cast<Producer*>(state)->produce)(buffer, size * count);
+    document.Parse(text.c_str(), text.size());
+    return document.HasParseError() ? nullptr : rapidjson::Pointer(path).Get(document);
 }
 
 } // namespace
-
-Http::Http() : curl(curl_easy_init())
-{
-}
-
-Http::~Http()
-{
-    curl_easy_cleanup(curl);
-}
 
 HttpReply Http::perform(const std::string& url, curl_slist* headers)
 {
@@ -85,21 +77,18 @@ HttpReply Http::post(const std::string& url, const std::string& body, const std:
     curl_easy_setopt(curl, CURLOPT_POST, 1L);
     curl_easy_setopt(curl, CURLOPT_POSTFIELDS, body.data());
     curl_easy_setopt(curl, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(body.size()));
-    curl_slist* headers = curl_slist_append(nullptr, ("Content-Type: " + contentType).c_str());
-    return perform(url, headers);
+    return perform(url, curl_slist_append(nullptr, ("Content-Type: " + contentType).c_str()));
 }
 
 HttpReply Http::postStream(const std::string& url, const std::string& contentType, uint64_t length,
-                           const std::function<size_t(char*, size_t)>& produce)
+                           const Produce& produce)
 {
-    Producer producer{&produce};
     curl_easy_setopt(curl, CURLOPT_POST, 1L);
     curl_easy_setopt(curl, CURLOPT_READFUNCTION, produceBody);
-    curl_easy_setopt(curl, CURLOPT_READDATA, &producer);
+    curl_easy_setopt(curl, CURLOPT_READDATA, const_cast<Produce*>(&produce));
     curl_easy_setopt(curl, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(length));
     curl_slist* headers = curl_slist_append(nullptr, ("Content-Type: " + contentType).c_str());
-    headers = curl_slist_append(headers, "Expect:");
-    return perform(url, headers);
+    return perform(url, curl_slist_append(headers, "Expect:"));
 }
 
 std::string jsonObject(const JsonMembers& members)
@@ -127,65 +116,34 @@ rapidjson::Document parseJson(const std::string& text)
     return document;
 }
 
-std::string escapeQuery(const std::string& text)
+std::string query(const Parameters& parameters)
 {
-    char* escaped = curl_easy_escape(nullptr, text.c_str(), static_cast<int>(text.size()));
-    std::string result(escaped);
-    curl_free(escaped);
-    return result;
-}
-
-std::string query(const std::vector<std::pair<std::string, std::string>>& parameters)
-{
+    auto escape = [](const std::string& text) {
+        char* escaped = curl_easy_escape(nullptr, text.c_str(), static_cast<int>(text.size()));
+        std::string result(escaped);
+        curl_free(escaped);
+        return result;
+    };
     std::string text;
     for (const auto& [name, value] : parameters)
-        text += (text.empty() ? "?" : "&") + escapeQuery(name) + "=" + escapeQuery(value);
+        text += (text.empty() ? "?" : "&") + escape(name) + "=" + escape(value);
     return text;
 }
 
-std::string md5Hex(const std::string& bytes)
+std::string digestHex(const char* algorithm, const std::string& bytes)
 {
-    return digestHex(EVP_md5(), bytes);
-}
-
-std::string sha1Hex(const std::string& bytes)
-{
-    return digestHex(EVP_sha1(), bytes);
-}
-
-std::string sha256Hex(const std::string& bytes)
-{
-    return digestHex(EVP_sha256(), bytes);
-}
-
-Sha256::Sha256() : context(EVP_MD_CTX_new())
-{
-    EVP_DigestInit_ex(static_cast<EVP_MD_CTX*>(context), EVP_sha256(), nullptr);
-}
-
-Sha256::~Sha256()
-{
-    EVP_MD_CTX_free(static_cast<EVP_MD_CTX*>(context));
-}
-
-void Sha256::update(const char* data, size_t length)
-{
-    EVP_DigestUpdate(static_cast<EVP_MD_CTX*>(context), data, length);
+    unsigned char digest[EVP_MAX_MD_SIZE];
+    unsigned length = 0;
+    EXPECT_EQ(EVP_Digest(bytes.data(), bytes.size(), digest, &length, EVP_get_digestbyname(algorithm), nullptr), 1);
+    return toHex(digest, length);
 }
 
 std::string Sha256::hex()
 {
     unsigned char digest[EVP_MAX_MD_SIZE];
     unsigned length = 0;
-    EVP_DigestFinal_ex(static_cast<EVP_MD_CTX*>(context), digest, &length);
-    std::string hex;
-    char pair[3];
-    for (unsigned i = 0; i < length; ++i)
-    {
-        std::snprintf(pair, sizeof pair, "%02x", digest[i]);
-        hex += pair;
-    }
-    return hex;
+    EVP_DigestFinal_ex(context, digest, &length);
+    return toHex(digest, length);
 }
 
 std::string clientTimestamp(long offsetSeconds)
@@ -198,30 +156,17 @@ std::string clientTimestamp(long offsetSeconds)
     return text;
 }
 
-std::vector<std::pair<std::string, std::string>> SignedIn::authQuery() const
-{
-    return {{"token", token}, {"timestamp", timestamp}, {"account_id", accountId}, {"partner_id", partnerId}};
-}
-
-JsonMembers SignedIn::authMembers() const
-{
-    return {{"token", token}, {"timestamp", timestamp}, {"account_id", accountId}, {"partner_id", partnerId}};
-}
-
-std::string signInBody(const SorvelSandbox::Sandbox& sandbox, const std::string& username, const std::string& password,
+std::string signInBody(const Sandbox& sandbox, const std::string& username, const std::string& password,
                        const std::string& timestamp)
 {
-    const std::string partnerId = sandbox.partnerId();
-    const std::string partnerKey = sandbox.partnerKey();
-    return jsonObject({{"partner_id", partnerId},
+    return jsonObject({{"partner_id", sandbox.partnerId()},
                        {"username", username},
                        {"timestamp", timestamp},
-                       {"password", sha1Hex(password + timestamp + partnerKey)},
-                       {"signature", md5Hex(partnerId + partnerKey)}});
+                       {"password", sha1Hex(password + timestamp + sandbox.partnerKey())},
+                       {"signature", partnerSignature(sandbox)}});
 }
 
-SignedIn signIn(Http& http, const SorvelSandbox::Sandbox& sandbox, const std::string& username,
-                const std::string& password)
+SignedIn signIn(Http& http, const Sandbox& sandbox, const std::string& username, const std::string& password)
 {
     HttpReply reply = http.post(sandbox.baseUrl() + "users/auth/token",
                                 signInBody(sandbox, username, password, clientTimestamp()), "application/json");
@@ -242,13 +187,38 @@ SignedIn signIn(Http& http, const SorvelSandbox::Sandbox& sandbox, const std::st
     return session;
 }
 
-SignedIn signInAsDemo(Http& http, const SorvelSandbox::Sandbox& sandbox)
+SignedIn signInAsDemo(Http& http, const Sandbox& sandbox)
 {
-    const SorvelSandbox::Sandbox::Login login = sandbox.demoLogin();
+    const Sandbox::Login login = sandbox.demoLogin();
     return signIn(http, sandbox, login.username, login.password);
 }
 
-UploadTicket uploadToken(Http& http, const SorvelSandbox::Sandbox& sandbox, const SignedIn& session, int64_t trackId)
+HttpReply titlesInDetail(Http& http, const Sandbox& sandbox, const SignedIn& session)
+{
+    return http.get(sandbox.baseUrl() + "titles" + query(changed(session.authQuery(), "view", "detail")));
+}
+
+HttpReply createTitle(Http& http, const Sandbox& sandbox, const SignedIn& session, const std::string& name)
+{
+    const JsonMembers members = session.withAuth({{"name", name}, {"artist_name", "A"}, {"upc", ""}});
+    return http.post(sandbox.baseUrl() + "titles", jsonObject(members), "application/json");
+}
+
+std::string webLoginUrl(const Sandbox& sandbox, const std::string& username, const std::string& password,
+                        long offsetSeconds, const Parameters& more)
+{
+    const std::string timestamp = clientTimestamp(offsetSeconds);
+    Parameters parameters = {{"partner_id", sandbox.partnerId()},
+                             {"signature", partnerSignature(sandbox)},
+                             {"username", username},
+                             {"password", sha1Hex(password + timestamp + sandbox.partnerKey())},
+                             {"timestamp", timestamp}};
+    for (const auto& [name, value] : more)
+        parameters = changed(parameters, name, value);
+    return sandbox.loginUrl() + query(parameters);
+}
+
+UploadTicket uploadToken(Http& http, const Sandbox& sandbox, const SignedIn& session, int64_t trackId)
 {
     HttpReply reply = http.get(sandbox.baseUrl() + "tracks/" + std::to_string(trackId) + "/upload_token" +
                                query(session.authQuery()));
@@ -268,8 +238,7 @@ UploadTicket uploadToken(Http& http, const SorvelSandbox::Sandbox& sandbox, cons
     return ticket;
 }
 
-std::string uploadBodyHead(const std::string& boundary, const std::vector<std::pair<std::string, std::string>>& fields,
-                           const std::string& fileName)
+std::string uploadBodyHead(const std::string& boundary, const Parameters& fields, const std::string& fileName)
 {
     std::string body;
     auto field = [&](const std::string& name, const std::string& value) {
@@ -283,40 +252,18 @@ std::string uploadBodyHead(const std::string& boundary, const std::vector<std::p
     return body;
 }
 
-std::string uploadBodyTail(const std::string& boundary)
-{
-    return "\r\n--" + boundary + "--\r\n";
-}
-
-std::string uploadBody(const std::string& boundary, const std::vector<std::pair<std::string, std::string>>& fields,
-                       const std::string& fileName, const std::string& fileBytes)
-{
-    return uploadBodyHead(boundary, fields, fileName) + fileBytes + uploadBodyTail(boundary);
-}
-
-std::string uploadContentType(const std::string& boundary)
-{
-    return "multipart/form-data; boundary=" + boundary;
-}
-
 int statusCode(const std::string& replyBody)
 {
     rapidjson::Document document;
-    document.Parse(replyBody.c_str(), replyBody.size());
-    if (document.HasParseError() || !document.IsObject() || !document.HasMember("status_code") ||
-        !document["status_code"].IsInt())
-        return -1;
-    return document["status_code"].GetInt();
+    const rapidjson::Value* code = valueAt(document, replyBody, "/status_code");
+    return code && code->IsInt() ? code->GetInt() : -1;
 }
 
 std::string errorText(const std::string& replyBody)
 {
     rapidjson::Document document;
-    document.Parse(replyBody.c_str(), replyBody.size());
-    if (document.HasParseError() || !document.IsObject() || !document.HasMember("data") ||
-        !document["data"].IsObject() || !document["data"].HasMember("error"))
-        return {};
-    return document["data"]["error"].GetString();
+    const rapidjson::Value* error = valueAt(document, replyBody, "/data/error");
+    return error && error->IsString() ? error->GetString() : "";
 }
 
 uint64_t peakResidentBytes()

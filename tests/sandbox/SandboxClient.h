@@ -7,17 +7,23 @@
 #include "sandbox/Sandbox.h"
 
 #include <curl/curl.h>
+#include <openssl/evp.h>
 #include <rapidjson/document.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <type_traits>
 #include <utility>
 #include <variant>
 #include <vector>
 
 namespace SandboxTesting
 {
+
+using SorvelSandbox::Sandbox;
+using Parameters = std::vector<std::pair<std::string, std::string>>;
 
 struct HttpReply
 {
@@ -30,8 +36,8 @@ struct HttpReply
 class Http
 {
 public:
-    Http();
-    ~Http();
+    Http() : curl(curl_easy_init()) {}
+    ~Http() { curl_easy_cleanup(curl); }
     Http(const Http&) = delete;
     Http& operator=(const Http&) = delete;
 
@@ -59,27 +65,47 @@ using JsonMembers = std::vector<std::pair<std::string, JsonValue>>;
 std::string jsonObject(const JsonMembers& members);
 // Parses a reply that must be JSON; a parse failure fails the calling test.
 rapidjson::Document parseJson(const std::string& text);
-std::string escapeQuery(const std::string& text);
-std::string query(const std::vector<std::pair<std::string, std::string>>& parameters);
+std::string query(const Parameters& parameters);
+// The pairs with the value of `name` replaced, or with the pair added at the end when there is none.
+template <typename Value>
+std::vector<std::pair<std::string, Value>> changed(std::vector<std::pair<std::string, Value>> pairs,
+                                                   const std::string& name, const std::type_identity_t<Value>& value)
+{
+    auto same = std::find_if(pairs.begin(), pairs.end(), [&](const auto& pair) { return pair.first == name; });
+    if (same == pairs.end())
+        pairs.emplace_back(name, value);
+    else
+        same->second = value;
+    return pairs;
+}
 
-std::string md5Hex(const std::string& bytes);
-std::string sha1Hex(const std::string& bytes);
-std::string sha256Hex(const std::string& bytes);
+// The digest, in lower-case hexadecimal, of the algorithm of that name ("MD5", "SHA1", "SHA256").
+std::string digestHex(const char* algorithm, const std::string& bytes);
+inline std::string md5Hex(const std::string& bytes) { return digestHex("MD5", bytes); }
+inline std::string sha1Hex(const std::string& bytes) { return digestHex("SHA1", bytes); }
+inline std::string sha256Hex(const std::string& bytes) { return digestHex("SHA256", bytes); }
 // Incremental SHA-256, for bodies too large to hold.
 class Sha256
 {
 public:
-    Sha256();
-    ~Sha256();
-    void update(const char* data, size_t length);
+    Sha256() { EVP_DigestInit_ex(context, EVP_sha256(), nullptr); }
+    ~Sha256() { EVP_MD_CTX_free(context); }
+    Sha256(const Sha256&) = delete;
+    Sha256& operator=(const Sha256&) = delete;
+    void update(const char* data, size_t length) { EVP_DigestUpdate(context, data, length); }
     std::string hex();
 
 private:
-    void* context;
+    EVP_MD_CTX* context = EVP_MD_CTX_new();
 };
 
 // "YYYY-MM-DDTHH:MM:SS" in UTC, `offsetSeconds` away from now.
 std::string clientTimestamp(long offsetSeconds = 0);
+// The partner's signature: the MD5 of the partner id and key.
+inline std::string partnerSignature(const Sandbox& sandbox)
+{
+    return md5Hex(sandbox.partnerId() + sandbox.partnerKey());
+}
 
 struct SignedIn
 {
@@ -88,33 +114,54 @@ struct SignedIn
     std::string accountId;
     std::string partnerId;
 
-    std::vector<std::pair<std::string, std::string>> authQuery() const;
-    JsonMembers authMembers() const;
+    Parameters authQuery() const
+    {
+        return {{"token", token}, {"timestamp", timestamp}, {"account_id", accountId}, {"partner_id", partnerId}};
+    }
+    // The members followed by the authorization members.
+    JsonMembers withAuth(JsonMembers members) const
+    {
+        for (const auto& [name, value] : authQuery())
+            members.emplace_back(name, value);
+        return members;
+    }
+    JsonMembers authMembers() const { return withAuth({}); }
 };
 
 // The sign-in body, members in the order the client sends them.
-std::string signInBody(const SorvelSandbox::Sandbox& sandbox, const std::string& username, const std::string& password,
+std::string signInBody(const Sandbox& sandbox, const std::string& username, const std::string& password,
                        const std::string& timestamp);
 // Signs in and fails the calling test unless the service accepts.
-SignedIn signIn(Http& http, const SorvelSandbox::Sandbox& sandbox, const std::string& username,
-                const std::string& password);
-SignedIn signInAsDemo(Http& http, const SorvelSandbox::Sandbox& sandbox);
+SignedIn signIn(Http& http, const Sandbox& sandbox, const std::string& username, const std::string& password);
+SignedIn signInAsDemo(Http& http, const Sandbox& sandbox);
+// The account's titles with their tracks.
+HttpReply titlesInDetail(Http& http, const Sandbox& sandbox, const SignedIn& session);
+// Creates a title of that name, artist "A" and no UPC.
+HttpReply createTitle(Http& http, const Sandbox& sandbox, const SignedIn& session, const std::string& name);
+// The web login page signed for the account; `more` replaces signed parameters of its names and adds the others.
+std::string webLoginUrl(const Sandbox& sandbox, const std::string& username, const std::string& password,
+                        long offsetSeconds = 0, const Parameters& more = {});
 
 struct UploadTicket
 {
     std::string url;
-    std::vector<std::pair<std::string, std::string>> fields; // post_data, numbers as decimal text
+    Parameters fields; // post_data, numbers as decimal text
 };
-UploadTicket uploadToken(Http& http, const SorvelSandbox::Sandbox& sandbox, const SignedIn& session, int64_t trackId);
+UploadTicket uploadToken(Http& http, const Sandbox& sandbox, const SignedIn& session, int64_t trackId);
 
-// The exact multipart body the plug-in sends: the fields, the "Content-Type" field, the file part.
-std::string uploadBody(const std::string& boundary, const std::vector<std::pair<std::string, std::string>>& fields,
-                       const std::string& fileName, const std::string& fileBytes);
-std::string uploadContentType(const std::string& boundary);
 // The first part of uploadBody, up to and including the blank line after the file part's headers.
-std::string uploadBodyHead(const std::string& boundary, const std::vector<std::pair<std::string, std::string>>& fields,
-                           const std::string& fileName);
-std::string uploadBodyTail(const std::string& boundary);
+std::string uploadBodyHead(const std::string& boundary, const Parameters& fields, const std::string& fileName);
+inline std::string uploadBodyTail(const std::string& boundary) { return "\r\n--" + boundary + "--\r\n"; }
+// The exact multipart body the plug-in sends: the fields, the "Content-Type" field, the file part.
+inline std::string uploadBody(const std::string& boundary, const Parameters& fields, const std::string& fileName,
+                              const std::string& fileBytes)
+{
+    return uploadBodyHead(boundary, fields, fileName) + fileBytes + uploadBodyTail(boundary);
+}
+inline std::string uploadContentType(const std::string& boundary)
+{
+    return "multipart/form-data; boundary=" + boundary;
+}
 
 // The service's "status_code" of an envelope reply, or -1 when the body is no envelope.
 int statusCode(const std::string& replyBody);

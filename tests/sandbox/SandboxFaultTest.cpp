@@ -23,17 +23,8 @@ protected:
         session = signInAsDemo(http, sandbox);
     }
 
-    HttpReply titles()
-    {
-        auto parameters = session.authQuery();
-        parameters.emplace_back("view", "detail");
-        return http.get(api("titles") + query(parameters));
-    }
-
-    HttpReply createTitle(const std::string& name)
-    {
-        return postJson("titles", with({{"name", name}, {"artist_name", "A"}, {"upc", ""}}, session.authMembers()));
-    }
+    HttpReply titles() { return titlesInDetail(http, sandbox, session); }
+    HttpReply create(const std::string& name) { return createTitle(http, sandbox, session, name); }
 
     size_t titleCount() const { return sandbox.accounts().at(0).titles.size(); }
 
@@ -56,10 +47,10 @@ TEST_F(SandboxFault, StatusCodesHitTheNthRequestOfTheirEndpointOnly)
     EXPECT_EQ(statusCode(titles().body), 200);
 
     const size_t before = titleCount();
-    reply = createTitle("Refused");
+    reply = create("Refused");
     EXPECT_EQ(statusCode(reply.body), 500);
     EXPECT_EQ(titleCount(), before);
-    EXPECT_EQ(statusCode(createTitle("Accepted").body), 200);
+    EXPECT_EQ(statusCode(create("Accepted").body), 200);
     EXPECT_EQ(titleCount(), before + 1);
 
     // A fault armed for several requests covers exactly those.
@@ -95,7 +86,7 @@ TEST_F(SandboxFault, SpoiledBodiesReachTheClientWhileTheRequestTakesEffect)
 
     const size_t before = titleCount();
     sandbox.injectFault(Endpoint::CreateTitle, Fault::truncatedBody());
-    HttpReply created = createTitle("Lost reply");
+    HttpReply created = create("Lost reply");
     EXPECT_EQ(statusCode(created.body), -1);
     EXPECT_EQ(titleCount(), before + 1);
 }
@@ -116,16 +107,14 @@ TEST_F(SandboxFault, ADroppedConnectionGetsNoReplyAndChangesNothing)
     const size_t logged = sandbox.requestLog().size();
     // A fresh connection: on a reused one libcurl would quietly send the request again.
     Http fresh;
-    HttpReply reply = fresh.post(api("titles"),
-                                 jsonObject(with({{"name", "Dropped"}, {"artist_name", "A"}, {"upc", ""}}, session.authMembers())),
-                                 "application/json");
+    HttpReply reply = createTitle(fresh, sandbox, session, "Dropped");
     EXPECT_NE(reply.result, CURLE_OK);
     EXPECT_EQ(reply.status, 0);
     EXPECT_EQ(titleCount(), before);
     // The client may see the reset before the server has logged the request.
     ASSERT_TRUE(sandbox.requestLog().waitForSize(logged + 1, std::chrono::seconds(10)));
     EXPECT_EQ(sandbox.requestLog().entries(Endpoint::CreateTitle).at(0).fault, Fault::Kind::DropConnection);
-    EXPECT_EQ(statusCode(createTitle("Kept").body), 200);
+    EXPECT_EQ(statusCode(create("Kept").body), 200);
 }
 
 TEST_F(SandboxFault, TheUploadTargetAnswersTheChosenHttpStatus)

@@ -16,7 +16,6 @@
 #include <unistd.h>
 
 using namespace SandboxTesting;
-using SorvelSandbox::Sandbox;
 
 extern char** environ;
 
@@ -93,8 +92,7 @@ struct ProgramResult
 
 // Runs sorvel-sandbox with the arguments and waits for it; the given signal is sent once the
 // output holds `waitFor`. Gives up, killing the program, after ten seconds.
-ProgramResult runProgram(const std::vector<std::string>& arguments, const std::string& waitFor = {},
-                         int signal = SIGTERM)
+ProgramResult runProgram(std::vector<std::string> arguments, const std::string& waitFor = {}, int signal = SIGTERM)
 {
     int pipeEnds[2];
     EXPECT_EQ(pipe(pipeEnds), 0);
@@ -103,10 +101,9 @@ ProgramResult runProgram(const std::vector<std::string>& arguments, const std::s
     posix_spawn_file_actions_adddup2(&actions, pipeEnds[1], 1);
     posix_spawn_file_actions_adddup2(&actions, pipeEnds[1], 2);
     posix_spawn_file_actions_addclose(&actions, pipeEnds[0]);
-    std::vector<std::string> all = {SORVEL_SANDBOX_PROGRAM};
-    all.insert(all.end(), arguments.begin(), arguments.end());
+    arguments.insert(arguments.begin(), SORVEL_SANDBOX_PROGRAM);
     std::vector<char*> argv;
-    for (std::string& argument : all)
+    for (std::string& argument : arguments)
         argv.push_back(argument.data());
     argv.push_back(nullptr);
     pid_t child = 0;
@@ -153,29 +150,21 @@ TEST(SandboxSetup, TheDataFolderKeepsCatalogueAndFilesAcrossRestarts)
     Sandbox::Options options;
     options.dataDir = folder.path.string();
     int64_t titleId = 0, trackId = 0;
-    std::string sha256;
     {
         Sandbox sandbox;
         std::string error;
         ASSERT_GT(sandbox.start(options, error), 0) << error;
         Http http;
         const SignedIn session = signInAsDemo(http, sandbox);
-        HttpReply reply = http.post(sandbox.baseUrl() + "titles",
-                                    jsonObject({{"name", "Kept"}, {"artist_name", "A"}, {"upc", "1"}, {"token", session.token},
-                                                {"timestamp", session.timestamp}, {"account_id", session.accountId},
-                                                {"partner_id", session.partnerId}}),
+        titleId = parseJson(createTitle(http, sandbox, session, "Kept").body)["data"]["id"].GetInt64();
+        const JsonMembers track = {{"name", "T"}, {"isrc", ""}, {"genre", ""}, {"comment", ""}, {"arranger", ""},
+                                   {"composer", ""}, {"songwriter", ""}, {"title_id", std::to_string(titleId)}};
+        HttpReply reply = http.post(sandbox.baseUrl() + "tracks", jsonObject(session.withAuth(track)),
                                     "application/json");
-        titleId = parseJson(reply.body)["data"]["id"].GetInt64();
-        JsonMembers track = {{"name", "T"}, {"isrc", ""}, {"genre", ""}, {"comment", ""}, {"arranger", ""},
-                             {"composer", ""}, {"songwriter", ""}, {"title_id", std::to_string(titleId)}};
-        const JsonMembers auth = session.authMembers();
-        track.insert(track.end(), auth.begin(), auth.end());
-        reply = http.post(sandbox.baseUrl() + "tracks", jsonObject(track), "application/json");
         trackId = parseJson(reply.body)["data"]["id"].GetInt64();
         const UploadTicket ticket = uploadToken(http, sandbox, session, trackId);
         ASSERT_EQ(http.post(ticket.url, uploadBody("b", ticket.fields, "t.wav", "kept bytes"), uploadContentType("b")).status,
                   201);
-        sha256 = sandbox.storedFiles().at(0).sha256;
     }
 
     Sandbox sandbox;
@@ -189,19 +178,14 @@ TEST(SandboxSetup, TheDataFolderKeepsCatalogueAndFilesAcrossRestarts)
     EXPECT_EQ(kept.tracks[0].id, trackId);
     const std::vector<SorvelSandbox::StoredFile> stored = sandbox.storedFiles();
     ASSERT_EQ(stored.size(), 1u);
-    EXPECT_EQ(stored[0].sha256, sha256);
+    EXPECT_EQ(stored[0].sha256, sha256Hex("kept bytes"));
     EXPECT_EQ(readWholeFile(stored[0].path), "kept bytes");
     EXPECT_EQ(kept.tracks[0].uploadId, stored[0].uploadId);
 
     // New records continue after the kept ones.
     Http http;
     const SignedIn session = signInAsDemo(http, sandbox);
-    HttpReply reply = http.post(sandbox.baseUrl() + "titles",
-                                jsonObject({{"name", "Next"}, {"artist_name", ""}, {"upc", ""}, {"token", session.token},
-                                            {"timestamp", session.timestamp}, {"account_id", session.accountId},
-                                            {"partner_id", session.partnerId}}),
-                                "application/json");
-    EXPECT_EQ(parseJson(reply.body)["data"]["id"].GetInt64(), titleId + 1);
+    EXPECT_EQ(parseJson(createTitle(http, sandbox, session, "Next").body)["data"]["id"].GetInt64(), titleId + 1);
 }
 
 TEST(SandboxSetup, ASeedFileDefinesTheAccountsAndBadOnesAreRefusedClearly)
@@ -223,21 +207,13 @@ TEST(SandboxSetup, ASeedFileDefinesTheAccountsAndBadOnesAreRefusedClearly)
     const SignedIn second = signIn(http, sandbox, "second", "p\xC3\xA4ss");
     EXPECT_EQ(second.accountId, "8");
     const SignedIn first = signIn(http, sandbox, "first", "pass one");
-    auto parameters = first.authQuery();
-    parameters.emplace_back("view", "detail");
-    rapidjson::Document titles = parseJson(http.get(sandbox.baseUrl() + "titles" + query(parameters)).body);
+    rapidjson::Document titles = parseJson(titlesInDetail(http, sandbox, first).body);
     ASSERT_EQ(titles["data"].Size(), 1u);
     EXPECT_EQ(titles["data"][0]["tracks"][0]["track_number"].GetInt(), 1);
     EXPECT_GT(titles["data"][0]["tracks"][0]["id"].GetInt64(), 0);
 
     // Text from the catalogue is escaped on the web pages.
-    const std::string timestamp = clientTimestamp();
-    HttpReply page = http.get(sandbox.loginUrl() +
-                              query({{"partner_id", sandbox.partnerId()},
-                                     {"signature", md5Hex(sandbox.partnerId() + sandbox.partnerKey())},
-                                     {"username", "first"},
-                                     {"password", sha1Hex("pass one" + timestamp + sandbox.partnerKey())},
-                                     {"timestamp", timestamp}}));
+    HttpReply page = http.get(webLoginUrl(sandbox, "first", "pass one"));
     EXPECT_NE(page.body.find("Band &lt;&amp;&gt;"), std::string::npos) << page.body;
     EXPECT_EQ(page.body.find("Band <&>"), std::string::npos);
 

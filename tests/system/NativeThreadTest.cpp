@@ -57,13 +57,15 @@ Ref<INativeThread> createThread(const char* name)
     return Ref<INativeThread>::adopt(CreateNativeThread(name));
 }
 
-// Runs `body` on a new thread called `name` and waits for its end.
-void runOnThread(const char* name, std::function<void()> body,
-                 int32 priority = INativeThread::kPriorityNormal)
+// Runs `body` on a new thread called `name`, set up with the priority and affinity, and waits for
+// its end.
+void runOnThread(const char* name, std::function<void()> body, int32 priority = INativeThread::kPriorityNormal,
+                 uint64 affinity = 0)
 {
     auto thread = createThread(name);
     ASSERT_TRUE(thread);
     ASSERT_EQ(thread->setPriority(priority), kResultOk);
+    ASSERT_EQ(thread->setProcessorAffinity(affinity), kResultOk);
     auto runnable = makeRef<TestRunnable>(std::move(body));
     ASSERT_EQ(thread->start(runnable), kResultOk);
     ASSERT_TRUE(thread->wait(5000));
@@ -76,41 +78,36 @@ std::string currentThreadName()
     return name;
 }
 
-} // namespace
-
-TEST(NativeThread, RunsTheRunnableOnANamedThreadThatHoldsItUntilRunReturns)
+// A thread whose runnable, once started, blocks until `release` opens. It is released and waited
+// for at the end, so that a failed check cannot leave it blocked on a gate that is gone.
+struct HeldThread
 {
-    auto thread = createThread("User Thread");
-    ASSERT_TRUE(thread);
-    Gate started, release;
-    std::string seenName;
-    pid_t seenThread = 0;
-    auto runnable = makeRef<TestRunnable>([&] {
-        seenName = currentThreadName();
-        seenThread = gettid();
+    explicit HeldThread(const char* name, Gate* destroyed = nullptr)
+        : thread(createThread(name)), runnable(makeRef<TestRunnable>([this] { hold(); }, destroyed))
+    {
+    }
+    ~HeldThread()
+    {
+        release.open();
+        if (thread)
+            thread->wait(5000);
+    }
+    // Starts the thread and waits until run() has begun.
+    bool start() { return thread->start(runnable) == kResultOk && started.passWithin(5000); }
+    void hold()
+    {
         started.open();
         release.pass();
-    });
-    EXPECT_FALSE(thread->isRunning());
-    ASSERT_EQ(thread->start(runnable), kResultOk);
-    ASSERT_TRUE(started.passWithin(5000));
+    }
 
-    EXPECT_TRUE(thread->isRunning());
-    EXPECT_FALSE(thread->wait(20)) << "the runnable is still blocked";
-    EXPECT_EQ(runnable->referenceCount(), 2u) << "the thread holds the runnable while it runs";
-    EXPECT_EQ(thread->start(runnable), kUnexpected) << "a thread starts once";
+    Gate started, release;
+    Ref<INativeThread> thread;
+    Ref<TestRunnable> runnable;
+};
 
-    release.open();
-    ASSERT_TRUE(thread->wait(5000));
-    EXPECT_FALSE(thread->isRunning());
-    EXPECT_EQ(runnable->referenceCount(), 1u) << "released as soon as run() returned";
-    EXPECT_EQ(seenName, "User Thread");
-    EXPECT_NE(seenThread, gettid());
-    EXPECT_TRUE(thread->wait(0)) << "waiting again for a finished thread";
-    EXPECT_EQ(thread->start(runnable), kUnexpected);
-}
+} // namespace
 
-TEST(NativeThread, NamesAreCutToFifteenBytesAtACharacterBoundary)
+TEST(NativeThread, RunsOnAThreadOfItsOwnWithTheNameCutToFifteenBytesAtACharacterBoundary)
 {
     struct Case
     {
@@ -123,11 +120,41 @@ TEST(NativeThread, NamesAreCutToFifteenBytesAtACharacterBoundary)
           Case{"\u00dcbertr\u00e4ger", "\u00dcbertr\u00e4ger"}, Case{"123456789012345", "123456789012345"}})
     {
         std::string seen;
-        runOnThread(c.given, [&] { seen = currentThreadName(); });
+        pid_t ranOn = gettid();
+        runOnThread(c.given, [&] {
+            seen = currentThreadName();
+            ranOn = gettid();
+        });
         EXPECT_EQ(seen, c.expected) << c.given;
+        EXPECT_NE(ranOn, gettid());
     }
     EXPECT_EQ(CreateNativeThread(nullptr), nullptr);
     EXPECT_EQ(CreateNativeThread(""), nullptr);
+}
+
+TEST(NativeThread, HoldsTheRunnableWhileItRunsAndTerminateLetsItGoButStillFollowsIt)
+{
+    HeldThread held("Stuck Worker");
+    ASSERT_TRUE(held.start());
+    EXPECT_TRUE(held.thread->isRunning());
+    EXPECT_EQ(held.runnable->referenceCount(), 2u) << "the thread holds the runnable while it runs";
+    EXPECT_EQ(held.thread->start(held.runnable), kUnexpected) << "a thread starts once";
+
+    testing::internal::CaptureStderr();
+    const tresult result = held.thread->terminate();
+    const std::string reported = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(result, kUnexpected) << "a running thread is never killed";
+    EXPECT_NE(reported.find("\"Stuck Worker\""), std::string::npos) << reported;
+    EXPECT_TRUE(held.thread->isRunning());
+    EXPECT_FALSE(held.thread->wait(20)) << "the runnable is still blocked";
+
+    held.release.open();
+    ASSERT_TRUE(held.thread->wait(5000)) << "a thread let go can still be waited for";
+    EXPECT_FALSE(held.thread->isRunning());
+    EXPECT_EQ(held.runnable->referenceCount(), 1u) << "released as soon as run() returned";
+    EXPECT_TRUE(held.thread->wait(0)) << "waiting again for a finished thread";
+    EXPECT_EQ(held.thread->start(held.runnable), kUnexpected);
+    EXPECT_EQ(held.thread->terminate(), kResultOk) << "nothing left to stop";
 }
 
 TEST(NativeThread, RefusesBadArgumentsAndSettingsAfterStart)
@@ -138,20 +165,17 @@ TEST(NativeThread, RefusesBadArgumentsAndSettingsAfterStart)
     EXPECT_TRUE(idle->wait(0)) << "a thread that never started has nothing to wait for";
     EXPECT_EQ(idle->terminate(), kResultOk);
 
-    auto thread = createThread("Settings");
-    EXPECT_EQ(thread->setPriority(-1), kInvalidArgument);
-    EXPECT_EQ(thread->setPriority(2), kInvalidArgument) << "no level above the creator's";
-    EXPECT_EQ(thread->setPriority(INativeThread::kPriorityLow), kResultOk);
-    EXPECT_EQ(thread->setProcessorAffinity(0), kResultOk);
-
-    Gate release;
-    auto runnable = makeRef<TestRunnable>([&] { release.pass(); });
-    ASSERT_EQ(thread->start(runnable), kResultOk);
-    EXPECT_EQ(thread->setPriority(INativeThread::kPriorityNormal), kUnexpected);
-    EXPECT_EQ(thread->setProcessorAffinity(0), kUnexpected);
-    release.open();
-    ASSERT_TRUE(thread->wait(5000));
-    EXPECT_EQ(thread->setPriority(INativeThread::kPriorityNormal), kUnexpected);
+    HeldThread held("Settings");
+    EXPECT_EQ(held.thread->setPriority(-1), kInvalidArgument);
+    EXPECT_EQ(held.thread->setPriority(2), kInvalidArgument) << "no level above the creator's";
+    EXPECT_EQ(held.thread->setPriority(INativeThread::kPriorityLow), kResultOk);
+    EXPECT_EQ(held.thread->setProcessorAffinity(0), kResultOk);
+    ASSERT_TRUE(held.start());
+    EXPECT_EQ(held.thread->setPriority(INativeThread::kPriorityNormal), kUnexpected);
+    EXPECT_EQ(held.thread->setProcessorAffinity(0), kUnexpected);
+    held.release.open();
+    ASSERT_TRUE(held.thread->wait(5000));
+    EXPECT_EQ(held.thread->setPriority(INativeThread::kPriorityNormal), kUnexpected);
 }
 
 TEST(NativeThread, LowPriorityIsTenStepsNicerThanTheCreatorAndNormalKeepsItsPriority)
@@ -182,69 +206,28 @@ TEST(NativeThread, ProcessorAffinityPinsTheThreadAndRefusesUnavailableProcessors
     }
     ASSERT_GE(first, 0);
 
-    auto thread = createThread("Pinned");
-    ASSERT_EQ(thread->setProcessorAffinity(uint64(1) << first), kResultOk);
     cpu_set_t seen;
     CPU_ZERO(&seen);
-    auto runnable = makeRef<TestRunnable>([&] { sched_getaffinity(0, sizeof(seen), &seen); });
-    ASSERT_EQ(thread->start(runnable), kResultOk);
-    ASSERT_TRUE(thread->wait(5000));
+    runOnThread("Pinned", [&] { sched_getaffinity(0, sizeof(seen), &seen); }, INativeThread::kPriorityNormal,
+                uint64(1) << first);
     EXPECT_EQ(CPU_COUNT(&seen), 1);
     EXPECT_TRUE(CPU_ISSET(first, &seen));
-
     if (missing >= 0)
     {
-        auto other = createThread("Nowhere");
-        EXPECT_EQ(other->setProcessorAffinity(uint64(1) << missing), kInvalidArgument);
+        EXPECT_EQ(createThread("Nowhere")->setProcessorAffinity(uint64(1) << missing), kInvalidArgument);
     }
-}
-
-TEST(NativeThread, TerminateLetsARunningThreadGoAndSaysSoButStillFollowsIt)
-{
-    auto thread = createThread("Stuck Worker");
-    Gate started, release;
-    auto runnable = makeRef<TestRunnable>([&] {
-        started.open();
-        release.pass();
-    });
-    ASSERT_EQ(thread->start(runnable), kResultOk);
-    ASSERT_TRUE(started.passWithin(5000));
-
-    testing::internal::CaptureStderr();
-    const tresult result = thread->terminate();
-    const std::string reported = testing::internal::GetCapturedStderr();
-    EXPECT_EQ(result, kUnexpected) << "a running thread is never killed";
-    EXPECT_NE(reported.find("\"Stuck Worker\""), std::string::npos) << reported;
-    EXPECT_TRUE(thread->isRunning());
-    EXPECT_FALSE(thread->wait(10));
-
-    release.open();
-    ASSERT_TRUE(thread->wait(5000)) << "a thread let go can still be waited for";
-    EXPECT_FALSE(thread->isRunning());
-    EXPECT_EQ(runnable->referenceCount(), 1u);
-    EXPECT_EQ(thread->terminate(), kResultOk) << "nothing left to stop";
 }
 
 TEST(NativeThread, KeepsRunningWhenItsOwnerLetsGoAndReleasesTheRunnableAtTheEnd)
 {
-    Gate started, release, destroyed;
-    std::atomic<bool> finished{false};
-    {
-        auto thread = createThread("Orphan");
-        auto runnable = makeRef<TestRunnable>(
-            [&] {
-                started.open();
-                release.pass();
-                finished = true;
-            },
-            &destroyed);
-        ASSERT_EQ(thread->start(runnable), kResultOk);
-    }
-    ASSERT_TRUE(started.passWithin(5000));
+    Gate destroyed;
+    HeldThread held("Orphan", &destroyed);
+    ASSERT_TRUE(held.start());
+    held.thread.reset();
+    held.runnable.reset();
     EXPECT_FALSE(destroyed.isOpen()) << "the thread still holds the runnable";
-    release.open();
-    ASSERT_TRUE(destroyed.passWithin(5000)) << "the thread drops the runnable when run() returns";
-    EXPECT_TRUE(finished);
+    held.release.open();
+    EXPECT_TRUE(destroyed.passWithin(5000)) << "the thread drops the runnable when run() returns";
 }
 
 TEST(NativeThread, AThreadCannotWaitForOrTerminateItself)
@@ -264,19 +247,16 @@ TEST(NativeThread, AThreadCannotWaitForOrTerminateItself)
 
 TEST(NativeThread, ManyWaitersAllSeeTheEnd)
 {
-    auto thread = createThread("Awaited");
-    Gate release;
-    auto runnable = makeRef<TestRunnable>([&] { release.pass(); });
-    ASSERT_EQ(thread->start(runnable), kResultOk);
-
+    HeldThread held("Awaited");
+    ASSERT_TRUE(held.start());
     constexpr int kWaiters = 4;
     std::vector<int> results(kWaiters, -1);
     std::vector<std::thread> waiters;
     for (int i = 0; i < kWaiters; ++i)
-        waiters.emplace_back([&, i] { results[i] = thread->wait(5000) ? 1 : 0; });
-    release.open();
+        waiters.emplace_back([&, i] { results[i] = held.thread->wait(5000) ? 1 : 0; });
+    held.release.open();
     for (auto& waiter : waiters)
         waiter.join();
     EXPECT_EQ(results, std::vector<int>(kWaiters, 1));
-    EXPECT_FALSE(thread->isRunning());
+    EXPECT_FALSE(held.thread->isRunning());
 }

@@ -48,33 +48,37 @@ tresult RecordingOpener::queryInterface(const UID& iid, void** object)
 
 // Reads from `fd` until `done` holds for what was read, or until the time-out has passed (an
 // empty result), waiting with poll() rather than sleeping.
-std::optional<std::string> readUntil(int fd, const std::function<bool(const std::string&)>& done,
-                                     int timeoutMs)
+std::optional<std::string> readUntil(int fd, const std::function<bool(const std::string&)>& done, int timeoutMs)
 {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
     std::string data;
     while (!done(data))
     {
-        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
-            deadline - std::chrono::steady_clock::now());
-        if (left.count() <= 0)
-            return std::nullopt;
+        const auto left =
+            std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
         pollfd ready{fd, POLLIN, 0};
-        const int events = ::poll(&ready, 1, static_cast<int>(left.count()));
+        const int events = left.count() > 0 ? ::poll(&ready, 1, static_cast<int>(left.count())) : 0;
         if (events < 0 && errno == EINTR)
             continue;
-        if (events <= 0)
-            return std::nullopt;
         char buffer[4096];
-        const ssize_t got = ::read(fd, buffer, sizeof(buffer));
+        const ssize_t got = events > 0 ? ::read(fd, buffer, sizeof(buffer)) : 0;
         if (got > 0)
             data.append(buffer, static_cast<size_t>(got));
-        else if (got == 0)
-            return done(data) ? std::optional(data) : std::nullopt;
-        else if (errno != EAGAIN && errno != EINTR)
-            return std::nullopt;
+        else if (got == 0 || (errno != EAGAIN && errno != EINTR))
+            return std::nullopt; // the time ran out, the other end closed, or the read failed
     }
     return data;
+}
+
+using Result = std::pair<tresult, std::string>;
+const std::string kPrompt = "Open this address in a web browser: ";
+const Result kRefused{kInvalidArgument, ""};
+const Result kHandedOn{kResultOk, ""};
+
+// The result of opening `url` when the address is shown to the user.
+Result shown(const std::string& url)
+{
+    return {kResultOk, kPrompt + url + "\n"};
 }
 
 class SystemShellTest : public testing::Test
@@ -84,7 +88,7 @@ protected:
     void TearDown() override { GetSystemShell()->setUrlOpener(nullptr); }
 
     // What opening `url` prints on standard output, and its result.
-    std::pair<tresult, std::string> open(const char* url)
+    Result open(const char* url)
     {
         testing::internal::CaptureStdout();
         const tresult result = GetSystemShell()->openUrl(url);
@@ -118,18 +122,12 @@ protected:
     ScopedEnvironment path{"PATH", std::getenv("PATH")};
 };
 
-const std::string kPrompt = "Open this address in a web browser: ";
-
 } // namespace
 
 TEST_F(SystemShellTest, WithoutADesktopTheAddressIsPrintedForTheUser)
 {
-    using Result = std::pair<tresult, std::string>;
-    EXPECT_EQ(open("https://example.com/dashboard"),
-              Result(kResultOk, kPrompt + "https://example.com/dashboard\n"));
-    EXPECT_EQ(open("HTTP://EXAMPLE.COM/"), Result(kResultOk, kPrompt + "HTTP://EXAMPLE.COM/\n"));
-    EXPECT_EQ(open("mailto:someone@example.com"),
-              Result(kResultOk, kPrompt + "mailto:someone@example.com\n"));
+    for (const char* url : {"https://example.com/dashboard", "HTTP://EXAMPLE.COM/", "mailto:someone@example.com"})
+        EXPECT_EQ(open(url), shown(url));
 
     // Sign-in values in the query never reach a pipe or a file.
     const auto [result, printed] = open("https://example.com/login?username=me&password=0a1b2c#top");
@@ -143,7 +141,7 @@ TEST_F(SystemShellTest, WithoutADesktopTheAddressIsPrintedForTheUser)
     const auto empty = directory.path() / "empty";
     std::filesystem::create_directory(empty);
     path.set(empty.c_str());
-    EXPECT_EQ(open("https://example.com/"), Result(kResultOk, kPrompt + "https://example.com/\n"));
+    EXPECT_EQ(open("https://example.com/"), shown("https://example.com/"));
 }
 
 TEST_F(SystemShellTest, AtATerminalTheWholeAddressIsPrinted)
@@ -191,7 +189,7 @@ TEST_F(SystemShellTest, InADesktopSessionTheUrlIsXdgOpensOnlyArgumentAndNoShellE
         ASSERT_GE(report, 0);
         const int keepOpen = ::open(pipe.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
         ASSERT_GE(keepOpen, 0);
-        EXPECT_EQ(open(session.url.c_str()), std::make_pair(kResultOk, std::string()));
+        EXPECT_EQ(open(session.url.c_str()), kHandedOn);
         const auto received = readUntil(
             report, [](const std::string& text) { return text.ends_with("end\n"); }, 10000);
         ::close(keepOpen);
@@ -210,17 +208,15 @@ TEST_F(SystemShellTest, MalformedUrlsAndUnsafeSchemesAreRefusedWithoutAnything)
         "https://example.com/; rm -rf ~", "https://x/%zz", "https://x/%4", "https://x/\x7f",
         "https://x/\u00fc", "https://x/\"a\"", "https://x/<b>", "https://x/`id`", "https://x/{a}",
         "https://x/a|b", "https://x/a\\b", "https://x/\n"};
-    const std::string overlong = "https://example.com/" + std::string(33000, 'a');
-    std::vector<std::string> urls(std::begin(kMalformed), std::end(kMalformed));
-    urls.push_back(overlong);
-    for (const std::string& url : urls)
-        EXPECT_EQ(open(url.c_str()), std::make_pair(kInvalidArgument, std::string())) << url;
-    EXPECT_EQ(open(nullptr), std::make_pair(kInvalidArgument, std::string()));
+    for (const char* url : kMalformed)
+        EXPECT_EQ(open(url), kRefused) << url;
+    EXPECT_EQ(open(("https://example.com/" + std::string(33000, 'a')).c_str()), kRefused) << "overlong";
+    EXPECT_EQ(open(nullptr), kRefused);
 
     // Only web pages and mail are opened without the host: these could start programs.
     for (const char* url : {"file:///etc/passwd", "javascript:alert(1)", "x-scheme:run", "ftp://example.com/",
                             "http://", "https://", "mailto:"})
-        EXPECT_EQ(open(url), std::make_pair(kInvalidArgument, std::string())) << url;
+        EXPECT_EQ(open(url), kRefused) << url;
 }
 
 TEST_F(SystemShellTest, ARegisteredOpenerGetsEveryWellFormedUrlUntilItIsRemoved)
@@ -229,9 +225,8 @@ TEST_F(SystemShellTest, ARegisteredOpenerGetsEveryWellFormedUrlUntilItIsRemoved)
     GetSystemShell()->setUrlOpener(opener);
     EXPECT_EQ(opener->referenceCount(), 2u);
 
-    EXPECT_EQ(open("https://example.com/a?b=c"), std::make_pair(kResultOk, std::string()));
-    EXPECT_EQ(open("file:///home/me/report.pdf"), std::make_pair(kResultOk, std::string()))
-        << "the host judges";
+    EXPECT_EQ(open("https://example.com/a?b=c"), kHandedOn);
+    EXPECT_EQ(open("file:///home/me/report.pdf"), kHandedOn) << "the host judges";
     opener->result = kUnexpected;
     EXPECT_EQ(open("https://example.com/busy").first, kUnexpected);
     EXPECT_EQ(open("https://exa mple.com").first, kInvalidArgument) << "checked before the host sees it";
@@ -241,6 +236,6 @@ TEST_F(SystemShellTest, ARegisteredOpenerGetsEveryWellFormedUrlUntilItIsRemoved)
 
     GetSystemShell()->setUrlOpener(nullptr);
     EXPECT_EQ(opener->referenceCount(), 1u);
-    EXPECT_EQ(open("https://example.com/").second, kPrompt + "https://example.com/\n");
+    EXPECT_EQ(open("https://example.com/"), shown("https://example.com/"));
     EXPECT_EQ(opener->opened.size(), 3u);
 }

@@ -36,38 +36,43 @@ double metric(ITheme& theme, const char* style, const char* name)
 
 } // namespace
 
-TEST(BuiltTheme, PackageHoldsTheImagesFolderAndTheSkin)
+TEST(BuiltTheme, PackageHoldsTheSkinAndExactlyTheImagesItDescribes)
 {
+    ITheme* theme = builtTheme();
+    ASSERT_NE(theme, nullptr);
     const Bytes package = readFileBytes(SORVEL_THEME_PACKAGE);
     PackageReader reader;
     ASSERT_TRUE(reader.open(package)) << describe(reader.error());
-
-    std::set<std::string> root, images;
+    std::set<std::string> root, files, described;
     for (const PackageEntry& entry : reader.entries())
     {
-        const size_t slash = entry.path.find('/');
-        if (slash == std::string::npos)
+        EXPECT_TRUE(entry.folder || entry.compressed) << entry.path;
+        if (entry.path.find('/') == std::string::npos)
             root.insert(entry.folder ? entry.path + "/" : entry.path);
-        else if (entry.path.substr(0, slash) == "images" && !entry.folder)
-            images.insert(entry.path.substr(slash + 1));
+        else if (entry.path.starts_with("images/") && !entry.folder)
+            files.insert(entry.path);
         else
             ADD_FAILURE() << "unexpected entry " << entry.path;
     }
     EXPECT_EQ(root, (std::set<std::string>{"images/", "skin.xml"}));
-    const std::set<std::string> described = {
-        "ActionIcons.png", "Background.png",       "BackgroundLogIn.png", "BGHeadlines.png", "busy.png",
-        "DarkButton.png",  "GadgetButton.png",     "GadgetMenuIcon.png",  "LinkIcon.png",    "ListHeaderSorvel.png",
-        "LogButton.png",   "SorvelIcon.png",       "SorvelLogo.png",      "ProductIcon.png", "StatsIcons.png",
-        "TextBoxBack.png", "TextBoxBackStart.png", "TrackIcon.png",       "UploadIcon.png"};
-    EXPECT_EQ(images.size(), 19u);
-    EXPECT_EQ(images, described);
-    for (const PackageEntry& entry : reader.entries())
+
+    // Every image the skin describes reads from its file, in frames of equal size (the strip
+    // divides evenly, and no frame is empty); no image file is left undescribed.
+    pugi::xml_document skin;
+    ASSERT_TRUE(skin.load_file(sourcePath("plugin/resources/theme/skin.xml").c_str()));
+    for (const pugi::xml_node& node : skin.child("Skin").child("Resources").children("Image"))
     {
-        if (!entry.folder)
-        {
-            EXPECT_TRUE(entry.compressed) << entry.path;
-        }
+        const char* name = node.attribute("name").value();
+        ImageRecord image{};
+        ASSERT_EQ(theme->getImage(name, image), kResultOk) << name;
+        EXPECT_STREQ(image.file, node.attribute("url").value()) << name;
+        described.insert(image.file);
+        const uint32 along = image.vertical ? image.height : image.width;
+        EXPECT_GT(image.vertical ? image.width : image.height, 0u) << name;
+        EXPECT_EQ(along % image.frameCount, 0u) << name;
+        EXPECT_GT(along / image.frameCount, 0u) << name;
     }
+    EXPECT_EQ(described, files);
 }
 
 TEST(BuiltTheme, LoadsAndReportsTheSkinAtItsInflatedSize)
@@ -91,101 +96,6 @@ TEST(BuiltTheme, LoadsAndReportsTheSkinAtItsInflatedSize)
     EXPECT_EQ(theme->getFile("images/missing.png", data, size), kInvalidArgument);
     EXPECT_EQ(theme->getFile("images", data, size), kInvalidArgument);
     EXPECT_EQ(theme->getFile(nullptr, data, size), kInvalidArgument);
-}
-
-TEST(BuiltTheme, TrackListColoursAndMetricsReadExactly)
-{
-    ITheme* theme = builtTheme();
-    ASSERT_NE(theme, nullptr);
-    const std::map<std::string, std::uint32_t> expected = {
-        {"textcolor", 0x000000FF}, {"status", 0xFFFFFFFF},  {"statusup", 0x031339FF},     {"onserver", 0x9099A2FF},
-        {"replace", 0x56568CFF},   {"upload", 0x59BCDCFF},  {"incompatible", 0x808080FF}, {"uploading", 0x0F9CD5FF},
-        {"error", 0xCE2E23FF},     {"success", 0x1B9E4FFF},
-    };
-    for (const auto& [name, rgba] : expected)
-        EXPECT_EQ(colour(*theme, "TrackList", name.c_str()), rgba) << name;
-    EXPECT_EQ(metric(*theme, "TrackList", "rowHeight"), 26);
-    EXPECT_EQ(metric(*theme, "TrackList.HeaderView", "headerHeight"), 26);
-
-    FontRecord font{};
-    ASSERT_EQ(theme->getFont("TrackList", "textfont", font), kResultOk);
-    EXPECT_STREQ(font.face, "Arial");
-    EXPECT_EQ(font.size, 12);
-    EXPECT_EQ(font.style, uint32(FontRecord::kNormal));
-    ASSERT_EQ(theme->getFont("TrackList", "activefont", font), kResultOk);
-    EXPECT_STREQ(font.face, "Arial");
-    EXPECT_EQ(font.size, 12);
-    EXPECT_EQ(font.style, uint32(FontRecord::kBold));
-
-    std::uint32_t rgba = 0;
-    EXPECT_EQ(theme->getColor("TrackList", "nonesuch", rgba), kInvalidArgument);
-    EXPECT_EQ(theme->getColor("NoSuchStyle", "status", rgba), kInvalidArgument);
-    double value = 0;
-    EXPECT_EQ(theme->getMetric("TrackList", "headerHeight", value), kInvalidArgument)
-        << "the table's style does not inherit from the header's";
-}
-
-TEST(BuiltTheme, DescribedImagesExistWithTheirFrames)
-{
-    ITheme* theme = builtTheme();
-    ASSERT_NE(theme, nullptr);
-    struct Expected
-    {
-        const char* name;
-        const char* frames;
-        uint32 count;
-        bool vertical;
-        uint32 duration;
-    };
-    const Expected described[] = {
-        {"GadgetButton", "normal normalOn", 2, true, 0},
-        {"GadgetMenuIcon", "", 1, true, 0},
-        {"ProductIcon", "", 1, true, 0},
-        {"TrackIcon", "", 1, true, 0},
-        {"UploadIcon", "", 1, true, 0},
-        {"SorvelLogo", "", 1, true, 0},
-        {"BusyIcon", "", 17, false, 1600},
-        {"StatsIcons", "followers sales promos", 3, false, 0},
-        {"ActionIcons", "bulb check music star thumb", 5, false, 0},
-    };
-    for (const Expected& expected : described)
-    {
-        ImageRecord image{};
-        ASSERT_EQ(theme->getImage(expected.name, image), kResultOk) << expected.name;
-        EXPECT_STREQ(image.frameNames, expected.frames) << expected.name;
-        EXPECT_EQ(image.frameCount, expected.count) << expected.name;
-        EXPECT_EQ(image.vertical != 0, expected.vertical) << expected.name;
-        EXPECT_EQ(image.duration, expected.duration) << expected.name;
-        // Frames are of equal size: the strip divides evenly, and no frame is empty.
-        const uint32 along = image.vertical ? image.height : image.width;
-        EXPECT_EQ(along % image.frameCount, 0u) << expected.name;
-        EXPECT_GT(along / image.frameCount, 0u) << expected.name;
-    }
-
-    uint32 index = 99;
-    ASSERT_EQ(theme->findImageFrame("GadgetButton", "normalOn", index), kResultOk);
-    EXPECT_EQ(index, 1u);
-    ASSERT_EQ(theme->findImageFrame("ActionIcons", "thumb", index), kResultOk);
-    EXPECT_EQ(index, 4u);
-    ASSERT_EQ(theme->findImageFrame("StatsIcons", "followers", index), kResultOk);
-    EXPECT_EQ(index, 0u);
-    EXPECT_EQ(theme->findImageFrame("ActionIcons", "heart", index), kInvalidArgument);
-    EXPECT_EQ(theme->findImageFrame("NoSuchImage", "bulb", index), kInvalidArgument);
-
-    // Every image file of the package is one of the skin's images.
-    const char* files[] = {"ActionIcons", "Background",       "BackgroundLogIn", "BGHeadlines", "busy",
-                           "DarkButton",  "GadgetButton",     "GadgetMenuIcon",  "LinkIcon",    "ListHeaderSorvel",
-                           "LogButton",   "SorvelIcon",       "SorvelLogo",      "ProductIcon", "StatsIcons",
-                           "TextBoxBack", "TextBoxBackStart", "TrackIcon",       "UploadIcon"};
-    for (const char* file : files)
-    {
-        const std::string name = std::string(file) == "busy" ? "BusyIcon" : file;
-        ImageRecord image{};
-        ASSERT_EQ(theme->getImage(name.c_str(), image), kResultOk) << name;
-        EXPECT_EQ(std::string(image.file), "images/" + std::string(file) + ".png");
-        EXPECT_GT(image.width, 0u);
-        EXPECT_GT(image.height, 0u);
-    }
 }
 
 TEST(BuiltTheme, GadgetDescriptionNamesWhatTheThemeHolds)
@@ -225,6 +135,10 @@ TEST(ThemeStyles, InheritedSettingsAreFoundAndOverridden)
           <Color name="paper" color="white"/>
           <Metric name="gap" value="4"/>
           <Font name="textfont" face="Liberation Sans" size="11" style="italic"/>
+          <Font name="plain" face="Arial" size="12"/>
+        </Style>
+        <Style name="Leaf.Header">
+          <Metric name="headerHeight" value="26"/>
         </Style>
         <Style name="Middle" inherit="Base">
           <Color name="paper" color="#f0f0f0"/>
@@ -250,43 +164,32 @@ TEST(ThemeStyles, InheritedSettingsAreFoundAndOverridden)
     EXPECT_STREQ(font.face, "Liberation Sans");
     EXPECT_EQ(font.size, 11);
     EXPECT_EQ(font.style, uint32(FontRecord::kItalic));
+    ASSERT_EQ(theme->getFont("Leaf", "plain", font), kResultOk);
+    EXPECT_EQ(font.style, uint32(FontRecord::kNormal));
     double value = 0;
     EXPECT_EQ(theme->getMetric("Leaf", "missing", value), kInvalidArgument);
+    EXPECT_EQ(theme->getMetric("Leaf", "headerHeight", value), kInvalidArgument)
+        << "a style does not inherit from one whose name extends its own";
     EXPECT_EQ(theme->getMetric(nullptr, "gap", value), kInvalidArgument);
+    EXPECT_EQ(theme->getMetric("NoSuchStyle", "gap", value), kInvalidArgument);
 }
 
 TEST(ThemeStyles, ColourNotationsAndResourceColours)
 {
-    const Bytes package = themePackage(R"(<Skin>
-      <Resources>
-        <Color name="Brand" color="#0F9CD5"/>
-        <Color name="Glass" color="#11223344"/>
-      </Resources>
-      <Styles>
-        <Style name="S">
-          <Color name="hashed" color="#CE2E23"/>
-          <Color name="bare" color="031339"/>
-          <Color name="bareUpper" color="ABCDEF"/>
-          <Color name="withAlpha" color="#01020380"/>
-          <Color name="named" color="Grey"/>
-          <Color name="gray" color="gray"/>
-          <Color name="black" color="black"/>
-          <Color name="clear" color="transparent"/>
-          <Color name="brand" color="Brand"/>
-        </Style>
-      </Styles></Skin>)");
-    ASSERT_EQ(loadTheme("colours", package), kResultOk);
+    const std::pair<const char*, std::uint32_t> notations[] = {
+        {"#CE2E23", 0xCE2E23FF}, {"031339", 0x031339FF}, {"ABCDEF", 0xABCDEFFF}, {"#01020380", 0x01020380},
+        {"Grey", 0x808080FF},    {"gray", 0x808080FF},   {"black", 0x000000FF},  {"transparent", 0x00000000},
+        {"Brand", 0x0F9CD5FF},   {"Glass", 0x11223344},  {"#f0e0d0", 0xF0E0D0FF}};
+    std::string skin =
+        R"(<Skin><Resources><Color name="Brand" color="#0F9CD5"/><Color name="Glass" color="#11223344"/>)"
+        R"(</Resources><Styles><Style name="S">)";
+    for (size_t i = 0; i < std::size(notations); ++i)
+        skin += "<Color name='c" + std::to_string(i) + "' color='" + notations[i].first + "'/>";
+    ASSERT_EQ(loadTheme("colours", themePackage(skin + "</Style></Styles></Skin>")), kResultOk);
     ITheme* theme = GetThemeManager()->getTheme("colours");
     ASSERT_NE(theme, nullptr);
-    EXPECT_EQ(colour(*theme, "S", "hashed"), 0xCE2E23FFu);
-    EXPECT_EQ(colour(*theme, "S", "bare"), 0x031339FFu);
-    EXPECT_EQ(colour(*theme, "S", "bareUpper"), 0xABCDEFFFu);
-    EXPECT_EQ(colour(*theme, "S", "withAlpha"), 0x01020380u);
-    EXPECT_EQ(colour(*theme, "S", "named"), 0x808080FFu);
-    EXPECT_EQ(colour(*theme, "S", "gray"), 0x808080FFu);
-    EXPECT_EQ(colour(*theme, "S", "black"), 0x000000FFu);
-    EXPECT_EQ(colour(*theme, "S", "clear"), 0x00000000u);
-    EXPECT_EQ(colour(*theme, "S", "brand"), 0x0F9CD5FFu);
+    for (size_t i = 0; i < std::size(notations); ++i)
+        EXPECT_EQ(colour(*theme, "S", ("c" + std::to_string(i)).c_str()), notations[i].second) << notations[i].first;
     EXPECT_EQ(colour(*theme, "", "Glass"), 0x11223344u) << "an empty style reads the colour resources";
     EXPECT_EQ(colour(*theme, nullptr, "Brand"), 0x0F9CD5FFu);
 
@@ -366,22 +269,51 @@ TEST(ThemeLoading, MalformedThemesAreRefused)
     EXPECT_EQ(skinOf("minimal", themePackage("<Skin/>")), kResultOk);
 }
 
-TEST(ThemeLoading, ImageThatIsNoPngIsReportedWhenAskedFor)
+TEST(ThemeLoading, ImagesReadTheirFramesAndOneThatIsNoPngIsReportedWhenAskedFor)
 {
     const Bytes package = themePackage(
-        "<Skin><Resources><Image name='Good' url='images/good.png' frames='v: 4'/>"
+        "<Skin><Resources><Image name='Whole' url='images/good.png'/>"
+        "<Image name='Counted' url='images/good.png' frames='v: 4'/>"
+        "<Image name='Named' url='images/good.png' frames='normal normalOn'/>"
+        "<Image name='Strip' url='images/good.png' frames='h: bulb check music star'/>"
+        "<Image name='Busy' url='images/good.png' frames='h: 2' duration='1600'/>"
         "<Image name='Text' url='images/text.png'/></Resources></Skin>",
         {{"images/good.png", pngHeader(16, 64)}, {"images/text.png", textBytes("not a picture at all, really not")}});
     ASSERT_EQ(loadTheme("images", package), kResultOk);
     ITheme* theme = GetThemeManager()->getTheme("images");
     ASSERT_NE(theme, nullptr);
+    struct Expected
+    {
+        const char* name;
+        const char* frames;
+        uint32 count, vertical, duration;
+    };
+    for (const Expected& expected :
+         {Expected{"Whole", "", 1, 1, 0}, Expected{"Counted", "", 4, 1, 0},
+          Expected{"Named", "normal normalOn", 2, 1, 0}, Expected{"Strip", "bulb check music star", 4, 0, 0},
+          Expected{"Busy", "", 2, 0, 1600}})
+    {
+        ImageRecord image{};
+        ASSERT_EQ(theme->getImage(expected.name, image), kResultOk) << expected.name;
+        EXPECT_STREQ(image.file, "images/good.png");
+        EXPECT_EQ(image.width, 16u);
+        EXPECT_EQ(image.height, 64u);
+        EXPECT_STREQ(image.frameNames, expected.frames) << expected.name;
+        EXPECT_EQ(image.frameCount, expected.count) << expected.name;
+        EXPECT_EQ(image.vertical, expected.vertical) << expected.name;
+        EXPECT_EQ(image.duration, expected.duration) << expected.name;
+    }
+    uint32 index = 99;
+    ASSERT_EQ(theme->findImageFrame("Named", "normalOn", index), kResultOk);
+    EXPECT_EQ(index, 1u);
+    ASSERT_EQ(theme->findImageFrame("Strip", "star", index), kResultOk);
+    EXPECT_EQ(index, 3u);
+    ASSERT_EQ(theme->findImageFrame("Strip", "bulb", index), kResultOk);
+    EXPECT_EQ(index, 0u);
+    EXPECT_EQ(theme->findImageFrame("Strip", "heart", index), kInvalidArgument);
+    EXPECT_EQ(theme->findImageFrame("Nothing", "bulb", index), kInvalidArgument);
+
     ImageRecord image{};
-    ASSERT_EQ(theme->getImage("Good", image), kResultOk);
-    EXPECT_EQ(image.width, 16u);
-    EXPECT_EQ(image.height, 64u);
-    EXPECT_EQ(image.frameCount, 4u);
-    EXPECT_EQ(image.vertical, 1u);
-    EXPECT_STREQ(image.frameNames, "");
     EXPECT_EQ(theme->getImage("Text", image), kUnexpected);
     EXPECT_EQ(theme->getImage("Missing", image), kInvalidArgument);
 }

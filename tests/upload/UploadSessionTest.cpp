@@ -3,6 +3,7 @@
 #include "plugin/service/Client.h"
 #include "plugin/upload/UploadSession.h"
 #include "sandbox/Sandbox.h"
+#include "tests/views/Implements.h"
 
 #include <gtest/gtest.h>
 #include <httplib.h>
@@ -25,7 +26,7 @@ using SorvelSandbox::Fault;
 namespace {
 
 /// What the session signalled, as the controller sees it on the user-interface thread.
-class SessionLog : public Object, public IObserver
+class SessionLog : public ViewTests::Implements<IObserver>
 {
 public:
     void notify(ISubject*, IMessage& message) override
@@ -49,8 +50,6 @@ public:
         if (id == "trackFinished")
             results.push_back(static_cast<int>(argumentOf(message, 1).asInt()));
     }
-    KVX_FORWARD_UNKNOWN(Object)
-
     bool finished() const { return !signals.empty() && signals.back() == "sessionFinished"; }
     int count(const std::string& id) const { return static_cast<int>(std::count(signals.begin(), signals.end(), id)); }
 
@@ -60,12 +59,6 @@ public:
     std::vector<std::vector<double>> trackProgress; // per track, in the order they arrived
     std::function<void()> onProgress;
 };
-
-tresult SessionLog::queryInterface(const UID& iid, void** object)
-{
-    KVX_QUERY_INTERFACE(iid, object, IObserver)
-    return Object::queryInterface(iid, object);
-}
 
 class UploadSessionAgainstSandbox : public testing::Test
 {
@@ -120,8 +113,15 @@ protected:
         title->name = String(name);
         return title;
     }
-    bool runBatch()
+    /// Runs a batch of `files`, after any entries already added, into `title` (a new product when
+    /// none) with the log cleared; true once it has finished.
+    bool runBatch(std::initializer_list<Ref<LocalTrack>> files, Title* title = nullptr)
     {
+        log->signals.clear();
+        log->results.clear();
+        session->setTitle(title ? title : newTitle("Product").get());
+        for (const auto& file : files)
+            session->addEntry(makeRef<UploadSession::Entry>(file, String()));
         session->start();
         return EventWait::until([&] { return log->finished(); }, 20000);
     }
@@ -147,15 +147,11 @@ TEST_F(UploadSessionAgainstSandbox, ANewProductWithThreeNewTracksIsCreatedAndUpl
 {
     const size_t before = sandbox.requestLog().entries().size();
     auto title = newTitle("Night Drive");
-    session->setTitle(title);
-    for (const char* name : {"one", "two", "three"})
-        session->addEntry(makeRef<UploadSession::Entry>(track(name, 200000), String()));
-    ASSERT_TRUE(runBatch());
+    ASSERT_TRUE(runBatch({track("one", 200000), track("two", 200000), track("three", 200000)}, title));
 
     EXPECT_TRUE(session->succeeded());
     EXPECT_EQ(session->getLastStatus(), 200);
     EXPECT_FALSE(session->isRunning());
-    EXPECT_FALSE(title->id.isEmpty()) << "the product now has the service's identifier";
     EXPECT_EQ(session->getTitle(), nullptr) << "released at the end of the batch";
     EXPECT_EQ(session->entryCount(), 0u);
     EXPECT_EQ(log->signals, (std::vector<std::string>{"sessionStarted", "trackStarted", "trackFinished", "trackStarted",
@@ -183,7 +179,7 @@ TEST_F(UploadSessionAgainstSandbox, ANewProductWithThreeNewTracksIsCreatedAndUpl
     EXPECT_EQ(std::find(createdTrack.memberNames.begin(), createdTrack.memberNames.end(), "signature"),
               createdTrack.memberNames.end());
     // The service gives identifiers as JSON numbers; they are kept and sent on as text.
-    ASSERT_FALSE(title->id.isEmpty());
+    ASSERT_FALSE(title->id.isEmpty()) << "the product now has the service's identifier";
     const std::string titleId = title->id.toUtf8();
     EXPECT_EQ(titleId.find_first_not_of("0123456789"), std::string::npos) << titleId;
     EXPECT_NE(createdTrack.body.find("\"title_id\":\"" + titleId + "\""), std::string::npos) << createdTrack.body;
@@ -217,9 +213,7 @@ TEST_F(UploadSessionAgainstSandbox, TheFileArrivesByteForByteUnderItsUtf8Name)
     for (size_t i = 0; i < bytes.size(); ++i)
         bytes[i] = static_cast<char>((i * 7919u) >> 3);
     std::ofstream(path, std::ios::binary | std::ios::trunc) << bytes;
-    session->setTitle(newTitle("Bytes"));
-    session->addEntry(makeRef<UploadSession::Entry>(local, String()));
-    ASSERT_TRUE(runBatch());
+    ASSERT_TRUE(runBatch({local}));
     EXPECT_TRUE(session->succeeded());
 
     ASSERT_EQ(sandbox.storedFiles().size(), 1u);
@@ -234,10 +228,7 @@ TEST_F(UploadSessionAgainstSandbox, ReplacementsSendOnlyTheTokenTheFileAndTheRep
 {
     // A product with tracks on the service, made by a first batch.
     auto title = newTitle("Reissue");
-    session->setTitle(title);
-    session->addEntry(makeRef<UploadSession::Entry>(track("a"), String()));
-    session->addEntry(makeRef<UploadSession::Entry>(track("b"), String()));
-    ASSERT_TRUE(runBatch());
+    ASSERT_TRUE(runBatch({track("a"), track("b")}, title));
     ASSERT_TRUE(session->succeeded());
     std::vector<std::string> trackIds;
     for (const auto& request : sandbox.requestLog().entries(Endpoint::UploadToken))
@@ -245,27 +236,14 @@ TEST_F(UploadSessionAgainstSandbox, ReplacementsSendOnlyTheTokenTheFileAndTheRep
                                                  request.target.find("/upload_token") - request.target.find("tracks/") - 7));
     ASSERT_EQ(trackIds.size(), 2u);
 
-    log->signals.clear();
     const size_t before = sandbox.requestLog().entries().size();
-    session->setTitle(title); // has its identifier now
     for (const std::string& id : trackIds)
         session->addEntry(makeRef<UploadSession::Entry>(track("new-" + id), String(id)));
-    ASSERT_TRUE(runBatch());
+    ASSERT_TRUE(runBatch({}, title)); // the product has its identifier now
     EXPECT_TRUE(session->succeeded());
     EXPECT_EQ(endpointsSince(before), (std::vector<Endpoint>{Endpoint::UploadToken, Endpoint::Upload, Endpoint::UploadStatus,
                                                              Endpoint::UploadToken, Endpoint::Upload,
                                                              Endpoint::UploadStatus}));
-}
-
-TEST_F(UploadSessionAgainstSandbox, ACreationReplyWithoutAnIdEndsTheBatchBeforeAnyTrack)
-{
-    sandbox.injectFault(Endpoint::CreateTitle, Fault::replacedBody(R"({"status_code":200,"data":{"id":""}})"));
-    session->setTitle(newTitle("Nameless"));
-    session->addEntry(makeRef<UploadSession::Entry>(track("x"), String()));
-    ASSERT_TRUE(runBatch());
-    EXPECT_FALSE(session->succeeded());
-    EXPECT_EQ(log->signals, (std::vector<std::string>{"sessionStarted", "sessionFinished"}));
-    EXPECT_TRUE(sandbox.requestLog().entries(Endpoint::CreateTrack).empty());
 }
 
 TEST_F(UploadSessionAgainstSandbox, ASecondStartWhileRunningChangesNothing)
@@ -282,120 +260,78 @@ TEST_F(UploadSessionAgainstSandbox, ASecondStartWhileRunningChangesNothing)
     EXPECT_TRUE(session->succeeded());
 }
 
-TEST_F(UploadSessionAgainstSandbox, TheUploadTargetsAnswerDecidesTheTrack)
+TEST_F(UploadSessionAgainstSandbox, EachAnswerOfTheServiceDecidesTheTrackAndWhetherTheBatchGoesOn)
 {
-    // 302 and 399 count as success, 400 as failure; after a failure the rest is left alone.
-    for (int status : {302, 399})
+    // Two new tracks per case, the fault armed for every request to its endpoint. Redirects count
+    // as success, and a report that fails keeps its track. Any other failure ends the batch at its
+    // step, without a crash and with the second track left alone: a refused file post or upload
+    // address, a creation reply without an identifier, replies of the wrong shape (invalid JSON,
+    // "data" of the wrong type, an upload address that is not one), a connection dropped in the
+    // file. lastStatus is that of the last reply read: none for a body that is not JSON; the file
+    // post does not change it.
+    struct Case
     {
-        log->signals.clear();
-        log->results.clear();
-        sandbox.injectFault(Endpoint::Upload, Fault::httpStatus(status));
-        session->setTitle(newTitle("Status " + std::to_string(status)));
-        session->addEntry(makeRef<UploadSession::Entry>(track("s" + std::to_string(status)), String()));
-        ASSERT_TRUE(runBatch());
-        EXPECT_TRUE(session->succeeded()) << status;
-        EXPECT_EQ(log->results, std::vector<int>{1}) << status;
+        Endpoint endpoint;
+        Fault fault;
+        std::vector<int> results;
+        int32 lastStatus;
+        Endpoint lastRequest;
+    };
+    const Case cases[] = {
+        {Endpoint::Upload, Fault::httpStatus(302), {1, 1}, 200, Endpoint::UploadStatus},
+        {Endpoint::Upload, Fault::httpStatus(399), {1, 1}, 200, Endpoint::UploadStatus},
+        {Endpoint::UploadStatus, Fault::statusCode(500), {1, 1}, 500, Endpoint::UploadStatus},
+        {Endpoint::Upload, Fault::httpStatus(400), {0}, 200, Endpoint::Upload},
+        {Endpoint::UploadToken, Fault::statusCode(403), {0}, 403, Endpoint::UploadToken},
+        {Endpoint::CreateTitle, Fault::replacedBody(R"({"status_code":200,"data":{"id":""}})"), {}, 200,
+         Endpoint::CreateTitle},
+        {Endpoint::CreateTrack, Fault::invalidBody(), {0}, 0, Endpoint::CreateTrack},
+        {Endpoint::CreateTrack, Fault::replacedBody(R"({"status_code":200,"data":[1,2]})"), {0}, 200,
+         Endpoint::CreateTrack},
+        {Endpoint::UploadToken, Fault::replacedBody(R"({"status_code":200,"data":{"url":"not a url","post_data":7}})"),
+         {0}, 200, Endpoint::UploadToken},
+        {Endpoint::Upload, Fault::dropConnection(), {0}, 200, Endpoint::Upload},
+    };
+    for (const Case& c : cases)
+    {
+        SCOPED_TRACE(testing::Message() << SorvelSandbox::endpointName(c.endpoint) << " case " << (&c - cases));
+        sandbox.clearFaults();
+        sandbox.injectFault(c.endpoint, c.fault, 1, 10);
+        auto first = track("first", 100000);
+        ASSERT_TRUE(runBatch({first, track("second")}));
+        EXPECT_EQ(session->succeeded(), (c.results == std::vector<int>{1, 1}));
+        EXPECT_EQ(session->getLastStatus(), c.lastStatus);
+        EXPECT_EQ(log->results, c.results);
+        EXPECT_EQ(log->count("trackStarted"), static_cast<int>(c.results.size())) << "every track started ends";
+        EXPECT_EQ(sandbox.requestLog().entries().back().endpoint, c.lastRequest) << "nothing after the failed step";
+        EXPECT_EQ(std::filesystem::file_size(first->url.nativePath().toUtf8()), 100000u) << "the file is untouched";
     }
-
-    log->signals.clear();
-    log->results.clear();
-    const size_t statusReports = sandbox.requestLog().entries(Endpoint::UploadStatus).size();
-    sandbox.injectFault(Endpoint::Upload, Fault::httpStatus(400));
-    session->setTitle(newTitle("Refused"));
-    session->addEntry(makeRef<UploadSession::Entry>(track("first"), String()));
-    session->addEntry(makeRef<UploadSession::Entry>(track("second"), String()));
-    ASSERT_TRUE(runBatch());
-    EXPECT_FALSE(session->succeeded());
-    EXPECT_EQ(log->results, std::vector<int>{0});
-    EXPECT_EQ(log->count("trackStarted"), 1) << "the second track is not attempted";
-    EXPECT_EQ(sandbox.requestLog().entries(Endpoint::UploadStatus).size(), statusReports) << "no report for a failed post";
 }
 
-TEST_F(UploadSessionAgainstSandbox, AFailingReportKeepsTheTrackButItsStatusIsTheLastOne)
-{
-    sandbox.injectFault(Endpoint::UploadStatus, Fault::statusCode(500));
-    session->setTitle(newTitle("Report"));
-    session->addEntry(makeRef<UploadSession::Entry>(track("r"), String()));
-    ASSERT_TRUE(runBatch());
-    EXPECT_TRUE(session->succeeded());
-    EXPECT_EQ(log->results, std::vector<int>{1});
-    EXPECT_EQ(session->getLastStatus(), 500);
-}
-
-TEST_F(UploadSessionAgainstSandbox, FailuresEndTheStepWithADefinedStatus)
+TEST_F(UploadSessionAgainstSandbox, AFileThatCannotBeOpenedOrIsIncompatibleIsNeverPosted)
 {
     // A file that cannot be opened fails its post before the post is sent.
     auto missing = track("missing");
     std::filesystem::remove(missing->url.nativePath().toUtf8());
-    session->setTitle(newTitle("Missing"));
-    session->addEntry(makeRef<UploadSession::Entry>(missing, String()));
-    ASSERT_TRUE(runBatch());
+    ASSERT_TRUE(runBatch({missing}));
     EXPECT_FALSE(session->succeeded());
     EXPECT_TRUE(sandbox.requestLog().entries(Endpoint::Upload).empty());
 
     // An incompatible track fails without any request of its own.
-    log->signals.clear();
     const size_t before = sandbox.requestLog().entries().size();
     auto incompatible = track("mono");
     incompatible->incompatible = true;
     auto existing = newTitle("Existing");
     existing->id = "1";
-    session->setTitle(existing);
-    session->addEntry(makeRef<UploadSession::Entry>(incompatible, String()));
-    ASSERT_TRUE(runBatch());
+    ASSERT_TRUE(runBatch({incompatible}, existing));
     EXPECT_FALSE(session->succeeded());
     EXPECT_EQ(sandbox.requestLog().entries().size(), before);
-
-    // The service answers 403 to the token query: the batch ends with that status.
-    log->signals.clear();
-    sandbox.injectFault(Endpoint::UploadToken, Fault::statusCode(403));
-    session->setTitle(newTitle("Expired"));
-    session->addEntry(makeRef<UploadSession::Entry>(track("e"), String()));
-    ASSERT_TRUE(runBatch());
-    EXPECT_FALSE(session->succeeded());
-    EXPECT_EQ(session->getLastStatus(), 403);
-
-    // Replies of the wrong shape fail the step without a crash: invalid JSON, "data" of the
-    // wrong type, an upload address that is not one, a connection dropped in the file.
-    // lastStatus is that of the last reply read: none for a body that is not JSON, the token
-    // query's for the file post, which does not change it.
-    struct Case
-    {
-        Endpoint endpoint;
-        Fault fault;
-        int32 lastStatus;
-    };
-    const std::vector<Case> faults{
-        {Endpoint::CreateTrack, Fault::invalidBody(), 0},
-        {Endpoint::CreateTrack, Fault::replacedBody(R"({"status_code":200,"data":[1,2]})"), 200},
-        {Endpoint::UploadToken, Fault::replacedBody(R"({"status_code":200,"data":{"url":"not a url","post_data":7}})"), 200},
-        {Endpoint::Upload, Fault::dropConnection(), 200}};
-    for (const auto& [endpoint, fault, lastStatus] : faults)
-    {
-        log->signals.clear();
-        log->results.clear();
-        sandbox.clearFaults();
-        // A dropped connection is armed twice: the transport may retry a request once when a
-        // reused connection drops before any reply.
-        sandbox.injectFault(endpoint, fault, 1, fault.kind == Fault::Kind::DropConnection ? 2 : 1);
-        auto local = track("odd", 100000);
-        session->setTitle(newTitle("Odd"));
-        session->addEntry(makeRef<UploadSession::Entry>(local, String()));
-        ASSERT_TRUE(runBatch()) << SorvelSandbox::endpointName(endpoint);
-        EXPECT_FALSE(session->succeeded()) << SorvelSandbox::endpointName(endpoint);
-        EXPECT_EQ(session->getLastStatus(), lastStatus) << SorvelSandbox::endpointName(endpoint);
-        EXPECT_EQ(log->results, std::vector<int>{0}) << SorvelSandbox::endpointName(endpoint);
-        EXPECT_EQ(std::filesystem::file_size(local->url.nativePath().toUtf8()), 100000u) << "the local file is untouched";
-    }
 }
 
 TEST_F(UploadSessionAgainstSandbox, CancellingDuringThePostEndsTheBatchCancelled)
 {
-    session->setTitle(newTitle("Cancelled"));
-    session->addEntry(makeRef<UploadSession::Entry>(track("big", 64 << 20), String()));
-    session->addEntry(makeRef<UploadSession::Entry>(track("next"), String()));
     log->onProgress = [&] { session->cancel(); };
-    ASSERT_TRUE(runBatch());
+    ASSERT_TRUE(runBatch({track("big", 64 << 20), track("next")}));
     EXPECT_FALSE(session->succeeded());
     EXPECT_TRUE(session->isCanceled());
     EXPECT_EQ(log->results, std::vector<int>{0});
@@ -432,13 +368,10 @@ TEST_F(UploadSessionAgainstSandbox, TheFormCarriesTheServicesFieldsAsTextThenThe
             std::lock_guard lock(receivedMutex);
             received.clear();
         }
-        log->signals.clear();
         sandbox.injectFault(Endpoint::UploadToken,
                             Fault::replacedBody(R"({"status_code":200,"data":{"url":")" + address +
                                                 R"(","post_data":)" + postData + "}}"));
-        session->setTitle(newTitle("Fields"));
-        session->addEntry(makeRef<UploadSession::Entry>(track("fields", 10), String()));
-        EXPECT_TRUE(runBatch());
+        EXPECT_TRUE(runBatch({track("fields", 10)}));
         EXPECT_TRUE(session->succeeded()) << postData;
         std::lock_guard lock(receivedMutex);
         return received;

@@ -3,7 +3,8 @@
 // A graphics port for tests: it records every fill and every text with its rectangle, colour
 // and font, and measures with the graphics module's real font metrics.
 
-#include "framework/core/Object.h"
+#include "Implements.h"
+
 #include "framework/interfaces/IGraphicsPort.h"
 #include "framework/services/GuiServices.h"
 
@@ -12,7 +13,7 @@
 
 namespace ViewTests {
 
-class RecordingPort : public KVX::Object, public KVX::IGraphicsPort
+class RecordingPort : public Implements<KVX::IGraphicsPort>
 {
 public:
     struct Fill
@@ -54,14 +55,6 @@ public:
     KVX::tresult measureText(const char* text, const KVX::FontRecord& font, double& width) override
     {
         return GetGraphicsHelper()->measureText(text, font, width);
-    }
-
-    KVX::uint32 retain() override { return Object::retain(); }
-    KVX::uint32 release() override { return Object::release(); }
-    KVX::tresult queryInterface(const KVX::UID& iid, void** object) override
-    {
-        KVX_QUERY_INTERFACE(iid, object, KVX::IGraphicsPort)
-        return Object::queryInterface(iid, object);
     }
 };
 

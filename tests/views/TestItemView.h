@@ -3,14 +3,15 @@
 // A list view for tests: it keeps a selection in the order rows were selected, tells the model
 // about changes as the host's view does, and counts what the model asks of it.
 
-#include "framework/core/Object.h"
+#include "Implements.h"
+
 #include "framework/interfaces/IItemModel.h"
 
 #include <vector>
 
 namespace ViewTests {
 
-class TestItemView : public KVX::Object, public KVX::IItemView
+class TestItemView : public Implements<KVX::IItemView>
 {
 public:
     /// Attaches itself to `model`; detach() before the test ends breaks the mutual references.
@@ -61,14 +62,6 @@ public:
     {
         edits.emplace_back(row, column);
         return KVX::kResultOk;
-    }
-
-    KVX::uint32 retain() override { return Object::retain(); }
-    KVX::uint32 release() override { return Object::release(); }
-    KVX::tresult queryInterface(const KVX::UID& iid, void** object) override
-    {
-        KVX_QUERY_INTERFACE(iid, object, KVX::IItemView)
-        return Object::queryInterface(iid, object);
     }
 
 private:

@@ -3,9 +3,10 @@
 // Fakes and helpers of the track table's tests: a signal log, the owner's upload state, audio
 // files written with libsndfile, drag sessions, the theme's "TrackList" style, and rows.
 
+#include "Implements.h"
+
 #include "framework/component/Message.h"
 #include "framework/component/ObserverConnection.h"
-#include "framework/core/Object.h"
 #include "framework/data/UrlObject.h"
 #include "framework/list/DragSession.h"
 #include "framework/services/GuiServices.h"
@@ -26,7 +27,7 @@
 namespace ViewTests {
 
 /// Records the names of the signals of one subject.
-class SignalLog : public KVX::Object, public KVX::IObserver
+class SignalLog : public Implements<KVX::IObserver>
 {
 public:
     explicit SignalLog(KVX::ISubject* subject) { connection_.connect(subject, this); }
@@ -37,32 +38,16 @@ public:
 
     std::vector<std::string> ids;
 
-    KVX::uint32 retain() override { return Object::retain(); }
-    KVX::uint32 release() override { return Object::release(); }
-    KVX::tresult queryInterface(const KVX::UID& iid, void** object) override
-    {
-        KVX_QUERY_INTERFACE(iid, object, KVX::IObserver)
-        return Object::queryInterface(iid, object);
-    }
-
 private:
     KVX::ObserverConnection connection_;
 };
 
 /// The owner's answer to "is an upload running", set by the test.
-class FakeUploadState : public KVX::Object, public Sorvel::IUploadState
+class FakeUploadState : public Implements<Sorvel::IUploadState>
 {
 public:
     bool uploading = false;
     bool isUploading() override { return uploading; }
-
-    KVX::uint32 retain() override { return Object::retain(); }
-    KVX::uint32 release() override { return Object::release(); }
-    KVX::tresult queryInterface(const KVX::UID& iid, void** object) override
-    {
-        KVX_QUERY_INTERFACE(iid, object, Sorvel::IUploadState)
-        return Object::queryInterface(iid, object);
-    }
 };
 
 /// A folder of files written by the test, removed afterwards.
