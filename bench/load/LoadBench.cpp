@@ -152,7 +152,7 @@ int main(int argc, char** argv)
         return 1;
     }
     // The host's own configuration provider, answering with the sandbox's addresses.
-    const Host::Settings settings{sandbox.baseUrl(), sandbox.loginUrl(), sandbox.partnerId(), sandbox.partnerKey()};
+    const Host::Settings settings{sandbox.baseUrl(), sandbox.loginUrl(), sandbox.partnerId(), sandbox.partnerKey(), {}};
     if (!Host::ConfigurationProvider::install(settings, error))
     {
         std::fprintf(stderr, "load_bench: %s\n", error.c_str());

@@ -19,10 +19,25 @@ struct PublishOptions
     bool json = false;       ///< one JSON document on standard output instead of text
     bool progress = true;    ///< progress bars (lines when standard error is no terminal)
     unsigned jobs = 0;       ///< files rendered at once; 0: one per core
+    bool strict = false;     ///< refuse to upload when the pre-flight report has an error or a warning
     /// Metadata given on the command line by "Media:" key: one value for every file, or one per
     /// file in the order of the files.
     std::map<std::string, std::vector<std::string>> fields;
 };
+
+/// `sorvel check`: the pre-flight report of files, without signing in or uploading.
+struct CheckOptions
+{
+    std::vector<std::string> files;
+    std::map<std::string, std::vector<std::string>> fields;
+    bool json = false;
+    bool strict = false; ///< a warning fails the check too
+    unsigned jobs = 0;
+};
+
+/// Renders the files as the publishing target asks, measures them, checks their codes and
+/// prints the report; kDone, or kPreflightFailed when it found an error (or a warning, strict).
+int checkFiles(const CheckOptions& options);
 
 /// Renders the files to the format the publishing target asks for, hands them to it, shows the
 /// track table, uploads with progress per row and reports how it ended.

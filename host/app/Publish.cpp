@@ -1,5 +1,6 @@
 #include "host/app/CellReader.h"
 #include "host/app/Commands.h"
+#include "host/app/Preflight.h"
 #include "host/app/Rendering.h"
 #include "host/app/SourceFile.h"
 #include "host/terminal/TextWidth.h"
@@ -109,7 +110,8 @@ public:
         return result;
     }
 
-    static void print(const std::vector<RowView>& rows, FILE* out)
+    /// The table with the pre-flight verdict of each listed file (`checks`, by its path).
+    static void print(const std::vector<RowView>& rows, const std::map<std::string, std::string>& checks, FILE* out)
     {
         // Columns are measured in what a terminal shows, not in bytes: "Überfahrt" is nine
         // columns wide, a CJK title twice its letters.
@@ -120,11 +122,20 @@ public:
             fileWidth = std::max(fileWidth, displayWidth(row.file));
         }
         const bool on = colorsOn(out);
-        std::fprintf(out, "%s  %s  %s\n", padToWidth("Track", titleWidth).c_str(), padToWidth("File", fileWidth).c_str(),
-                     "State");
+        size_t stateWidth = 5;
         for (const RowView& row : rows)
-            std::fprintf(out, "%s  %s  %s\n", padToWidth(row.title, titleWidth).c_str(),
-                         padToWidth(row.file, fileWidth).c_str(), colored(row.status, row.color, on).c_str());
+            stateWidth = std::max(stateWidth, displayWidth(row.status));
+        std::fprintf(out, "%s  %s  %s  %s\n", padToWidth("Track", titleWidth).c_str(),
+                     padToWidth("File", fileWidth).c_str(), padToWidth("State", stateWidth).c_str(), "Check");
+        for (const RowView& row : rows)
+        {
+            const auto check = checks.find(row.path);
+            // Padded before it is coloured: the colour's escapes take no columns.
+            std::fprintf(out, "%s  %s  %s  %s\n", padToWidth(row.title, titleWidth).c_str(),
+                         padToWidth(row.file, fileWidth).c_str(),
+                         colored(padToWidth(row.status, stateWidth), row.color, on).c_str(),
+                         check == checks.end() ? "" : check->second.c_str());
+        }
     }
 
 private:
@@ -202,7 +213,8 @@ struct StepTimes
 
 Attributes resultDocument(const std::string& outcome, const std::string& product, const std::string& productId,
                           const std::string& page, const std::vector<RowView>& rows, const StepTimes& times,
-                          const std::map<std::string, std::string>& sources)
+                          const std::map<std::string, std::string>& sources,
+                          const std::map<std::string, Ref<Attributes>>& preflight)
 {
     Attributes document;
     document.set("result", String(outcome));
@@ -221,6 +233,8 @@ Attributes resultDocument(const std::string& outcome, const std::string& product
             track->set("source", String(source->second));
         track->set("status", String(row.status));
         track->set("state", String(stateOf(row.status)));
+        if (const auto report = preflight.find(row.path); report != preflight.end())
+            track->set("preflight", Variant(static_cast<Object*>(report->second.get())));
         tracks->append(Variant(static_cast<Object*>(track.get())));
     }
     document.set("tracks", Variant(static_cast<Object*>(tracks.get())));
@@ -314,11 +328,47 @@ int publish(const PublishOptions& options)
     }
     TrackTable table(*model);
     const std::string product = gadget.text("newProductName");
+
+    // The pre-flight report, by the rendered file's path as the table's rows name it.
+    const PreflightReport preflight = preflightOfTable(gadget, batch, runtime.preflightLimits());
+    std::map<std::string, std::string> checks;
+    std::map<std::string, Ref<Attributes>> preflightDocuments;
+    for (size_t i = 0; i < batch.files.size(); ++i)
+    {
+        const std::string path = batch.files[i].output.string();
+        checks[path] = PreflightReport::name(preflight.rows[i].severity);
+        preflightDocuments[path] = preflightDocument(batch.files[i], preflight.rows[i]);
+    }
     if (!options.json)
     {
         std::fprintf(stdout, "Product: %s%s\n", product.c_str(), gadget.number("replaceMode") ? "" : " (new)");
-        TrackTable::print(table.rows(), stdout);
+        TrackTable::print(table.rows(), checks, stdout);
+        std::fprintf(stdout, "\nPre-flight report\n");
+        printPreflight(batch, preflight, stdout);
+        std::fprintf(stdout, "\n");
         std::fflush(stdout);
+    }
+    if (options.strict && preflight.worst() != PreflightReport::Severity::Ok)
+    {
+        size_t errors = 0, warnings = 0;
+        for (const PreflightReport::Row& row : preflight.rows)
+            for (const PreflightReport::Finding& finding : row.findings)
+            {
+                errors += finding.severity == PreflightReport::Severity::Error;
+                warnings += finding.severity == PreflightReport::Severity::Warning;
+            }
+        std::fprintf(stderr,
+                     "sorvel: the pre-flight report found %zu error(s) and %zu warning(s); nothing was uploaded "
+                     "(--strict). Rendered files kept in %s\n",
+                     errors, warnings, batch.folder.c_str());
+        if (options.json)
+        {
+            Attributes document = resultDocument("refused", product, "", "", table.rows(), times, sourceOf,
+                                                 preflightDocuments);
+            document.set("rendered_folder", String(batch.folder.string()));
+            std::fprintf(stdout, "%s\n", Json::toText(document).c_str());
+        }
+        return kPreflightFailed;
     }
 
     // Upload: the form's "Upload" button; the rows report their progress as they are drawn.
@@ -375,7 +425,8 @@ int publish(const PublishOptions& options)
     if (options.json)
     {
         Attributes document =
-            resultDocument(outcome, product, runtime.pages().lastProductId(), page, finished, times, sourceOf);
+            resultDocument(outcome, product, runtime.pages().lastProductId(), page, finished, times, sourceOf,
+                           preflightDocuments);
         if (code != kDone)
             document.set("rendered_folder", String(batch.folder.string())); // kept for another try
         std::fprintf(stdout, "%s\n", Json::toText(document).c_str());

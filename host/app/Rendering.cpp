@@ -43,9 +43,15 @@ void RenderedBatch::removeFolder() const
         fs::remove_all(folder, ignored);
 }
 
-int renderAndPublish(Engine::IPublisher& publisher, const std::vector<SourceFile>& sources,
-                     const std::map<std::string, std::vector<std::string>>& fields, const std::string& product,
-                     bool quiet, unsigned jobs, RenderedBatch& batch)
+std::string RenderedBatch::File::trackName() const
+{
+    const std::string title = metadata.getString("Media:Title").toUtf8();
+    return title.empty() ? output.stem().string() : title;
+}
+
+int renderBatch(Engine::IPublisher& publisher, const std::vector<SourceFile>& sources,
+                const std::map<std::string, std::vector<std::string>>& fields, const std::string& product, bool quiet,
+                unsigned jobs, RenderedBatch& batch)
 {
     std::string error;
     batch.folder = makeCacheFolder("render", error);
@@ -56,14 +62,24 @@ int renderAndPublish(Engine::IPublisher& publisher, const std::vector<SourceFile
     }
     // The publisher is asked on this thread; the files are then rendered side by side.
     std::vector<BatchRenderer::Task> tasks;
-    for (const SourceFile& source : sources)
+    batch.files.clear();
+    for (size_t i = 0; i < sources.size(); ++i)
     {
+        const SourceFile& source = sources[i];
         FileType type = source.fileType;
         AudioFormat format = source.format;
         publisher.checkFormat(type, format); // corrects both to what the target takes
         const fs::path output = batch.folder / (source.path.stem().string() + ".wav");
         batch.sourceOf[output.string()] = source.path.string();
         tasks.push_back({source.path, output, format});
+
+        RenderedBatch::File file{source.path, output, source.metadata, {}};
+        for (const auto& [key, values] : fields)
+            if (!values.empty())
+                file.metadata.set(key, String(values.size() == 1 ? values[0] : values[i]));
+        if (!product.empty())
+            file.metadata.set("Media:Album", String(product));
+        batch.files.push_back(std::move(file));
     }
     const auto started = std::chrono::steady_clock::now();
     const BatchRenderer::Outcome rendered = BatchRenderer::render(
@@ -86,21 +102,23 @@ int renderAndPublish(Engine::IPublisher& publisher, const std::vector<SourceFile
         std::fprintf(stderr, "sorvel: %s: %s\n", tasks[rendered.failedTask].source.c_str(), rendered.error.c_str());
         return kUsage;
     }
+    for (size_t i = 0; i < batch.files.size(); ++i)
+        batch.files[i].report = rendered.reports[i];
+    return kDone;
+}
 
+int renderAndPublish(Engine::IPublisher& publisher, const std::vector<SourceFile>& sources,
+                     const std::map<std::string, std::vector<std::string>>& fields, const std::string& product,
+                     bool quiet, unsigned jobs, RenderedBatch& batch)
+{
+    if (int code = renderBatch(publisher, sources, fields, product, quiet, jobs, batch); code != kDone)
+        return code;
     // Handed over in the order the user gave.
     batch.items = makeRef<PublishedItemContainer>();
-    for (size_t i = 0; i < sources.size(); ++i)
-    {
-        Attributes metadata = sources[i].metadata;
-        for (const auto& [key, values] : fields)
-            if (!values.empty())
-                metadata.set(key, String(values.size() == 1 ? values[0] : values[i]));
-        if (!product.empty())
-            metadata.set("Media:Album", String(product));
+    for (const RenderedBatch::File& file : batch.files)
         batch.items->add(
-            makeRef<PublishedItem>(Url::fromNativePath(String(tasks[i].output.string())).toDisplayString().toUtf8(),
-                                   std::move(metadata)));
-    }
+            makeRef<PublishedItem>(Url::fromNativePath(String(file.output.string())).toDisplayString().toUtf8(),
+                                   Attributes(file.metadata)));
     if (publisher.publish(batch.items) != kResultOk)
     {
         batch.removeFolder();

@@ -4,6 +4,7 @@
 #include "framework/interfaces/IPublisher.h"
 #include "host/app/HostObjects.h"
 #include "host/app/SourceFile.h"
+#include "host/render/RenderReport.h"
 
 #include <filesystem>
 #include <map>
@@ -19,7 +20,20 @@ std::filesystem::path makeCacheFolder(const char* kind, std::string& error);
 /// Source files rendered to the format a publishing target takes, waiting for their upload.
 struct RenderedBatch
 {
+    /// One file of the batch, in the order the user gave.
+    struct File
+    {
+        std::filesystem::path source;
+        std::filesystem::path output;
+        KVX::Attributes metadata; ///< the "Media:" values handed over with it
+        RenderReport report;      ///< with the figures measured while it was rendered
+
+        /// The track name the publishing target gives it: its title, else the file's name.
+        std::string trackName() const;
+    };
+
     std::filesystem::path folder;
+    std::vector<File> files;
     KVX::Ref<PublishedItemContainer> items;
     std::map<std::string, std::string> sourceOf; ///< rendered file -> the file it was rendered from
 
@@ -27,11 +41,15 @@ struct RenderedBatch
     void removeFolder() const;
 };
 
-/// Renders `sources` to what `publisher` takes, `jobs` files at once (0: one per core), with each
-/// file's metadata and the "Media:" values of `fields` (one for all files, or one per file), names
-/// the product `product` when it is not empty, and hands the batch to the publisher in the order
-/// of `sources`. kDone, or an exit code after saying why on standard error (kInterrupted, kUsage,
-/// kServiceFailed); the folder is removed on failure.
+/// Renders `sources` to what `publisher` takes, `jobs` files at once (0: one per core), each with
+/// its metadata and the "Media:" values of `fields` (one for all files, or one per file), and the
+/// product `product` as its album when it is not empty. kDone, or an exit code after saying why on
+/// standard error (kInterrupted, kUsage, kServiceFailed); the folder is removed on failure.
+int renderBatch(Engine::IPublisher& publisher, const std::vector<SourceFile>& sources,
+                const std::map<std::string, std::vector<std::string>>& fields, const std::string& product, bool quiet,
+                unsigned jobs, RenderedBatch& batch);
+
+/// renderBatch, then the batch handed to the publisher in the order of `sources`.
 int renderAndPublish(Engine::IPublisher& publisher, const std::vector<SourceFile>& sources,
                      const std::map<std::string, std::vector<std::string>>& fields, const std::string& product,
                      bool quiet, unsigned jobs, RenderedBatch& batch);

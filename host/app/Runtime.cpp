@@ -129,6 +129,7 @@ bool Runtime::configure(std::string& error)
     Settings settings;
     if (!Settings::load(settings, error))
         return false;
+    limits_ = settings.preflight;
     if (!settings.hasServer())
     {
         // No service configured: the embedded emulator stands in, with its demo account.
@@ -155,7 +156,7 @@ bool Runtime::configure(std::string& error)
     return ConfigurationProvider::install(settings, error);
 }
 
-int Runtime::start()
+int Runtime::startModules()
 {
     if (GetRunLoop()->attachToCurrentThread() != kResultOk || RegisterWebServiceClasses() != kResultOk ||
         RegisterAudioFileClass() != kResultOk)
@@ -163,6 +164,48 @@ int Runtime::start()
         std::fprintf(stderr, "sorvel: the host's modules could not be started\n");
         return kServiceFailed;
     }
+    return kDone;
+}
+
+int Runtime::loadPlugin()
+{
+    const std::string pluginPath = PluginLibrary::defaultPath();
+    if (pluginPath.empty())
+    {
+        std::string folders;
+        for (const std::string& folder : PluginLibrary::searchFolders())
+            folders += "\n  " + folder;
+        std::fprintf(stderr, "sorvel: no plug-in sorvel.so found; looked in:%s\nInstall it in one of them, or name it "
+                             "in SORVEL_PLUGIN.\n",
+                     folders.c_str());
+        return kConfiguration;
+    }
+    if (std::string error; !plugin_.load(pluginPath, error))
+    {
+        std::fprintf(stderr, "sorvel: %s\n", error.c_str());
+        return kServiceFailed;
+    }
+    return kDone;
+}
+
+int Runtime::startOffline()
+{
+    if (int code = startModules(); code != kDone)
+        return code;
+    Settings settings;
+    if (std::string error; !Settings::load(settings, error))
+    {
+        std::fprintf(stderr, "sorvel: %s\n", error.c_str());
+        return kConfiguration;
+    }
+    limits_ = settings.preflight;
+    return loadPlugin();
+}
+
+int Runtime::start()
+{
+    if (int code = startModules(); code != kDone)
+        return code;
     if (stallTimeoutSeconds)
         GetWebService()->setTimeouts(0, stallTimeoutSeconds * 1000);
     std::string error;
@@ -176,22 +219,8 @@ int Runtime::start()
     pages_ = makeRef<OpenedPages>();
     GetSystemShell()->setUrlOpener(pages_);
 
-    const std::string pluginPath = PluginLibrary::defaultPath();
-    if (pluginPath.empty())
-    {
-        std::string folders;
-        for (const std::string& folder : PluginLibrary::searchFolders())
-            folders += "\n  " + folder;
-        std::fprintf(stderr, "sorvel: no plug-in sorvel.so found; looked in:%s\nInstall it in one of them, or name it "
-                             "in SORVEL_PLUGIN.\n",
-                     folders.c_str());
-        return kConfiguration;
-    }
-    if (!plugin_.load(pluginPath, error))
-    {
-        std::fprintf(stderr, "sorvel: %s\n", error.c_str());
-        return kServiceFailed;
-    }
+    if (int code = loadPlugin(); code != kDone)
+        return code;
     auto* component = static_cast<IComponent*>(plugin_.create("Gadget", IComponent::kIID));
     if (!component)
     {

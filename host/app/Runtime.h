@@ -4,6 +4,7 @@
 #include "host/app/Gadget.h"
 #include "host/app/HostObjects.h"
 #include "host/app/PluginLibrary.h"
+#include "host/preflight/PreflightLimits.h"
 
 #include <atomic>
 #include <functional>
@@ -24,6 +25,7 @@ enum ExitCode : int
     kUsage = 2,           ///< bad arguments or unreadable input
     kSignInRefused = 3,   ///< the login was refused or the session expired
     kConfiguration = 4,   ///< the configuration cannot be used
+    kPreflightFailed = 5, ///< the pre-flight report found an error (or, when strict, a warning)
     kInterrupted = 130,   ///< cancelled with Ctrl-C
 };
 
@@ -57,6 +59,11 @@ public:
     /// Starts everything up to an opened gadget. On failure returns the exit code, having said
     /// why on standard error.
     int start();
+    /// Starts the host's modules and loads the plug-in, and nothing of the service: enough to ask
+    /// the publishing target for its format. Exit code as for start.
+    int startOffline();
+    /// Where the pre-flight report warns, as configured (read by start and startOffline).
+    const PreflightLimits& preflightLimits() const { return limits_; }
     /// Signs in unless the silent sign-in did: the typed or prompted login, the stored one, or on
     /// the embedded sandbox its demo login. kDone, kSignInRefused, kUsage or kServiceFailed.
     int signIn(const LoginOptions& options);
@@ -82,9 +89,12 @@ public:
 
 private:
     bool configure(std::string& error);
+    int startModules();
+    int loadPlugin();
 
     std::unique_ptr<SorvelSandbox::Sandbox> sandbox_;
     bool unreachable_ = false; ///< the configured server did not answer
+    PreflightLimits limits_;
     PluginLibrary plugin_;
     KVX::Ref<Gadget> gadget_;
     KVX::Ref<HostContext> context_;

@@ -7,6 +7,9 @@
 #include <CLI/CLI.hpp>
 
 #include <cstdio>
+#include <map>
+#include <string>
+#include <vector>
 
 using namespace Host;
 
@@ -27,6 +30,26 @@ const std::pair<const char*, const char*> kFields[] = {
     {"comment", "Media:Comment"},   {"composer", "Media:Composer"}, {"arranger", "Media:Arranger"},
     {"songwriter", "Media:Songwriter"},
 };
+
+/// The metadata flags, into `values` by "Media:" key.
+void addFieldOptions(CLI::App& command, std::map<std::string, std::vector<std::string>>& values)
+{
+    for (const auto& [flag, key] : kFields)
+        command.add_option(std::string("--") + flag, values[key],
+                           std::string(key).substr(6) + ": once for all files, or repeated once per file")
+            ->allow_extra_args(false)
+            ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+}
+
+/// The metadata values that were given.
+std::map<std::string, std::vector<std::string>> givenFields(const std::map<std::string, std::vector<std::string>>& values)
+{
+    std::map<std::string, std::vector<std::string>> given;
+    for (const auto& [key, list] : values)
+        if (!list.empty())
+            given[key] = list;
+    return given;
+}
 
 } // namespace
 
@@ -58,11 +81,22 @@ int main(int argc, char** argv)
     publishCommand->add_flag("--no-progress", noProgress, "no progress bars");
     publishCommand->add_option("--jobs", publishOptions.jobs, "files rendered at once (default: one per core)")
         ->check(CLI::Range(1u, 256u));
-    for (const auto& [flag, key] : kFields)
-        publishCommand->add_option(std::string("--") + flag, fieldValues[key],
-                                   std::string(key).substr(6) + ": once for all files, or repeated once per file")
-            ->allow_extra_args(false)
-            ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    publishCommand->add_flag("--strict", publishOptions.strict,
+                             "upload nothing when the pre-flight report has an error or a warning (exit 5)");
+    addFieldOptions(*publishCommand, fieldValues);
+
+    CheckOptions checkOptions;
+    std::map<std::string, std::vector<std::string>> checkFieldValues;
+    CLI::App* checkCommand = app.add_subcommand(
+        "check", "render audio files and report their loudness, peaks, silence and catalogue codes (no sign-in)");
+    checkCommand->add_option("files", checkOptions.files, "audio files (anything libsndfile reads)")
+        ->required()
+        ->check(CLI::ExistingFile);
+    checkCommand->add_flag("--json", checkOptions.json, "print the report as JSON");
+    checkCommand->add_flag("--strict", checkOptions.strict, "a warning fails the check too (exit 5)");
+    checkCommand->add_option("--jobs", checkOptions.jobs, "files rendered at once (default: one per core)")
+        ->check(CLI::Range(1u, 256u));
+    addFieldOptions(*checkCommand, checkFieldValues);
 
     GadgetOptions gadgetOptions;
     bool noBrowser = false;
@@ -105,10 +139,13 @@ int main(int argc, char** argv)
     if (*publishCommand)
     {
         publishOptions.progress = !noProgress;
-        for (auto& [key, values] : fieldValues)
-            if (!values.empty())
-                publishOptions.fields[key] = values;
+        publishOptions.fields = givenFields(fieldValues);
         return publish(publishOptions);
+    }
+    if (*checkCommand)
+    {
+        checkOptions.fields = givenFields(checkFieldValues);
+        return checkFiles(checkOptions);
     }
     if (*gadgetCommand)
     {

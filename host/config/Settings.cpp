@@ -4,6 +4,7 @@
 #include "framework/data/Url.h"
 
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -30,6 +31,67 @@ constexpr Key kKeys[] = {
     {"PartnerID", "SORVEL_PARTNER_ID", &Settings::partnerId},
     {"PartnerKey", "SORVEL_PARTNER_KEY", &Settings::partnerKey},
 };
+
+struct Limit
+{
+    const char* name;
+    double PreflightLimits::*field;
+};
+
+constexpr Limit kLimits[] = {
+    {"TruePeakMax", &PreflightLimits::truePeakMax},
+    {"LoudnessMax", &PreflightLimits::loudnessMax},
+    {"LoudnessMin", &PreflightLimits::loudnessMin},
+    {"LeadingSilenceMax", &PreflightLimits::leadingSilenceMax},
+};
+
+/// The "Preflight" object of the file into `limits`.
+bool parseLimits(const Variant& value, const std::string& where, PreflightLimits& limits, std::string& error)
+{
+    const Attributes* object = value.asObject<Attributes>();
+    if (!object)
+    {
+        error = where + ": \"Preflight\" must be an object of limits";
+        return false;
+    }
+    for (const Attributes::Member& member : *object)
+    {
+        const std::string name(member.name.view());
+        if (!member.value.isNumeric())
+        {
+            error = where + ": the pre-flight limit \"" + name + "\" must be a number";
+            return false;
+        }
+        const double number = member.value.asDouble();
+        if (name == "ClippedSamplesMax")
+        {
+            if (number < 0 || number != static_cast<double>(static_cast<std::int64_t>(number)))
+            {
+                error = where + ": the pre-flight limit \"ClippedSamplesMax\" must be a whole number of samples";
+                return false;
+            }
+            limits.clippedSamplesMax = static_cast<std::int64_t>(number);
+            continue;
+        }
+        const Limit* limit = nullptr;
+        for (const Limit& candidate : kLimits)
+            if (name == candidate.name)
+                limit = &candidate;
+        if (!limit)
+        {
+            error = where + ": unknown pre-flight limit \"" + name +
+                    "\" (known: TruePeakMax, ClippedSamplesMax, LoudnessMax, LoudnessMin, LeadingSilenceMax)";
+            return false;
+        }
+        limits.*limit->field = number;
+    }
+    if (limits.loudnessMin > limits.loudnessMax)
+    {
+        error = where + ": the pre-flight limit LoudnessMin lies above LoudnessMax";
+        return false;
+    }
+    return true;
+}
 
 bool isWebAddress(const std::string& text)
 {
@@ -69,6 +131,12 @@ bool Settings::parse(std::string_view text, std::string_view origin, Settings& s
     }
     for (const Attributes::Member& member : values)
     {
+        if (member.name.view() == "Preflight")
+        {
+            if (!parseLimits(member.value, where, settings.preflight, error))
+                return false;
+            continue;
+        }
         const Key* key = nullptr;
         for (const Key& candidate : kKeys)
             if (member.name.view() == candidate.name)
@@ -76,7 +144,7 @@ bool Settings::parse(std::string_view text, std::string_view origin, Settings& s
         if (!key)
         {
             error = where + ": unknown setting \"" + std::string(member.name.view()) +
-                    "\" (known: ServerURL, LoginURL, PartnerID, PartnerKey)";
+                    "\" (known: ServerURL, LoginURL, PartnerID, PartnerKey, Preflight)";
             return false;
         }
         if (member.value.type() != Variant::kString)

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "host/preflight/PreflightLimits.h"
+
 #include <string>
 #include <string_view>
 
@@ -16,6 +18,8 @@ struct Settings
     std::string loginUrl;   ///< "LoginURL": the web sign-in page
     std::string partnerId;  ///< "PartnerID"
     std::string partnerKey; ///< "PartnerKey": a secret, never printed
+    /// "Preflight": where the pre-flight report warns; the file only, no environment variables.
+    PreflightLimits preflight;
 
     bool hasServer() const { return !serverUrl.empty(); }
     bool isEmpty() const { return serverUrl.empty() && loginUrl.empty() && partnerId.empty() && partnerKey.empty(); }
@@ -30,8 +34,9 @@ struct Settings
     static bool load(Settings& settings, std::string& error);
 
     /// Reads the text of a configuration file into `settings`: a JSON object whose members are
-    /// some of "ServerURL", "LoginURL", "PartnerID" and "PartnerKey", each a text. Values that it
-    /// holds replace those in `settings`. False with a sentence in `error` naming `origin`.
+    /// some of "ServerURL", "LoginURL", "PartnerID" and "PartnerKey", each a text, and
+    /// "Preflight", an object of numbers named as in PreflightLimits. Values that it holds
+    /// replace those in `settings`. False with a sentence in `error` naming `origin`.
     static bool parse(std::string_view text, std::string_view origin, Settings& settings, std::string& error);
 
     /// Checks values put together: nothing at all, or all four with both addresses http or

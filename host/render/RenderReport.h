@@ -1,5 +1,7 @@
 #pragma once
 
+#include "host/render/AudioFigures.h"
+
 #include <cstdint>
 #include <string>
 
@@ -15,6 +17,7 @@ struct RenderReport
     std::int64_t clippedSamples = 0; ///< samples beyond full scale, clamped to it
     bool resampled = false;
     bool dithered = false;
+    AudioFigures figures;            ///< of the written file, when it was measured
 };
 
 } // namespace Host

@@ -1,5 +1,6 @@
 #include "host/render/WaveRenderer.h"
 
+#include "host/render/AudioMeter.h"
 #include "host/render/ChannelMix.h"
 #include "host/render/PendingOutputFile.h"
 #include "host/render/Resampler.h"
@@ -329,6 +330,9 @@ bool WaveRenderer::render(const std::filesystem::path& sourcePath, const std::fi
 
     SampleQuantizer quantizer = ditherSeed_ ? SampleQuantizer(target_.bitDepth, report.dithered, ditherSeed_)
                                             : SampleQuantizer(target_.bitDepth, report.dithered);
+    std::unique_ptr<AudioMeter> meter;
+    if (std::string ignored; measure_)
+        meter = AudioMeter::create(targetChannels, target_.sampleRate, ignored); // else the figures stay unmeasured
     // Declared after the source, so that it stops reading before the source closes on any return.
     std::optional<BlockReader> reader(std::in_place, source.get(), sourceChannels, decodeAhead_);
     std::vector<double> mixedBlock;
@@ -349,6 +353,8 @@ bool WaveRenderer::render(const std::filesystem::path& sourcePath, const std::fi
         if (samples.size() < sampleCount)
             samples.resize(sampleCount);
         quantizer.quantize(frames, samples.data(), sampleCount);
+        if (meter)
+            meter->add(frames, samples.data(), count, target_.bitDepth);
         if (sf_writef_int(output.get(), samples.data(), static_cast<sf_count_t>(count)) !=
             static_cast<sf_count_t>(count))
         {
@@ -407,6 +413,8 @@ bool WaveRenderer::render(const std::filesystem::path& sourcePath, const std::fi
         return fail("Cannot write " + quoted(outputPath) + ": " + problem + ".");
 
     report.clippedSamples = quantizer.clippedSamples();
+    if (meter)
+        report.figures = meter->finish();
     if (progress_)
         progress_(1.0);
     return true;

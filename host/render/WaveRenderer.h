@@ -58,6 +58,9 @@ public:
     /// Decodes the source on a second thread, a few blocks ahead, so that one render keeps two
     /// cores busy. The output's bytes are the same either way.
     void setDecodeAhead(bool ahead) { decodeAhead_ = ahead; }
+    /// Whether the output is measured as it is written (AudioMeter) for the pre-flight report;
+    /// on unless turned off.
+    void setMeasure(bool measure) { measure_ = measure; }
 
     /// Renders `source` to a WAV file at `output`, replacing a file of that name on success.
     bool render(const std::filesystem::path& source, const std::filesystem::path& output, RenderReport& report);
@@ -72,6 +75,7 @@ private:
     const std::atomic<bool>* alsoCancel_ = nullptr;
     std::uint64_t ditherSeed_ = 0; ///< 0: the quantizer's own default
     bool decodeAhead_ = false;
+    bool measure_ = true;
 };
 
 } // namespace Host

@@ -230,7 +230,7 @@ TEST_F(SorvelProgram, TheTrackTableLinesUpWhateverLettersTheNamesHave)
     std::vector<std::string> rows;
     std::istringstream lines(run.out);
     for (std::string line; std::getline(lines, line);)
-        if (line.size() > 5 && line.substr(line.size() - 5) == "  Add")
+        if (line.find("  Add  ") != std::string::npos) // the state column
             rows.push_back(line);
     ASSERT_EQ(rows.size(), 4u) << run.out;
     std::set<size_t> widths, lengths;
@@ -242,6 +242,108 @@ TEST_F(SorvelProgram, TheTrackTableLinesUpWhateverLettersTheNamesHave)
     EXPECT_EQ(widths.size(), 1u) << run.out;
     EXPECT_GT(lengths.size(), 1u) << "the names differ in bytes per column";
     EXPECT_EQ(rows[0].rfind("\xC3\x9C" "berfahrt  ", 0), 0u) << rows[0];
+}
+
+} // namespace
+
+namespace {
+
+/// A two-second 48 kHz float WAV whose samples `sample` gives, in the test's home folder.
+std::string writeWave(const std::filesystem::path& folder, const std::string& name,
+                      const std::function<double(std::int64_t)>& sample)
+{
+    const auto path = folder / (name + ".wav");
+    EXPECT_TRUE(RenderTest::writeSound(path, SF_FORMAT_WAV | SF_FORMAT_FLOAT, 48000, 2, 96000,
+                                       [&](std::int64_t frame, int) { return sample(frame); }));
+    return path.string();
+}
+
+TEST_F(SorvelProgram, CheckReportsTheFiguresWithoutSigningInAndExitsByTheWorstFinding)
+{
+    // A tone 14 dB below full scale, the same on both channels.
+    const std::string good = writeWave(home.path(), "Good", [](std::int64_t frame) { return 0.2 * std::sin(frame * 0.05); });
+    const std::string clipping = writeWave(home.path(), "Clipping", [](std::int64_t frame) {
+        return 1.4 * std::sin(frame * 0.01);
+    });
+    const std::string silent = writeWave(home.path(), "Silent", [](std::int64_t) { return 0.0; });
+
+    ProgramRun run = sorvel({"check", "--json", good, "--isrc", "us-rc1-76-07839"}, "");
+    ASSERT_EQ(run.exitCode, 0) << run.err;
+    auto document = parse(run.out);
+    ASSERT_TRUE(document.IsObject()) << run.out;
+    EXPECT_STREQ(document["result"].GetString(), "ok");
+    ASSERT_EQ(document["tracks"].Size(), 1u);
+    const auto& track = document["tracks"][0];
+    EXPECT_STREQ(track["check"].GetString(), "ok");
+    EXPECT_STREQ(track["isrc"].GetString(), "us-rc1-76-07839") << "codes are reported as typed";
+    EXPECT_NEAR(track["sample_peak_dbfs"].GetDouble(), -14.0, 0.1);
+    EXPECT_NEAR(track["integrated_loudness_lufs"].GetDouble(), -14.7, 0.5) << "a sine's mean square on two channels";
+    EXPECT_EQ(track["channels_identical"].GetInt(), 1);
+    EXPECT_NEAR(track["seconds"].GetDouble(), 2.0, 0.01);
+    EXPECT_TRUE(sandbox->requestLog().entries(Endpoint::SignIn).empty()) << "nothing was sent";
+    EXPECT_TRUE(std::filesystem::is_empty(home / "cache" / "sorvel" / "render")) << "the check keeps no files";
+
+    // A clipping file warns (exit 0), and fails the check only when strict.
+    run = sorvel({"check", clipping}, "");
+    EXPECT_EQ(run.exitCode, 0) << run.err;
+    EXPECT_NE(run.out.find("warning: "), std::string::npos) << run.out;
+    EXPECT_NE(run.out.find("at full scale (clipped)"), std::string::npos) << run.out;
+    EXPECT_NE(run.out.find("true peak"), std::string::npos) << run.out;
+    run = sorvel({"check", "--strict", clipping}, "");
+    EXPECT_EQ(run.exitCode, 5) << run.out;
+
+    // A silent file and a malformed code are errors: 5 with or without strict.
+    run = sorvel({"check", good, silent}, "");
+    EXPECT_EQ(run.exitCode, 5) << run.out;
+    EXPECT_NE(run.out.find("error: the file is silent throughout"), std::string::npos) << run.out;
+    run = sorvel({"check", "--ean", "4006381333932", good}, "");
+    EXPECT_EQ(run.exitCode, 5) << run.out;
+    EXPECT_NE(run.out.find("check digit 2, but its digits need 1"), std::string::npos) << run.out;
+
+    // The limits are the user's: a warning that the configuration allows is none.
+    std::filesystem::create_directories(home / "config" / "sorvel");
+    const auto config = home / "config" / "sorvel" / "config.json";
+    std::ofstream(config) << R"({"Preflight": {"TruePeakMax": 6, "ClippedSamplesMax": 1000000, "LoudnessMax": 0}})";
+    std::filesystem::permissions(config, std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
+    run = sorvel({"check", "--strict", clipping}, "");
+    EXPECT_EQ(run.exitCode, 0) << run.out << run.err;
+}
+
+TEST_F(SorvelProgram, AStrictPublishUploadsNothingWhenThePreflightReportFindsFault)
+{
+    const std::string take = writeWave(home.path(), "Take", [](std::int64_t frame) { return 0.2 * std::sin(frame * 0.05); });
+    const size_t storedBefore = sandbox->storedFiles().size();
+    ProgramRun run = sorvel({"publish", "--user", login.username, "--password-stdin", "--json", "--strict",
+                             "--product", "Night Drive", "--isrc", "QZDEM1400002", take},
+                            login.password);
+    EXPECT_EQ(run.exitCode, 5) << run.err;
+    EXPECT_NE(run.err.find("nothing was uploaded (--strict)"), std::string::npos) << run.err;
+    auto document = parse(run.out);
+    ASSERT_TRUE(document.IsObject()) << run.out;
+    EXPECT_STREQ(document["result"].GetString(), "refused");
+    bool found = false;
+    for (const auto& track : document["tracks"].GetArray())
+        if (track.HasMember("preflight"))
+        {
+            found = true;
+            EXPECT_STREQ(track["preflight"]["check"].GetString(), "error");
+            EXPECT_STREQ(track["preflight"]["findings"][0]["code"].GetString(), "isrc_on_product")
+                << "the code is on the product's track Tunnel";
+        }
+    EXPECT_TRUE(found) << run.out;
+    EXPECT_TRUE(sandbox->requestLog().entries(Endpoint::CreateTrack).empty());
+    EXPECT_EQ(sandbox->storedFiles().size(), storedBefore);
+    const std::filesystem::path kept = document["rendered_folder"].GetString();
+    EXPECT_TRUE(std::filesystem::exists(kept / "Take.wav")) << "the rendered file is kept for another try";
+
+    // The new take of the product's own track keeps its code: no fault, and the upload goes on.
+    run = sorvel({"publish", "--user", login.username, "--password-stdin", "--strict", "--no-progress", "--product",
+                  "Night Drive", "--title", "Tunnel", "--isrc", "QZ-DEM-14-00002", take},
+                 login.password);
+    EXPECT_EQ(run.exitCode, 0) << run.err;
+    EXPECT_NE(run.out.find("Pre-flight report"), std::string::npos) << run.out;
+    EXPECT_NE(run.out.find("Replace"), std::string::npos) << run.out;
+    EXPECT_EQ(sandbox->storedFiles().size(), storedBefore + 1);
 }
 
 } // namespace

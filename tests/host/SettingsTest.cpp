@@ -190,3 +190,41 @@ TEST_F(SettingsTest, TheProviderAnswersTheNameSorvelBothWays)
               kResultOk);
     EXPECT_EQ(created, nullptr);
 }
+
+TEST_F(SettingsTest, ThePreflightLimitsComeFromTheFileAndBadOnesAreExplained)
+{
+    Settings settings;
+    std::string error;
+    ASSERT_TRUE(Settings::parse(R"({"Preflight": {"TruePeakMax": -2, "ClippedSamplesMax": 10, "LoudnessMax": -8.5,
+                                    "LoudnessMin": -24, "LeadingSilenceMax": 0.5}})",
+                                "test", settings, error))
+        << error;
+    EXPECT_EQ(settings.preflight.truePeakMax, -2.0);
+    EXPECT_EQ(settings.preflight.clippedSamplesMax, 10);
+    EXPECT_EQ(settings.preflight.loudnessMax, -8.5);
+    EXPECT_EQ(settings.preflight.loudnessMin, -24.0);
+    EXPECT_EQ(settings.preflight.leadingSilenceMax, 0.5);
+    EXPECT_TRUE(settings.isEmpty()) << "limits configure no service";
+
+    // Limits not named keep their defaults.
+    settings = {};
+    ASSERT_TRUE(Settings::parse(R"({"Preflight": {"LoudnessMax": -6}})", "test", settings, error)) << error;
+    EXPECT_EQ(settings.preflight.truePeakMax, PreflightLimits{}.truePeakMax);
+    EXPECT_EQ(settings.preflight.loudnessMax, -6.0);
+
+    const std::pair<const char*, const char*> bad[] = {
+        {R"({"Preflight": -1})", "must be an object"},
+        {R"({"Preflight": {"TruePeak": -1}})", "unknown pre-flight limit \"TruePeak\""},
+        {R"({"Preflight": {"TruePeakMax": "-1"}})", "must be a number"},
+        {R"({"Preflight": {"ClippedSamplesMax": 2.5}})", "whole number"},
+        {R"({"Preflight": {"ClippedSamplesMax": -1}})", "whole number"},
+        {R"({"Preflight": {"LoudnessMin": -5, "LoudnessMax": -9}})", "LoudnessMin lies above LoudnessMax"},
+    };
+    for (const auto& [text, reason] : bad)
+    {
+        settings = {};
+        EXPECT_FALSE(Settings::parse(text, "config.json", settings, error)) << text;
+        EXPECT_NE(error.find(reason), std::string::npos) << text << ": " << error;
+        EXPECT_EQ(error.rfind("config.json", 0), 0u) << error;
+    }
+}

@@ -1,0 +1,51 @@
+#include "host/app/Commands.h"
+#include "host/app/Preflight.h"
+#include "host/app/Rendering.h"
+
+#include "framework/data/Json.h"
+#include "framework/interfaces/IPublisher.h"
+
+#include <cstdio>
+
+namespace Host {
+
+using namespace KVX;
+
+int checkFiles(const CheckOptions& options)
+{
+    std::vector<SourceFile> sources;
+    if (int code = openSourceFiles(options.files, options.fields, sources); code != kDone)
+        return code;
+    Runtime runtime;
+    if (int code = runtime.startOffline(); code != kDone)
+        return code;
+    auto* publisher = static_cast<Engine::IPublisher*>(runtime.plugin().create("Publisher", Engine::IPublisher::kIID));
+    if (!publisher)
+    {
+        std::fprintf(stderr, "sorvel: the plug-in offers no publishing target\n");
+        return kServiceFailed;
+    }
+    const auto heldPublisher = Ref<Engine::IPublisher>::adopt(publisher);
+
+    // Rendered as for an upload, so the figures are those of the files the service would get.
+    RenderedBatch batch;
+    if (int code = renderBatch(*publisher, sources, options.fields, {}, options.json, options.jobs, batch); code != kDone)
+        return code;
+    batch.removeFolder();
+    const PreflightReport report = preflightOfBatch(batch, runtime.preflightLimits());
+    const PreflightReport::Severity worst = report.worst();
+
+    if (options.json)
+    {
+        const Attributes document = checkDocument(batch, report);
+        std::fprintf(stdout, "%s\n", Json::toText(document).c_str());
+    }
+    else
+        printPreflight(batch, report, stdout);
+
+    const bool failed = worst == PreflightReport::Severity::Error ||
+                        (options.strict && worst == PreflightReport::Severity::Warning);
+    return failed ? kPreflightFailed : kDone;
+}
+
+} // namespace Host

@@ -1,0 +1,198 @@
+// The figures of the pre-flight report, measured while a render writes its output, against
+// signals whose loudness, peaks and silences are known.
+#include "host/render/AudioMeter.h"
+#include "host/render/WaveRenderer.h"
+
+#include "TestSound.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <fstream>
+#include <numbers>
+
+using namespace RenderTest;
+using Host::AudioFigures;
+using Host::AudioMeter;
+using Host::RenderReport;
+using Host::WaveRenderer;
+
+namespace {
+
+KVX::AudioFormat cdStereo(int bitDepth = 16)
+{
+    KVX::AudioFormat result;
+    result.sampleRate = 44100.0;
+    result.channelCount = 2;
+    result.bitDepth = bitDepth;
+    return result;
+}
+
+double level(double decibels)
+{
+    return std::pow(10.0, decibels / 20.0);
+}
+
+double sine(double amplitude, double frequency, double phase, std::int64_t frame, int sampleRate = 44100)
+{
+    return amplitude * std::sin(2.0 * std::numbers::pi * frequency * static_cast<double>(frame) / sampleRate + phase);
+}
+
+/// Renders a source written by `sample` (float samples, so that levels above full scale survive)
+/// and returns the report.
+RenderReport render(const TempFolder& folder, int sampleRate, int channels, double seconds,
+                    const std::function<double(std::int64_t, int)>& sample, int bitDepth = 16)
+{
+    const auto source = folder / "source.wav";
+    EXPECT_TRUE(writeSound(source, SF_FORMAT_WAV | SF_FORMAT_FLOAT, sampleRate, channels,
+                           static_cast<std::int64_t>(seconds * sampleRate), sample));
+    WaveRenderer renderer(cdStereo(bitDepth));
+    RenderReport report;
+    EXPECT_TRUE(renderer.render(source, folder / "out.wav", report)) << report.error;
+    return report;
+}
+
+std::string readBytes(const std::filesystem::path& path)
+{
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+} // namespace
+
+TEST(AudioMeter, ASineOfKnownLevelReadsItsLoudnessAndPeaks)
+{
+    TempFolder folder;
+    // The reference signal of loudness meters: 1 kHz at -23 dBFS on both channels reads -23 LUFS.
+    const RenderReport reference = render(folder, 44100, 2, 20.0, [](std::int64_t frame, int) {
+        return sine(level(-23.0), 1000.0, 0.0, frame);
+    });
+    const AudioFigures& figures = reference.figures;
+    ASSERT_TRUE(figures.measured);
+    EXPECT_NEAR(figures.integratedLoudness, -23.0, 0.1);
+    EXPECT_NEAR(figures.loudnessRange, 0.0, 0.1) << "a steady tone has no loudness range";
+    EXPECT_NEAR(figures.samplePeak, -23.0, 0.05);
+    EXPECT_NEAR(figures.truePeak, -23.0, 0.1);
+    EXPECT_EQ(figures.clippedSamples, 0);
+    EXPECT_FALSE(figures.silent);
+    EXPECT_TRUE(figures.channelsIdentical) << "the same tone on both channels is a mono mix";
+    EXPECT_NEAR(figures.seconds, 20.0, 1e-3);
+    EXPECT_LT(figures.leadingSilence, 0.001);
+
+    // 6 dB more on one channel only: the channels differ, the loudness rises by 10 log10((1 + 4) / 2).
+    const RenderReport louder = render(folder, 44100, 2, 20.0, [](std::int64_t frame, int channel) {
+        return sine(level(channel ? -17.0 : -23.0), 1000.0, 0.0, frame);
+    });
+    EXPECT_FALSE(louder.figures.channelsIdentical);
+    EXPECT_NEAR(louder.figures.integratedLoudness, -23.0 + 10.0 * std::log10(2.5), 0.1);
+    EXPECT_NEAR(louder.figures.samplePeak, -17.0, 0.05);
+
+    // A 48 kHz source is measured as rendered, at 44.1 kHz: the same loudness.
+    const RenderReport resampled = render(folder, 48000, 2, 10.0, [](std::int64_t frame, int) {
+        return sine(level(-23.0), 1000.0, 0.0, frame, 48000);
+    });
+    EXPECT_NEAR(resampled.figures.integratedLoudness, -23.0, 0.1);
+}
+
+TEST(AudioMeter, PeaksBetweenSamplesAreFoundWhereTheSamplesStayLow)
+{
+    TempFolder folder;
+    // A quarter of the sample rate, a half step out of phase: every sample lies 3 dB below the
+    // wave's crest, which falls midway between two samples.
+    const RenderReport report = render(
+        folder, 44100, 2, 5.0,
+        [](std::int64_t frame, int) { return sine(1.0, 11025.0, std::numbers::pi / 4.0, frame); }, 24);
+    EXPECT_LT(report.figures.samplePeak, -3.0);
+    EXPECT_GT(report.figures.truePeak, -0.5) << "the crest between the samples reaches full scale";
+    EXPECT_EQ(report.figures.clippedSamples, 0);
+}
+
+TEST(AudioMeter, OversamplingOnlyTheBlocksThatCanRaiseThePeakFindsWhatOversamplingEveryBlockFinds)
+{
+    // Bursts that grow, fall back and grow again past the first maximum, with crests between
+    // samples, in blocks of several sizes: the meter must find the same true peak as libebur128
+    // fed every frame.
+    constexpr std::int64_t kFrames = 44100 * 6;
+    std::vector<std::int32_t> samples(kFrames * 2);
+    for (std::int64_t frame = 0; frame < kFrames; ++frame)
+    {
+        const double second = static_cast<double>(frame) / 44100.0;
+        const double envelope = second < 2 ? 0.2 + 0.3 * second : second < 4 ? 0.3 : 0.2 + 0.1875 * (second - 2);
+        for (int channel = 0; channel < 2; ++channel)
+        {
+            const double value = sine(envelope, 11025.0 - 40.0 * channel, std::numbers::pi / 4.0, frame) +
+                                 sine(0.1, 97.0, 0.0, frame);
+            samples[static_cast<std::size_t>(frame * 2 + channel)] = static_cast<std::int32_t>(value * 2147483647.0);
+        }
+    }
+    ebur128_state* full = ebur128_init(2, 44100, EBUR128_MODE_TRUE_PEAK);
+    ebur128_add_frames_int(full, samples.data(), kFrames);
+    double expected = 0;
+    for (unsigned channel = 0; channel < 2; ++channel)
+    {
+        double peak = 0;
+        ebur128_true_peak(full, channel, &peak);
+        expected = std::max(expected, peak);
+    }
+    ebur128_destroy(&full);
+
+    for (std::size_t block : {7u, 64u, 1000u, 8192u})
+    {
+        std::string error;
+        auto meter = AudioMeter::create(2, 44100.0, error);
+        ASSERT_TRUE(meter) << error;
+        std::vector<double> levels(block * 2);
+        for (std::int64_t at = 0; at < kFrames; at += static_cast<std::int64_t>(block))
+        {
+            const std::size_t count = std::min<std::size_t>(block, static_cast<std::size_t>(kFrames - at));
+            meter->add(levels.data(), samples.data() + at * 2, count, 32);
+        }
+        const AudioFigures figures = meter->finish();
+        EXPECT_NEAR(figures.truePeak, 20.0 * std::log10(expected), 0.01) << "blocks of " << block;
+    }
+}
+
+TEST(AudioMeter, SilenceClippingAndTheEndsOfAFileAreCounted)
+{
+    TempFolder folder;
+    // Digital silence, dithered to 16 bits on the way: still silent, no loudness, no peak to speak of.
+    const RenderReport silence = render(folder, 44100, 2, 3.0, [](std::int64_t, int) { return 0.0; });
+    EXPECT_TRUE(silence.figures.silent);
+    EXPECT_EQ(silence.figures.integratedLoudness, AudioFigures::kNone);
+    EXPECT_LT(silence.figures.samplePeak, -80.0);
+    EXPECT_NEAR(silence.figures.leadingSilence, 3.0, 1e-3);
+
+    // 2.5 s of silence, a second of tone, half a second of silence.
+    const RenderReport framed = render(folder, 44100, 2, 4.0, [](std::int64_t frame, int) {
+        return frame >= 110250 && frame < 154350 ? sine(0.5, 440.0, 0.0, frame) : 0.0;
+    });
+    EXPECT_FALSE(framed.figures.silent);
+    EXPECT_NEAR(framed.figures.leadingSilence, 2.5, 0.01);
+    EXPECT_NEAR(framed.figures.trailingSilence, 0.5, 0.01);
+
+    // A tone driven 3.5 dB past full scale: the samples beyond it are written at full scale.
+    const RenderReport clipped = render(folder, 44100, 2, 1.0, [](std::int64_t frame, int) {
+        return sine(1.5, 100.0, 0.0, frame);
+    });
+    EXPECT_GT(clipped.figures.clippedSamples, 44100 / 2) << "about half of each period is clipped";
+    EXPECT_NEAR(clipped.figures.samplePeak, 0.0, 0.01);
+}
+
+TEST(AudioMeter, MeasuringLeavesTheRenderedBytesAsTheyAre)
+{
+    TempFolder folder;
+    const auto source = folder / "source.wav";
+    ASSERT_TRUE(writeSound(source, SF_FORMAT_WAV | SF_FORMAT_PCM_24, 48000, 2, 48000 * 2,
+                           [](std::int64_t frame, int channel) { return sine(0.6, 300.0 + channel, 0.0, frame, 48000); }));
+    WaveRenderer measured(cdStereo());
+    WaveRenderer unmeasured(cdStereo());
+    unmeasured.setMeasure(false);
+    measured.setDitherSeed(7);
+    unmeasured.setDitherSeed(7);
+    RenderReport withFigures, without;
+    ASSERT_TRUE(measured.render(source, folder / "measured.wav", withFigures));
+    ASSERT_TRUE(unmeasured.render(source, folder / "unmeasured.wav", without));
+    EXPECT_TRUE(withFigures.figures.measured);
+    EXPECT_FALSE(without.figures.measured);
+    EXPECT_EQ(readBytes(folder / "measured.wav"), readBytes(folder / "unmeasured.wav"));
+}
