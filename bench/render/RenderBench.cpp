@@ -123,6 +123,12 @@ int main(int argc, char** argv)
     Host::RenderReport report;
     const double render = bestSeconds(runs, [&] { return renderer.render(source, folder / "cd.wav", report); });
     const long residentAfter = peakResidentKilobytes();
+    // The same render without the pre-flight measurement, for its cost.
+    Host::WaveRenderer unmeasured(cd);
+    unmeasured.setMeasure(false);
+    Host::RenderReport unmeasuredReport;
+    const double bare =
+        bestSeconds(runs, [&] { return unmeasured.render(source, folder / "bare.wav", unmeasuredReport); });
     const double copy = bestSeconds(runs, [&] { return plainCopy(source, folder / "copy.wav"); });
 
     KVX::AudioFormat sameRate = cd;
@@ -133,7 +139,7 @@ int main(int argc, char** argv)
         bestSeconds(runs, [&] { return requantizer.render(source, folder / "same.wav", requantized); });
 
     std::filesystem::remove_all(folder);
-    if (render < 0 || copy < 0 || noResampling < 0)
+    if (render < 0 || bare < 0 || copy < 0 || noResampling < 0)
     {
         std::fprintf(stderr, "render_bench: %s\n",
                      report.error.empty() ? requantized.error.c_str() : report.error.c_str());
@@ -142,6 +148,9 @@ int main(int argc, char** argv)
     std::printf("source: %.1f min, 48 kHz 24-bit stereo WAV; best of %d runs\n", minutes, runs);
     std::printf("render to 44.1 kHz 16-bit stereo:   %7.3f s  %6.1fx real time  (clipped %lld)\n", render,
                 duration / render, static_cast<long long>(report.clippedSamples));
+    std::printf("the same, not measured:             %7.3f s  %6.1fx real time\n", bare, duration / bare);
+    std::printf("pre-flight measurement cost:        %6.1f %% of the render  (%.1f LUFS, %.1f dBTP)\n",
+                100.0 * (render - bare) / bare, report.figures.integratedLoudness, report.figures.truePeak);
     std::printf("same rate, 16-bit with dither:      %7.3f s  %6.1fx real time\n", noResampling,
                 duration / noResampling);
     std::printf("peer, plain libsndfile copy:        %7.3f s  %6.1fx real time\n", copy, duration / copy);
