@@ -1,4 +1,5 @@
 #include "host/app/Commands.h"
+#include "host/app/Preflight.h"
 #include "host/app/Rendering.h"
 #include "host/gadget/GadgetPage.h"
 #include "host/gadget/GadgetServer.h"
@@ -113,7 +114,17 @@ int showGadget(const GadgetOptions& options)
         std::fprintf(stderr, "sorvel: %s\n", error.c_str());
         return kServiceFailed;
     }
+    // Judged against the product the files were handed to, before the page's table view takes
+    // the model (the report selects rows through a view of its own).
+    std::map<std::string, Ref<Attributes>> reports;
+    if (!batch.files.empty())
+    {
+        const PreflightReport report = preflightOfTable(runtime.gadget(), batch, runtime.preflightLimits());
+        for (size_t i = 0; i < batch.files.size(); ++i)
+            reports[batch.files[i].output.string()] = preflightDocument(batch.files[i], report.rows[i]);
+    }
     auto session = makeRef<GadgetSession>(runtime.gadget().component(), page, kThemeName);
+    session->setFileReports(std::move(reports));
     GadgetServer server(*session, page, *theme, dropFolder);
     auto cleanUp = [&] {
         runtime.alerts().onAlert = nullptr;

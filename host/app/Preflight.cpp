@@ -75,7 +75,8 @@ std::string number(const char* format, double value)
     if (!std::isfinite(value))
         return "-inf";
     char text[32];
-    std::snprintf(text, sizeof text, format, value);
+    // Rounded first and added to +0, so that a level just under zero reads 0.0, not -0.0.
+    std::snprintf(text, sizeof text, format, std::round(value * 10.0) / 10.0 + 0.0);
     return text;
 }
 

@@ -108,6 +108,8 @@ int main(int argc, char** argv)
     gadgetCommand->add_flag("--no-browser", noBrowser, "only print the page's address");
     gadgetCommand->add_option("--jobs", gadgetOptions.jobs, "files rendered at once (default: one per core)")
         ->check(CLI::Range(1u, 256u));
+    std::map<std::string, std::vector<std::string>> gadgetFieldValues;
+    addFieldOptions(*gadgetCommand, gadgetFieldValues);
 
     LoginOptions login;
     bool json = false;
@@ -150,6 +152,7 @@ int main(int argc, char** argv)
     if (*gadgetCommand)
     {
         gadgetOptions.openBrowser = !noBrowser;
+        gadgetOptions.fields = givenFields(gadgetFieldValues);
         return showGadget(gadgetOptions);
     }
     if (*productsCommand)

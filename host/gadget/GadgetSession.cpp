@@ -270,7 +270,10 @@ public:
             if (row >= 0 && row < rows)
                 selection->append(Variant(int64(row)));
         auto tooltips = makeRef<AttributeArray>();
+        auto checks = makeRef<AttributeArray>();
         for (int32 row = 0; row < rows; ++row)
+        {
+            bool checked = false;
             for (int32 column = 0; column < model_->countColumns(); ++column)
                 if (const char* text = nullptr; model_->getTooltip(row, column, text) == kResultOk && text && *text)
                 {
@@ -279,7 +282,17 @@ public:
                     tip->append(Variant(int64(column)));
                     tip->append(Variant(text));
                     tooltips->append(arrayVariant(tip));
+                    // A file cell's tooltip is the file's whole path.
+                    if (Attributes* report = session_ ? session_->fileReport(text) : nullptr; report && !checked)
+                    {
+                        auto check = makeRef<AttributeArray>();
+                        check->append(Variant(int64(row)));
+                        check->append(Variant(static_cast<Object*>(report)));
+                        checks->append(arrayVariant(check));
+                        checked = true;
+                    }
                 }
+        }
         uint32 select = 0xCFE6F3FF;
         if (style_)
             style_->getColor("selectcolor", select);
@@ -291,6 +304,7 @@ public:
         table->set("selection", arrayVariant(selection));
         table->set("selectColor", Variant(hexColor(select).c_str()));
         table->set("tooltips", arrayVariant(tooltips));
+        table->set("checks", arrayVariant(checks));
         table->set("drawing", arrayVariant(recorder->operations));
         table->set("drops", Variant(model_->canAcceptDrop(-1, nullptr) == kResultOk));
         return table;
@@ -373,6 +387,12 @@ GadgetSession::GadgetSession(IComponent* root, const GadgetPage& page, std::stri
 }
 
 GadgetSession::~GadgetSession() { close(); }
+
+Attributes* GadgetSession::fileReport(const std::string& path) const
+{
+    const auto found = fileReports_.find(path);
+    return found == fileReports_.end() ? nullptr : found->second.get();
+}
 
 void GadgetSession::close()
 {

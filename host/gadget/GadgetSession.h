@@ -1,5 +1,7 @@
 #pragma once
 
+#include "framework/data/Attributes.h"
+
 #include "framework/core/Object.h"
 #include "framework/core/Ref.h"
 #include "framework/interfaces/IComponent.h"
@@ -54,6 +56,13 @@ public:
     /// Files (paths on this machine) dropped onto `row` of the list from outside.
     std::string dropFiles(const std::string& key, const std::vector<std::string>& paths, int row);
 
+    /// The pre-flight report of each file the host rendered, by the file's path as the table's
+    /// file column names it: rows listing such a file carry it in the state, for a badge and for
+    /// the figures shown beside the inspector.
+    void setFileReports(std::map<std::string, KVX::Ref<KVX::Attributes>> reports) { fileReports_ = std::move(reports); }
+    /// The report of the file at `path`, or nothing.
+    KVX::Attributes* fileReport(const std::string& path) const;
+
     /// An event for the page besides the state (an alert, an address to open, "activate").
     void queueEvent(const std::string& name, const std::string& data);
     /// What the page must be sent now: the queued events, then, when a component signalled and
@@ -88,6 +97,7 @@ private:
     std::vector<std::pair<std::string, std::string>> events_;
     std::string pendingSignal_;
     std::string lastState_;
+    std::map<std::string, KVX::Ref<KVX::Attributes>> fileReports_;
 };
 
 } // namespace Host

@@ -207,6 +207,99 @@
     rows.replaceChildren(...lines);
   }
 
+  // --- Pre-flight report: a badge per row, the selected row's figures beside the inspector ---
+
+  const figureRows = [
+    ['integrated_loudness_lufs', 'Loudness', 'LUFS'], ['loudness_range_lu', 'Loudness range', 'LU'],
+    ['true_peak_dbtp', 'True peak', 'dBTP'], ['sample_peak_dbfs', 'Sample peak', 'dBFS'],
+    ['clipped_samples', 'Clipped samples', ''], ['leading_silence_s', 'Silence at the start', 's'],
+    ['trailing_silence_s', 'Silence at the end', 's'],
+  ];
+
+  function figureText(value, unit) {
+    if (value === null || value === undefined) return `-inf ${unit}`.trim();
+    // Rounded first, so that a level just under zero reads 0.0, not -0.0.
+    const text = Number.isInteger(value) && !unit ? String(value) : (Math.round(value * 10) / 10 || 0).toFixed(1);
+    return `${text} ${unit}`.trim();
+  }
+
+  function preflightPanel(element) {
+    let panel = document.getElementById('preflight');
+    if (!panel) {
+      panel = document.createElement('section');
+      panel.id = 'preflight';
+      panel.className = 'preflight panel';
+      panel.setAttribute('aria-label', 'Pre-flight report');
+      // Beside the inspector: under the window beside the one that holds it (the dashboard), in
+      // a column of their own; after that window when it stands alone.
+      const inspector = document.querySelector('[data-p="TrackInfo:hasFocusItem"], [data-prop="TrackInfo:hasFocusItem"]');
+      const client = (inspector || element).closest('.panel') || element;
+      const neighbour = [...document.querySelectorAll('.gadget > .panel')].find((window) => window !== client);
+      if (neighbour) {
+        const column = document.createElement('div');
+        column.className = 'column';
+        neighbour.before(column);
+        column.append(neighbour, panel);
+        panel.style.width = `${neighbour.offsetWidth}px`;
+      } else {
+        client.after(panel);
+      }
+    }
+    return panel;
+  }
+
+  function paintChecks(element, table) {
+    let badges = element.querySelector('.badges');
+    if (!badges) {
+      badges = document.createElement('div');
+      badges.className = 'badges';
+      element.append(badges);
+    }
+    const checks = table.checks || [];
+    // In a gutter left of the rows, which the table makes room for while a row has a report.
+    element.classList.toggle('checked', checks.length > 0);
+    badges.replaceChildren(...checks.map(([row, report]) => {
+      const badge = document.createElement('span');
+      badge.className = `badge ${report.check}`;
+      badge.dataset.row = row;
+      badge.textContent = report.check;
+      badge.title = report.findings.map((finding) => `${finding.severity}: ${finding.text}`).join('\n');
+      badge.style.top = `${table.header + row * table.rowHeight + Math.max((table.rowHeight - 16) / 2, 0)}px`;
+      return badge;
+    }));
+
+    const panel = preflightPanel(element);
+    const selected = checks.find(([row]) => row === table.selection[0]);
+    panel.hidden = !selected;
+    if (!selected) return;
+    const [row, report] = selected;
+    const heading = document.createElement('h2');
+    heading.textContent = 'Pre-flight report';
+    const verdict = document.createElement('span');
+    verdict.className = `badge ${report.check}`;
+    verdict.textContent = report.check;
+    heading.append(' ', verdict);
+    const figures = document.createElement('dl');
+    for (const [key, label, unit] of figureRows) {
+      if (!(key in report)) continue;
+      const term = document.createElement('dt');
+      term.textContent = label;
+      const value = document.createElement('dd');
+      value.dataset.figure = key;
+      value.textContent = figureText(report[key], unit);
+      figures.append(term, value);
+    }
+    const findings = document.createElement('ul');
+    for (const finding of report.findings) {
+      const item = document.createElement('li');
+      item.className = finding.severity;
+      item.textContent = `${finding.severity}: ${finding.text}`;
+      findings.append(item);
+    }
+    panel.dataset.row = row;
+    panel.replaceChildren(heading, figures, findings);
+  }
+
   function point(canvas, event) {
     const box = canvas.getBoundingClientRect();
     return [event.clientX - box.left, event.clientY - box.top];
@@ -253,7 +346,9 @@
       const start = event.clientX;
       const width = table.columns[column];
       const left = table.columns.slice(0, column).reduce((sum, each) => sum + each, 0);
-      const place = (clientX) => { guide.style.left = `${left + Math.max(width + clientX - start, 16)}px`; };
+      const place = (clientX) => {
+        guide.style.left = `${canvas.offsetLeft + left + Math.max(width + clientX - start, 16)}px`;
+      };
       place(start);
       guide.hidden = false;
       const move = (moved) => place(moved.clientX);
@@ -337,7 +432,10 @@
     for (const busy of document.querySelectorAll('[data-busy]')) busy.hidden = !Number(state.props[busy.dataset.prop]);
     for (const element of document.querySelectorAll('[data-list]')) {
       const table = listOf(element);
-      if (table) paintList(element, table);
+      if (table) {
+        paintList(element, table);
+        paintChecks(element, table);
+      }
     }
     document.body.dataset.ready = 'true';
     for (const watcher of watchers) watcher(state);

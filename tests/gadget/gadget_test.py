@@ -37,14 +37,14 @@ UPLOAD_DELAY_MS = 1200
 WAIT = 30
 
 
-def write_tone(path, seconds=1.0, frequency=440.0):
+def write_tone(path, seconds=1.0, frequency=440.0, amplitude=6000):
     with wave.open(path, "wb") as out:
         out.setnchannels(2)
         out.setsampwidth(2)
         out.setframerate(44100)
         frames = bytearray()
         for i in range(int(44100 * seconds)):
-            sample = int(6000 * math.sin(2 * math.pi * frequency * i / 44100))
+            sample = int(amplitude * math.sin(2 * math.pi * frequency * i / 44100))
             frames += struct.pack("<hh", sample, sample)
         out.writeframes(bytes(frames))
 
@@ -77,7 +77,7 @@ class Sandbox:
 class GadgetHost:
     """`sorvel gadget` with a private home, configured for the sandbox."""
 
-    def __init__(self, sandbox, files=()):
+    def __init__(self, sandbox, files=(), arguments=()):
         self.home = tempfile.TemporaryDirectory(prefix="sorvel-gadget-")
         environment = {key: value for key, value in os.environ.items() if not key.startswith("SORVEL_")}
         environment.update(sandbox.environment())
@@ -85,7 +85,7 @@ class GadgetHost:
                             "XDG_CACHE_HOME": os.path.join(self.home.name, "cache")})
         # No keyring: the gadget starts signed out, as on a first run.
         environment.pop("DBUS_SESSION_BUS_ADDRESS", None)
-        self.process = subprocess.Popen([PROGRAM, "gadget", "--no-browser", *files], stdout=subprocess.PIPE,
+        self.process = subprocess.Popen([PROGRAM, "gadget", "--no-browser", *arguments, *files], stdout=subprocess.PIPE,
                                         stderr=subprocess.PIPE, text=True, env=environment)
         line = self.process.stdout.readline()
         match = re.match(r"Sorvel gadget: (http://127\.0\.0\.1:(\d+)/([0-9a-f]+)/)$", line.strip())
@@ -152,8 +152,8 @@ class GadgetPageTest(unittest.TestCase):
 
     # --- helpers --------------------------------------------------------------------------
 
-    def open_gadget(self, files=()):
-        self.host = GadgetHost(self.sandbox, files)
+    def open_gadget(self, files=(), arguments=()):
+        self.host = GadgetHost(self.sandbox, files, arguments)
         self.driver.get(self.host.address)
         self.wait_until(lambda: self.driver.execute_script("return document.body.dataset.ready === 'true'"))
         return self.host
@@ -221,7 +221,17 @@ class GadgetPageTest(unittest.TestCase):
         canvas = self.css('[data-list=":trackList"] canvas')
         left = sum(table["columns"][:column]) + table["columns"][column] / 2
         top = table["header"] + row * table["rowHeight"] + table["rowHeight"] / 2
-        return canvas, left - canvas.size["width"] / 2, top - canvas.size["height"] / 2
+        return canvas, *self.canvas_offset(canvas, left, top)
+
+    def canvas_offset(self, canvas, x, y):
+        """Offsets from where Selenium moves to on the canvas (the centre of its part inside the
+        window, which the table may run past) to the point (x, y) of the canvas."""
+        left, top, centre_x, centre_y = self.driver.execute_script("""
+            const box = arguments[0].getBoundingClientRect();
+            const left = Math.max(box.left, 0), right = Math.min(box.right, window.innerWidth);
+            const top = Math.max(box.top, 0), bottom = Math.min(box.bottom, window.innerHeight);
+            return [box.left, box.top, (left + right) / 2, (top + bottom) / 2];""", canvas)
+        return left + x - centre_x, top + y - centre_y
 
     def click_cell(self, row, column=1, modifier=None):
         canvas, x, y = self.cell_point(row, column)
@@ -374,6 +384,44 @@ class GadgetPageTest(unittest.TestCase):
         self.idle()
         self.wait_until(lambda: self.state()["lists"][":trackList"]["selection"] == [0], "the row above, by key")
 
+    def test_the_preflight_report_marks_every_row_and_shows_the_selected_rows_figures(self):
+        hot = os.path.join(self.media.name, "Too Hot.wav")
+        write_tone(hot, 3.0, 997.0, 32767)
+        files = [self.files[0], hot, self.files[1]]
+        # The third file's ISRC is malformed; the second file clips and is far too loud.
+        self.open_gadget(files, ["--isrc", "QZDEM2600201", "--isrc", "qz-dem-26-00202", "--isrc", "QZ-DEM-26"])
+        self.sign_in()
+        self.wait_until(lambda: len(self.rows()) == 3, "three rows")
+        badges = lambda: self.driver.execute_script(
+            "return [...document.querySelectorAll('[data-list=\":trackList\"] .badge')]"
+            ".map(badge => [Number(badge.dataset.row), badge.className, badge.textContent])")
+        self.wait_until(lambda: len(badges()) == 3, "a badge per row")
+        self.assertEqual(badges(), [[0, "badge ok", "ok"], [1, "badge warning", "warning"], [2, "badge error", "error"]])
+        self.assertFalse(self.css("#preflight").is_displayed(), "no row selected, no figures")
+
+        self.click_cell(1)
+        self.wait_until(lambda: self.css("#preflight").is_displayed()
+                        and self.css("#preflight").get_attribute("data-row") == "1", "the second row's figures")
+        self.wait_until(lambda: self.form_shown("TrackInfoView"), "the inspector shows the same row")
+        self.shot("preflight-warning")
+        figure = lambda key: self.css(f'#preflight [data-figure="{key}"]').text
+        self.assertEqual(figure("sample_peak_dbfs"), "0.0 dBFS")
+        self.assertTrue(figure("true_peak_dbtp").endswith(" dBTP"), figure("true_peak_dbtp"))
+        self.assertGreater(int(figure("clipped_samples")), 0)
+        self.assertGreater(float(figure("integrated_loudness_lufs").split()[0]), -9.0)
+        findings = self.css("#preflight ul").text
+        self.assertIn("at full scale (clipped)", findings)
+        self.assertIn("streaming services will turn it down", findings)
+
+        self.click_cell(2)
+        self.wait_until(lambda: self.css("#preflight").get_attribute("data-row") == "2", "the third row's figures")
+        self.assertIn('ISRC "QZ-DEM-26" has 7 characters', self.css("#preflight ul").text)
+        self.click_cell(0)
+        self.wait_until(lambda: self.css("#preflight").get_attribute("data-row") == "0", "the first row's figures")
+        self.assertEqual(self.css("#preflight ul").text, "note: the two channels are identical: a mono mix in a stereo file",
+                         "a file without fault has only the note that its tone is the same on both channels")
+        self.shot("preflight-ok")
+
     def test_rows_are_dragged_within_the_table_and_removed_with_the_x(self):
         self.signed_in(self.files)
         self.assertEqual(self.files_listed(), ["Morning Song.wav", "Evening Tune.wav"])
@@ -403,13 +451,12 @@ class GadgetPageTest(unittest.TestCase):
         self.assertEqual(table["sizable"], [0, 1, 1, 0])
         border = widths[0] + widths[1]
         canvas = self.css('[data-list=":trackList"] canvas')
-        centre_x, centre_y = canvas.size["width"] / 2, canvas.size["height"] / 2
-        ActionChains(self.driver).move_to_element_with_offset(canvas, border - centre_x, 10 - centre_y) \
+        ActionChains(self.driver).move_to_element_with_offset(canvas, *self.canvas_offset(canvas, border, 10)) \
             .click_and_hold().move_by_offset(60, 0).release().perform()
         self.idle()
         self.wait_until(lambda: self.state()["lists"][":trackList"]["columns"] == [widths[0], widths[1] + 60, *widths[2:]],
                         "the track column 60 pixels wider")
-        ActionChains(self.driver).move_to_element_with_offset(canvas, widths[0] - centre_x, 10 - centre_y) \
+        ActionChains(self.driver).move_to_element_with_offset(canvas, *self.canvas_offset(canvas, widths[0], 10)) \
             .click_and_hold().move_by_offset(80, 0).release().perform()
         self.idle()
         self.assertEqual(self.state()["lists"][":trackList"]["columns"][0], widths[0])
