@@ -9,6 +9,15 @@ namespace Host {
 
 using namespace KVX;
 
+Ref<IViewStyle> CellReader::trackListStyle()
+{
+    IViewStyle* style = nullptr;
+    if (IGraphicsHelper* helper = GetGraphicsHelper();
+        helper && helper->createViewStyle("sorvel", "TrackList", &style) == kResultOk)
+        return Ref<IViewStyle>::adopt(style);
+    return {};
+}
+
 CellReader::Cell CellReader::read(IItemModel& model, int32 row, int32 column, int32 width, IViewStyle* style)
 {
     auto reader = makeRef<CellReader>();

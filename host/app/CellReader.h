@@ -1,6 +1,7 @@
 #pragma once
 
 #include "framework/core/Object.h"
+#include "framework/core/Ref.h"
 #include "framework/interfaces/IGraphicsPort.h"
 #include "framework/interfaces/IItemModel.h"
 #include "framework/interfaces/IViewStyle.h"
@@ -27,6 +28,9 @@ public:
     /// Draws cell (`row`, `column`) of `model`, `width` pixels wide, in `style`.
     static Cell read(KVX::IItemModel& model, KVX::int32 row, KVX::int32 column, KVX::int32 width,
                      KVX::IViewStyle* style);
+    /// The plug-in theme's style of the track table ("TrackList"), in which its cells are read;
+    /// nothing when the graphics module has none.
+    static KVX::Ref<KVX::IViewStyle> trackListStyle();
 
     KVX::tresult fillRect(const KVX::RectRecord& rect, KVX::uint32 rgba) override;
     KVX::tresult drawText(const KVX::RectRecord& rect, const char* text, const KVX::FontRecord& font,

@@ -19,13 +19,9 @@ int checkFiles(const CheckOptions& options)
     Runtime runtime;
     if (int code = runtime.startOffline(); code != kDone)
         return code;
-    auto* publisher = static_cast<Engine::IPublisher*>(runtime.plugin().create("Publisher", Engine::IPublisher::kIID));
+    const Ref<Engine::IPublisher> publisher = runtime.createPublisher();
     if (!publisher)
-    {
-        std::fprintf(stderr, "sorvel: the plug-in offers no publishing target\n");
         return kServiceFailed;
-    }
-    const auto heldPublisher = Ref<Engine::IPublisher>::adopt(publisher);
 
     // Rendered as for an upload, so the figures are those of the files the service would get.
     RenderedBatch batch;

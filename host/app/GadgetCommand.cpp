@@ -85,13 +85,9 @@ int showGadget(const GadgetOptions& options)
     RenderedBatch batch;
     if (!sources.empty())
     {
-        auto* publisher = static_cast<Engine::IPublisher*>(runtime.plugin().create("Publisher", Engine::IPublisher::kIID));
+        const Ref<Engine::IPublisher> publisher = runtime.createPublisher();
         if (!publisher)
-        {
-            std::fprintf(stderr, "sorvel: the plug-in offers no publishing target\n");
             return kServiceFailed;
-        }
-        const auto heldPublisher = Ref<Engine::IPublisher>::adopt(publisher);
         if (int code = renderAndPublish(*publisher, sources, options.fields, options.product, false, options.jobs, batch); code != kDone)
             return code;
     }

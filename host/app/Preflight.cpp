@@ -108,16 +108,17 @@ PreflightReport preflightOfTable(Gadget& gadget, const RenderedBatch& batch, con
         return PreflightReport::make(items, {}, limits);
 
     std::vector<PreflightReport::ProductTrack> product;
+    const Ref<IViewStyle> style = CellReader::trackListStyle(); // the cells read as they are drawn
     auto selector = makeRef<RowSelector>(*model);
     for (int32 row = 0; row < model->countRows(); ++row)
     {
         // "Uploaded" rows are the product's tracks, "Replace" rows pair one with a file.
-        const std::string status = CellReader::read(*model, row, kStatusColumn, 200, nullptr).text;
+        const std::string status = CellReader::read(*model, row, kStatusColumn, 200, style).text;
         const bool remoteOnly = status == "Uploaded";
         if (!remoteOnly && status.rfind("Replace", 0) != 0)
             continue;
         selector->selectRow(row);
-        product.push_back({CellReader::read(*model, row, kTitleColumn, 10000, nullptr).text,
+        product.push_back({CellReader::read(*model, row, kTitleColumn, 10000, style).text,
                            gadget.text("TrackInfo.isrc")});
         if (remoteOnly)
             continue;

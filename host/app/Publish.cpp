@@ -82,13 +82,7 @@ std::string stateOf(const std::string& status)
 class TrackTable
 {
 public:
-    explicit TrackTable(IItemModel& model) : model_(model)
-    {
-        IViewStyle* style = nullptr;
-        if (IGraphicsHelper* helper = GetGraphicsHelper();
-            helper && helper->createViewStyle("sorvel", "TrackList", &style) == kResultOk)
-            style_ = Ref<IViewStyle>::adopt(style);
-    }
+    explicit TrackTable(IItemModel& model) : model_(model), style_(CellReader::trackListStyle()) {}
 
     std::vector<RowView> rows() const
     {
@@ -300,13 +294,9 @@ int publish(const PublishOptions& options)
         return kServiceFailed;
     }
 
-    auto* publisher = static_cast<Engine::IPublisher*>(runtime.plugin().create("Publisher", Engine::IPublisher::kIID));
+    const Ref<Engine::IPublisher> publisher = runtime.createPublisher();
     if (!publisher)
-    {
-        std::fprintf(stderr, "sorvel: the plug-in offers no publishing target\n");
         return kServiceFailed;
-    }
-    const auto heldPublisher = Ref<Engine::IPublisher>::adopt(publisher);
 
     RenderedBatch batch;
     if (int code = renderAndPublish(*publisher, sources, options.fields, options.product, options.json, options.jobs,

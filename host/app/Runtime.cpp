@@ -234,6 +234,14 @@ int Runtime::start()
     return kDone;
 }
 
+Ref<Engine::IPublisher> Runtime::createPublisher()
+{
+    auto* publisher = static_cast<Engine::IPublisher*>(plugin_.create("Publisher", Engine::IPublisher::kIID));
+    if (!publisher)
+        std::fprintf(stderr, "sorvel: the plug-in offers no publishing target\n");
+    return Ref<Engine::IPublisher>::adopt(publisher);
+}
+
 bool Runtime::productsListed() const
 {
     return !gadget_->entries("titlesList").empty();

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "framework/core/Ref.h"
+#include "framework/interfaces/IPublisher.h"
 #include "host/app/Gadget.h"
 #include "host/app/HostObjects.h"
 #include "host/app/PluginLibrary.h"
@@ -77,6 +78,9 @@ public:
     /// The last request since the previous call that got no usable answer from the service (no
     /// answer, or an HTTP status of 500 or more), as a sentence; empty when every one was answered.
     static std::string takeServiceFailure();
+
+    /// The plug-in's publishing target, or nothing after saying on standard error that there is none.
+    KVX::Ref<Engine::IPublisher> createPublisher();
 
     Gadget& gadget() { return *gadget_; }
     PluginLibrary& plugin() { return plugin_; }

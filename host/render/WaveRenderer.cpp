@@ -2,6 +2,7 @@
 
 #include "host/render/AudioMeter.h"
 #include "host/render/ChannelMix.h"
+#include "host/render/MeterFeed.h"
 #include "host/render/PendingOutputFile.h"
 #include "host/render/Resampler.h"
 #include "host/render/SampleQuantizer.h"
@@ -330,9 +331,11 @@ bool WaveRenderer::render(const std::filesystem::path& sourcePath, const std::fi
 
     SampleQuantizer quantizer = ditherSeed_ ? SampleQuantizer(target_.bitDepth, report.dithered, ditherSeed_)
                                             : SampleQuantizer(target_.bitDepth, report.dithered);
-    std::unique_ptr<AudioMeter> meter;
+    // When a core would idle, the meter measures on it, behind the writer.
+    std::optional<MeterFeed> meter;
     if (std::string ignored; measure_)
-        meter = AudioMeter::create(targetChannels, target_.sampleRate, ignored); // else the figures stay unmeasured
+        if (std::unique_ptr<AudioMeter> created = AudioMeter::create(targetChannels, target_.sampleRate, ignored))
+            meter.emplace(std::move(created), targetChannels, target_.bitDepth, decodeAhead_);
     // Declared after the source, so that it stops reading before the source closes on any return.
     std::optional<BlockReader> reader(std::in_place, source.get(), sourceChannels, decodeAhead_);
     std::vector<double> mixedBlock;
@@ -354,7 +357,7 @@ bool WaveRenderer::render(const std::filesystem::path& sourcePath, const std::fi
             samples.resize(sampleCount);
         quantizer.quantize(frames, samples.data(), sampleCount);
         if (meter)
-            meter->add(frames, samples.data(), count, target_.bitDepth);
+            meter->add(frames, samples.data(), count);
         if (sf_writef_int(output.get(), samples.data(), static_cast<sf_count_t>(count)) !=
             static_cast<sf_count_t>(count))
         {

@@ -55,8 +55,9 @@ public:
     /// Fixes the dither's noise sequence. The same source, target and seed always give the same
     /// bytes, whichever thread renders and whatever else renders beside it.
     void setDitherSeed(std::uint64_t seed) { ditherSeed_ = seed; }
-    /// Decodes the source on a second thread, a few blocks ahead, so that one render keeps two
-    /// cores busy. The output's bytes are the same either way.
+    /// Decodes the source on a second thread, a few blocks ahead, and measures the output on a
+    /// third, a few blocks behind, so that one render keeps more than one core busy. The output's
+    /// bytes and figures are the same either way.
     void setDecodeAhead(bool ahead) { decodeAhead_ = ahead; }
     /// Whether the output is measured as it is written (AudioMeter) for the pre-flight report;
     /// on unless turned off.

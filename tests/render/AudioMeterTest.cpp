@@ -196,3 +196,34 @@ TEST(AudioMeter, MeasuringLeavesTheRenderedBytesAsTheyAre)
     EXPECT_FALSE(without.figures.measured);
     EXPECT_EQ(readBytes(folder / "measured.wav"), readBytes(folder / "unmeasured.wav"));
 }
+
+TEST(AudioMeter, MeasuringOnAThreadOfItsOwnGivesTheSameFigures)
+{
+    // A render that keeps a free core busy decodes ahead of the writer and measures behind it.
+    TempFolder folder;
+    const auto source = folder / "source.flac";
+    ASSERT_TRUE(writeSound(source, SF_FORMAT_FLAC | SF_FORMAT_PCM_24, 48000, 2, 48000 * 7,
+                           [](std::int64_t frame, int channel) {
+                               const double swell = 0.3 + 0.25 * std::sin(static_cast<double>(frame) / 30000.0);
+                               return frame < 48000 ? 0.0 : sine(swell, 2000.0 + 37.0 * channel, 0.7, frame, 48000);
+                           }));
+    RenderReport inline_, behind;
+    WaveRenderer one(cdStereo());
+    ASSERT_TRUE(one.render(source, folder / "inline.wav", inline_)) << inline_.error;
+    WaveRenderer three(cdStereo());
+    three.setDecodeAhead(true);
+    ASSERT_TRUE(three.render(source, folder / "behind.wav", behind)) << behind.error;
+    const AudioFigures& a = inline_.figures;
+    const AudioFigures& b = behind.figures;
+    ASSERT_TRUE(a.measured && b.measured);
+    EXPECT_EQ(a.integratedLoudness, b.integratedLoudness);
+    EXPECT_EQ(a.loudnessRange, b.loudnessRange);
+    EXPECT_EQ(a.truePeak, b.truePeak);
+    EXPECT_EQ(a.samplePeak, b.samplePeak);
+    EXPECT_EQ(a.clippedSamples, b.clippedSamples);
+    EXPECT_EQ(a.leadingSilence, b.leadingSilence);
+    EXPECT_NEAR(a.leadingSilence, 1.0, 0.01);
+    EXPECT_EQ(a.trailingSilence, b.trailingSilence);
+    EXPECT_EQ(a.channelsIdentical, b.channelsIdentical);
+    EXPECT_EQ(readBytes(folder / "inline.wav"), readBytes(folder / "behind.wav"));
+}

@@ -1,0 +1,58 @@
+#pragma once
+
+#include "host/render/AudioMeter.h"
+
+#include <condition_variable>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+namespace Host {
+
+/// Hands a render's written blocks to its AudioMeter: at once on the writer's thread, or, when a
+/// core would otherwise idle, to a thread of its own that measures a few blocks behind the writer.
+/// Measuring costs more than writing, so the writer then runs at its own speed while the meter
+/// keeps the free core busy. The figures are the same either way: the meter sees the same blocks
+/// in the same order.
+///
+/// Threads: add and finish are called on the writer's thread; memory is a few blocks at most.
+class MeterFeed
+{
+public:
+    MeterFeed(std::unique_ptr<AudioMeter> meter, int channels, int bitDepth, bool threaded);
+    ~MeterFeed();
+    MeterFeed(const MeterFeed&) = delete;
+    MeterFeed& operator=(const MeterFeed&) = delete;
+
+    /// A block as written: see AudioMeter::add. The caller may reuse both buffers on return.
+    void add(const double* levels, const std::int32_t* samples, std::size_t count);
+    /// The figures, once every block added has been measured.
+    AudioFigures finish();
+
+private:
+    static constexpr std::size_t kSlots = 4;
+    struct Slot
+    {
+        std::vector<double> levels;
+        std::vector<std::int32_t> samples;
+        std::size_t count = 0;
+    };
+
+    void measure();
+
+    std::unique_ptr<AudioMeter> meter_;
+    std::size_t channels_;
+    int bitDepth_;
+    Slot slots_[kSlots];
+    std::thread thread_;
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    std::uint64_t produced_ = 0;
+    std::uint64_t consumed_ = 0;
+    bool ending_ = false;
+};
+
+} // namespace Host
