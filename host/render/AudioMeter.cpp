@@ -82,7 +82,7 @@ std::unique_ptr<AudioMeter> AudioMeter::create(int channels, double sampleRate, 
     return meter;
 }
 
-void AudioMeter::add(const double* levels, const std::int32_t* samples, std::size_t count, int bitDepth)
+void AudioMeter::addLevels(const double* levels, const std::int32_t* samples, std::size_t count, int bitDepth)
 {
     if (count == 0)
         return;
@@ -111,32 +111,34 @@ void AudioMeter::add(const double* levels, const std::int32_t* samples, std::siz
     if (channels_ == 2 && identical_)
         for (std::size_t frame = 0; frame < count && identical_; ++frame)
             identical_ = levels[2 * frame] == levels[2 * frame + 1];
-
-    measureTruePeak(samples, count);
-    keepHistory(samples, count);
     frames_ += static_cast<std::int64_t>(count);
 }
 
-void AudioMeter::measureTruePeak(const std::int32_t* samples, std::size_t count)
+void AudioMeter::addTruePeak(const std::int32_t* samples, std::size_t count)
 {
+    if (count == 0)
+        return;
     // The filter's outputs while this block goes in read the block and the frames before it.
     std::int64_t largest = 0;
     for (std::int32_t sample : history_)
         largest = std::max(largest, magnitudeOf(sample));
     for (std::size_t i = 0; i < count * static_cast<std::size_t>(channels_); ++i)
         largest = std::max(largest, magnitudeOf(samples[i]));
-    if (largest == 0 || static_cast<double>(largest) / kFullScale * filterGain_ <= truePeakLevel_)
-        return;
-
-    // After a gap the filter still holds older frames: the frames just before this block go in
-    // first, and what the filter makes of that jump is not counted.
-    if (truePeakFedTo_ != frames_ && !history_.empty())
-        ebur128_add_frames_int(truePeak_, history_.data(), history_.size() / static_cast<std::size_t>(channels_));
-    ebur128_add_frames_int(truePeak_, samples, count);
-    for (int channel = 0; channel < channels_; ++channel)
-        if (double peak = 0; ebur128_prev_true_peak(truePeak_, static_cast<unsigned>(channel), &peak) == EBUR128_SUCCESS)
-            truePeakLevel_ = std::max(truePeakLevel_, peak);
-    truePeakFedTo_ = frames_ + static_cast<std::int64_t>(count);
+    if (largest > 0 && static_cast<double>(largest) / kFullScale * filterGain_ > truePeakLevel_)
+    {
+        // After a gap the filter still holds older frames: the frames just before this block go
+        // in first, and what the filter makes of that jump is not counted.
+        if (truePeakFedTo_ != truePeakFrames_ && !history_.empty())
+            ebur128_add_frames_int(truePeak_, history_.data(), history_.size() / static_cast<std::size_t>(channels_));
+        ebur128_add_frames_int(truePeak_, samples, count);
+        for (int channel = 0; channel < channels_; ++channel)
+            if (double peak = 0;
+                ebur128_prev_true_peak(truePeak_, static_cast<unsigned>(channel), &peak) == EBUR128_SUCCESS)
+                truePeakLevel_ = std::max(truePeakLevel_, peak);
+        truePeakFedTo_ = truePeakFrames_ + static_cast<std::int64_t>(count);
+    }
+    keepHistory(samples, count);
+    truePeakFrames_ += static_cast<std::int64_t>(count);
 }
 
 void AudioMeter::keepHistory(const std::int32_t* samples, std::size_t count)

@@ -37,31 +37,44 @@ public:
     /// Takes `count` frames as written: `samples` are the integers left-justified in 32 bits,
     /// `levels` the same frames at full scale +-1.0 before they were quantised (so that the
     /// dither, different on each channel, does not hide a mono mix).
-    void add(const double* levels, const std::int32_t* samples, std::size_t count, int bitDepth);
+    void add(const double* levels, const std::int32_t* samples, std::size_t count, int bitDepth)
+    {
+        addLevels(levels, samples, count, bitDepth);
+        addTruePeak(samples, count);
+    }
+    /// The two halves of add, which share nothing and so may run on two threads at once, each
+    /// fed every block in order: loudness, sample peak, clipping, silence and channels; and the
+    /// true peak.
+    void addLevels(const double* levels, const std::int32_t* samples, std::size_t count, int bitDepth);
+    void addTruePeak(const std::int32_t* samples, std::size_t count);
 
     /// The figures of everything added.
     AudioFigures finish();
 
 private:
     AudioMeter(int channels, double sampleRate) : channels_(channels), sampleRate_(sampleRate) {}
-    void measureTruePeak(const std::int32_t* samples, std::size_t count);
     void keepHistory(const std::int32_t* samples, std::size_t count);
 
     int channels_;
     double sampleRate_;
+
+    // Levels (addLevels)
     ebur128_state* loudness_ = nullptr;  // integrated loudness and range, every frame
-    ebur128_state* truePeak_ = nullptr;  // only the blocks that can raise the true peak
-    double filterGain_ = 1;              // most the oversampling gains over the largest sample
-    std::size_t filterFrames_ = 0;       // frames before a block that the filter still reads
-    std::vector<std::int32_t> history_;  // the last filterFrames_ frames added
     std::int64_t frames_ = 0;            // frames added so far
-    std::int64_t truePeakFedTo_ = -1;    // frame up to which the true-peak meter has been fed
-    double truePeakLevel_ = 0;        // the true peak so far, at full scale 1.0
     std::int64_t peakMagnitude_ = 0;     // of the samples, as left-justified integers
     std::int64_t clipped_ = 0;
     std::int64_t firstSound_ = -1;       // first and last frames above the silence level
     std::int64_t lastSound_ = -1;
     bool identical_ = true;
+
+    // True peak (addTruePeak)
+    ebur128_state* truePeak_ = nullptr;  // only the blocks that can raise the true peak
+    double filterGain_ = 1;              // most the oversampling gains over the largest sample
+    std::size_t filterFrames_ = 0;       // frames before a block that the filter still reads
+    std::vector<std::int32_t> history_;  // the last filterFrames_ frames added
+    std::int64_t truePeakFrames_ = 0;    // frames added so far
+    std::int64_t truePeakFedTo_ = -1;    // frame up to which the true-peak meter has been fed
+    double truePeakLevel_ = 0;           // the true peak so far, at full scale 1.0
 };
 
 } // namespace Host

@@ -8,7 +8,8 @@ MeterFeed::MeterFeed(std::unique_ptr<AudioMeter> meter, int channels, int bitDep
     : meter_(std::move(meter)), channels_(static_cast<std::size_t>(channels)), bitDepth_(bitDepth)
 {
     if (threaded)
-        thread_ = std::thread([this] { measure(); });
+        for (int half = 0; half < 2; ++half)
+            threads_[half] = std::thread([this, half] { measure(half); });
 }
 
 MeterFeed::~MeterFeed()
@@ -18,19 +19,21 @@ MeterFeed::~MeterFeed()
         ending_ = true;
     }
     changed_.notify_all();
-    if (thread_.joinable())
-        thread_.join();
+    for (std::thread& thread : threads_)
+        if (thread.joinable())
+            thread.join();
 }
 
 void MeterFeed::add(const double* levels, const std::int32_t* samples, std::size_t count)
 {
-    if (!thread_.joinable())
+    if (!threads_[0].joinable())
     {
         meter_->add(levels, samples, count, bitDepth_);
         return;
     }
     std::unique_lock lock(mutex_);
-    changed_.wait(lock, [this] { return produced_ - consumed_ < kSlots; });
+    // A slot is free again once both halves have measured it.
+    changed_.wait(lock, [this] { return produced_ - std::min(consumed_[0], consumed_[1]) < kSlots; });
     Slot& slot = slots_[produced_ % kSlots];
     lock.unlock(); // the slot is the writer's until it is counted as produced
     const std::size_t values = count * channels_;
@@ -42,34 +45,37 @@ void MeterFeed::add(const double* levels, const std::int32_t* samples, std::size
     changed_.notify_all();
 }
 
-void MeterFeed::measure()
+void MeterFeed::measure(int half)
 {
+    std::uint64_t& consumed = consumed_[half];
     for (;;)
     {
         std::unique_lock lock(mutex_);
-        changed_.wait(lock, [this] { return ending_ || produced_ > consumed_; });
-        if (produced_ == consumed_)
+        changed_.wait(lock, [&] { return ending_ || produced_ > consumed; });
+        if (produced_ == consumed)
             return; // ending, and everything added has been measured
-        Slot& slot = slots_[consumed_ % kSlots];
-        lock.unlock(); // the slot is this thread's until it is counted as consumed
-        meter_->add(slot.levels.data(), slot.samples.data(), slot.count, bitDepth_);
+        const Slot& slot = slots_[consumed % kSlots];
+        lock.unlock(); // the writer leaves the slot alone until both halves are done with it
+        if (half == 0)
+            meter_->addLevels(slot.levels.data(), slot.samples.data(), slot.count, bitDepth_);
+        else
+            meter_->addTruePeak(slot.samples.data(), slot.count);
         lock.lock();
-        ++consumed_;
+        ++consumed;
         changed_.notify_all();
     }
 }
 
 AudioFigures MeterFeed::finish()
 {
-    if (thread_.joinable())
     {
-        {
-            std::lock_guard lock(mutex_);
-            ending_ = true;
-        }
-        changed_.notify_all();
-        thread_.join();
+        std::lock_guard lock(mutex_);
+        ending_ = true;
     }
+    changed_.notify_all();
+    for (std::thread& thread : threads_)
+        if (thread.joinable())
+            thread.join();
     return meter_->finish();
 }
 

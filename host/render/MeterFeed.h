@@ -13,10 +13,10 @@
 namespace Host {
 
 /// Hands a render's written blocks to its AudioMeter: at once on the writer's thread, or, when a
-/// core would otherwise idle, to a thread of its own that measures a few blocks behind the writer.
-/// Measuring costs more than writing, so the writer then runs at its own speed while the meter
-/// keeps the free core busy. The figures are the same either way: the meter sees the same blocks
-/// in the same order.
+/// core would otherwise idle, to two threads of their own that measure a few blocks behind the
+/// writer, one the levels and one the true peak (AudioMeter's two halves). Measuring costs more
+/// than writing, so the writer then runs at its own speed while the meter keeps the free core
+/// busy. The figures are the same either way: each half sees the same blocks in the same order.
 ///
 /// Threads: add and finish are called on the writer's thread; memory is a few blocks at most.
 class MeterFeed
@@ -41,17 +41,18 @@ private:
         std::size_t count = 0;
     };
 
-    void measure();
+    /// The loop of the thread that measures one half (0 levels, 1 true peak).
+    void measure(int half);
 
     std::unique_ptr<AudioMeter> meter_;
     std::size_t channels_;
     int bitDepth_;
     Slot slots_[kSlots];
-    std::thread thread_;
+    std::thread threads_[2];
     std::mutex mutex_;
     std::condition_variable changed_;
     std::uint64_t produced_ = 0;
-    std::uint64_t consumed_ = 0;
+    std::uint64_t consumed_[2] = {0, 0}; // by each half
     bool ending_ = false;
 };
 
