@@ -5,6 +5,9 @@
 #include "framework/interfaces/IParameter.h"
 #include "framework/interfaces/ISubject.h"
 
+#include <algorithm>
+#include <chrono>
+
 namespace Host {
 
 using namespace KVX;
@@ -154,15 +157,26 @@ IItemModel* Gadget::trackList() const
 
 bool Gadget::settle(uint32 timeoutMs, const std::atomic<bool>* interrupted)
 {
+    using Clock = std::chrono::steady_clock;
+    const Clock::time_point deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
+    auto left = [&] {
+        const auto remaining = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
+        return static_cast<uint32>(std::max<long long>(remaining, 0));
+    };
     auto stopped = [&] { return interrupted && interrupted->load(std::memory_order_relaxed); };
     auto quiet = [&] { return stopped() || (!isBusy() && phase() != kSigningIn); };
-    for (int round = 0; round < 2; ++round)
+    // Quiet twice in a row, each time after what the last reply posted has been delivered: a
+    // delivery may start the next call (the products after the sign-in), which is waited for too.
+    for (int confirmed = 0; confirmed < 2;)
     {
-        if (!EventWait::until(quiet, timeoutMs))
+        if (!EventWait::until(quiet, left()) || stopped())
             return false;
-        EventWait::runFor(30); // deliveries that the last reply posted
+        EventWait::runFor(30);
+        confirmed = quiet() ? confirmed + 1 : 0;
+        if (confirmed < 2 && left() == 0)
+            return false;
     }
-    return !stopped() && quiet();
+    return !stopped();
 }
 
 void Gadget::notify(ISubject*, IMessage& message)

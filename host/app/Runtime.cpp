@@ -121,7 +121,11 @@ Runtime::~Runtime()
 
 int Runtime::waitFailure() const
 {
-    return gInterrupted.load(std::memory_order_relaxed) ? kInterrupted : kServiceFailed;
+    if (gInterrupted.load(std::memory_order_relaxed))
+        return kInterrupted;
+    std::fprintf(stderr, "sorvel: the service did not finish answering within %u s. Try again in a moment.\n",
+                 kTimeoutMs / 1000);
+    return kServiceFailed;
 }
 
 bool Runtime::configure(std::string& error)
