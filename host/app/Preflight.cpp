@@ -57,18 +57,18 @@ public:
     tresult invalidate() override { return kResultOk; }
     tresult editCell(int32, int32) override { return kInvalidArgument; }
 
-    tresult queryInterface(const UID& iid, void** object) override
-    {
-        KVX_QUERY_INTERFACE(iid, object, IItemView)
-        return Object::queryInterface(iid, object);
-    }
-    uint32 retain() override { return Object::retain(); }
-    uint32 release() override { return Object::release(); }
+    KVX_FORWARD_UNKNOWN(Object)
 
 private:
     IItemModel* model_;
     int32 row_ = -1;
 };
+
+tresult RowSelector::queryInterface(const UID& iid, void** object)
+{
+    KVX_QUERY_INTERFACE(iid, object, IItemView)
+    return Object::queryInterface(iid, object);
+}
 
 std::string number(const char* format, double value)
 {

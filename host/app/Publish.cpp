@@ -207,8 +207,7 @@ struct StepTimes
 
 Attributes resultDocument(const std::string& outcome, const std::string& product, const std::string& productId,
                           const std::string& page, const std::vector<RowView>& rows, const StepTimes& times,
-                          const std::map<std::string, std::string>& sources,
-                          const std::map<std::string, Ref<Attributes>>& preflight)
+                          const RenderedBatch& batch, const std::map<std::string, Ref<Attributes>>& preflight)
 {
     Attributes document;
     document.set("result", String(outcome));
@@ -223,8 +222,9 @@ Attributes resultDocument(const std::string& outcome, const std::string& product
         auto track = makeRef<Attributes>();
         track->set("title", String(row.title));
         track->set("file", String(row.file));
-        if (const auto source = sources.find(row.path); source != sources.end())
-            track->set("source", String(source->second));
+        for (const RenderedBatch::File& file : batch.files)
+            if (file.output.string() == row.path)
+                track->set("source", String(file.source.string()));
         track->set("status", String(row.status));
         track->set("state", String(stateOf(row.status)));
         if (const auto report = preflight.find(row.path); report != preflight.end())
@@ -307,7 +307,6 @@ int publish(const PublishOptions& options)
     if (options.newProduct)
         gadget.setNumber("replaceMode", 0, true); // a new product, even when one has this name
     auto removeRendered = [&] { batch.removeFolder(); };
-    const std::map<std::string, std::string>& sourceOf = batch.sourceOf;
 
     IItemModel* model = gadget.trackList();
     if (!model)
@@ -353,7 +352,7 @@ int publish(const PublishOptions& options)
                      errors, warnings, batch.folder.c_str());
         if (options.json)
         {
-            Attributes document = resultDocument("refused", product, "", "", table.rows(), times, sourceOf,
+            Attributes document = resultDocument("refused", product, "", "", table.rows(), times, batch,
                                                  preflightDocuments);
             document.set("rendered_folder", String(batch.folder.string()));
             std::fprintf(stdout, "%s\n", Json::toText(document).c_str());
@@ -415,7 +414,7 @@ int publish(const PublishOptions& options)
     if (options.json)
     {
         Attributes document =
-            resultDocument(outcome, product, runtime.pages().lastProductId(), page, finished, times, sourceOf,
+            resultDocument(outcome, product, runtime.pages().lastProductId(), page, finished, times, batch,
                            preflightDocuments);
         if (code != kDone)
             document.set("rendered_folder", String(batch.folder.string())); // kept for another try

@@ -70,7 +70,6 @@ int renderBatch(Engine::IPublisher& publisher, const std::vector<SourceFile>& so
         AudioFormat format = source.format;
         publisher.checkFormat(type, format); // corrects both to what the target takes
         const fs::path output = batch.folder / (source.path.stem().string() + ".wav");
-        batch.sourceOf[output.string()] = source.path.string();
         tasks.push_back({source.path, output, format});
 
         RenderedBatch::File file{source.path, output, source.metadata, {}};

@@ -35,7 +35,6 @@ struct RenderedBatch
     std::filesystem::path folder;
     std::vector<File> files;
     KVX::Ref<PublishedItemContainer> items;
-    std::map<std::string, std::string> sourceOf; ///< rendered file -> the file it was rendered from
 
     /// Removes the folder and what it holds.
     void removeFolder() const;

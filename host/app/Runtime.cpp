@@ -197,7 +197,8 @@ int Runtime::startOffline()
     if (int code = startModules(); code != kDone)
         return code;
     Settings settings;
-    if (std::string error; !Settings::load(settings, error))
+    // Nothing is sent, so a service configured only in part does not matter here.
+    if (std::string error; !Settings::read(settings, error))
     {
         std::fprintf(stderr, "sorvel: %s\n", error.c_str());
         return kConfiguration;

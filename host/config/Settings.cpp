@@ -186,6 +186,11 @@ bool Settings::check(std::string& error) const
 
 bool Settings::load(Settings& settings, std::string& error)
 {
+    return read(settings, error) && settings.check(error);
+}
+
+bool Settings::read(Settings& settings, std::string& error)
+{
     settings = {};
     const std::string path = filePath();
     struct stat status = {};
@@ -221,7 +226,7 @@ bool Settings::load(Settings& settings, std::string& error)
     for (const Key& key : kKeys)
         if (const char* value = std::getenv(key.environment); value && *value)
             settings.*key.field = value;
-    return settings.check(error);
+    return true;
 }
 
 } // namespace Host

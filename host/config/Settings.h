@@ -32,6 +32,9 @@ struct Settings
     /// can read it, it is no JSON object, a value is no text, a name is unknown) or the values
     /// together are incomplete or not addresses.
     static bool load(Settings& settings, std::string& error);
+    /// load without the check of the service's values, for what needs only the file's other
+    /// settings (the pre-flight limits): a file that cannot be read is still refused.
+    static bool read(Settings& settings, std::string& error);
 
     /// Reads the text of a configuration file into `settings`: a JSON object whose members are
     /// some of "ServerURL", "LoginURL", "PartnerID" and "PartnerKey", each a text, and

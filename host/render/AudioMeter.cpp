@@ -90,21 +90,24 @@ void AudioMeter::addLevels(const double* levels, const std::int32_t* samples, st
 
     const std::int32_t highest = static_cast<std::int32_t>((0x7FFFFFFFu >> (32 - bitDepth)) << (32 - bitDepth));
     const auto silence = static_cast<std::int64_t>(AudioFigures::kSilenceLevel * kFullScale);
-    const std::size_t sampleCount = count * static_cast<std::size_t>(channels_);
+    const std::size_t width = static_cast<std::size_t>(channels_);
     std::int64_t peak = peakMagnitude_;
-    for (std::size_t i = 0; i < sampleCount; ++i)
+    for (std::size_t frame = 0; frame < count; ++frame)
     {
-        const std::int32_t sample = samples[i];
-        const std::int64_t magnitude = magnitudeOf(sample);
-        peak = std::max(peak, magnitude);
-        if (sample >= highest || sample == INT32_MIN)
-            ++clipped_;
-        if (magnitude > silence)
+        bool sound = false;
+        for (std::size_t channel = 0; channel < width; ++channel)
         {
-            const std::int64_t frame = frames_ + static_cast<std::int64_t>(i / static_cast<std::size_t>(channels_));
+            const std::int32_t sample = samples[frame * width + channel];
+            const std::int64_t magnitude = magnitudeOf(sample);
+            peak = std::max(peak, magnitude);
+            clipped_ += sample >= highest || sample == INT32_MIN;
+            sound = sound || magnitude > silence;
+        }
+        if (sound)
+        {
             if (firstSound_ < 0)
-                firstSound_ = frame;
-            lastSound_ = frame;
+                firstSound_ = frames_ + static_cast<std::int64_t>(frame);
+            lastSound_ = frames_ + static_cast<std::int64_t>(frame);
         }
     }
     peakMagnitude_ = peak;

@@ -12,7 +12,9 @@ MeterFeed::MeterFeed(std::unique_ptr<AudioMeter> meter, int channels, int bitDep
             threads_[half] = std::thread([this, half] { measure(half); });
 }
 
-MeterFeed::~MeterFeed()
+MeterFeed::~MeterFeed() { stop(); }
+
+void MeterFeed::stop()
 {
     {
         std::lock_guard lock(mutex_);
@@ -68,14 +70,7 @@ void MeterFeed::measure(int half)
 
 AudioFigures MeterFeed::finish()
 {
-    {
-        std::lock_guard lock(mutex_);
-        ending_ = true;
-    }
-    changed_.notify_all();
-    for (std::thread& thread : threads_)
-        if (thread.joinable())
-            thread.join();
+    stop();
     return meter_->finish();
 }
 

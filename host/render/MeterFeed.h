@@ -43,6 +43,8 @@ private:
 
     /// The loop of the thread that measures one half (0 levels, 1 true peak).
     void measure(int half);
+    /// Lets the threads measure what was added, then ends them.
+    void stop();
 
     std::unique_ptr<AudioMeter> meter_;
     std::size_t channels_;

@@ -19,23 +19,9 @@ using Host::WaveRenderer;
 
 namespace {
 
-KVX::AudioFormat cdStereo(int bitDepth = 16)
-{
-    KVX::AudioFormat result;
-    result.sampleRate = 44100.0;
-    result.channelCount = 2;
-    result.bitDepth = bitDepth;
-    return result;
-}
-
 double level(double decibels)
 {
     return std::pow(10.0, decibels / 20.0);
-}
-
-double sine(double amplitude, double frequency, double phase, std::int64_t frame, int sampleRate = 44100)
-{
-    return amplitude * std::sin(2.0 * std::numbers::pi * frequency * static_cast<double>(frame) / sampleRate + phase);
 }
 
 /// Renders a source written by `sample` (float samples, so that levels above full scale survive)
@@ -46,16 +32,10 @@ RenderReport render(const TempFolder& folder, int sampleRate, int channels, doub
     const auto source = folder / "source.wav";
     EXPECT_TRUE(writeSound(source, SF_FORMAT_WAV | SF_FORMAT_FLOAT, sampleRate, channels,
                            static_cast<std::int64_t>(seconds * sampleRate), sample));
-    WaveRenderer renderer(cdStereo(bitDepth));
+    WaveRenderer renderer(format(44100.0, 2, bitDepth));
     RenderReport report;
     EXPECT_TRUE(renderer.render(source, folder / "out.wav", report)) << report.error;
     return report;
-}
-
-std::string readBytes(const std::filesystem::path& path)
-{
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), {});
 }
 
 } // namespace
@@ -65,7 +45,7 @@ TEST(AudioMeter, ASineOfKnownLevelReadsItsLoudnessAndPeaks)
     TempFolder folder;
     // The reference signal of loudness meters: 1 kHz at -23 dBFS on both channels reads -23 LUFS.
     const RenderReport reference = render(folder, 44100, 2, 20.0, [](std::int64_t frame, int) {
-        return sine(level(-23.0), 1000.0, 0.0, frame);
+        return sine(level(-23.0), 1000.0, 44100, frame);
     });
     const AudioFigures& figures = reference.figures;
     ASSERT_TRUE(figures.measured);
@@ -81,7 +61,7 @@ TEST(AudioMeter, ASineOfKnownLevelReadsItsLoudnessAndPeaks)
 
     // 6 dB more on one channel only: the channels differ, the loudness rises by 10 log10((1 + 4) / 2).
     const RenderReport louder = render(folder, 44100, 2, 20.0, [](std::int64_t frame, int channel) {
-        return sine(level(channel ? -17.0 : -23.0), 1000.0, 0.0, frame);
+        return sine(level(channel ? -17.0 : -23.0), 1000.0, 44100, frame);
     });
     EXPECT_FALSE(louder.figures.channelsIdentical);
     EXPECT_NEAR(louder.figures.integratedLoudness, -23.0 + 10.0 * std::log10(2.5), 0.1);
@@ -89,7 +69,7 @@ TEST(AudioMeter, ASineOfKnownLevelReadsItsLoudnessAndPeaks)
 
     // A 48 kHz source is measured as rendered, at 44.1 kHz: the same loudness.
     const RenderReport resampled = render(folder, 48000, 2, 10.0, [](std::int64_t frame, int) {
-        return sine(level(-23.0), 1000.0, 0.0, frame, 48000);
+        return sine(level(-23.0), 1000.0, 48000, frame);
     });
     EXPECT_NEAR(resampled.figures.integratedLoudness, -23.0, 0.1);
 }
@@ -101,7 +81,7 @@ TEST(AudioMeter, PeaksBetweenSamplesAreFoundWhereTheSamplesStayLow)
     // wave's crest, which falls midway between two samples.
     const RenderReport report = render(
         folder, 44100, 2, 5.0,
-        [](std::int64_t frame, int) { return sine(1.0, 11025.0, std::numbers::pi / 4.0, frame); }, 24);
+        [](std::int64_t frame, int) { return sine(1.0, 11025.0, 44100, frame, std::numbers::pi / 4.0); }, 24);
     EXPECT_LT(report.figures.samplePeak, -3.0);
     EXPECT_GT(report.figures.truePeak, -0.5) << "the crest between the samples reaches full scale";
     EXPECT_EQ(report.figures.clippedSamples, 0);
@@ -120,8 +100,8 @@ TEST(AudioMeter, OversamplingOnlyTheBlocksThatCanRaiseThePeakFindsWhatOversampli
         const double envelope = second < 2 ? 0.2 + 0.3 * second : second < 4 ? 0.3 : 0.2 + 0.1875 * (second - 2);
         for (int channel = 0; channel < 2; ++channel)
         {
-            const double value = sine(envelope, 11025.0 - 40.0 * channel, std::numbers::pi / 4.0, frame) +
-                                 sine(0.1, 97.0, 0.0, frame);
+            const double value = sine(envelope, 11025.0 - 40.0 * channel, 44100, frame, std::numbers::pi / 4.0) +
+                                 sine(0.1, 97.0, 44100, frame);
             samples[static_cast<std::size_t>(frame * 2 + channel)] = static_cast<std::int32_t>(value * 2147483647.0);
         }
     }
@@ -164,7 +144,7 @@ TEST(AudioMeter, SilenceClippingAndTheEndsOfAFileAreCounted)
 
     // 2.5 s of silence, a second of tone, half a second of silence.
     const RenderReport framed = render(folder, 44100, 2, 4.0, [](std::int64_t frame, int) {
-        return frame >= 110250 && frame < 154350 ? sine(0.5, 440.0, 0.0, frame) : 0.0;
+        return frame >= 110250 && frame < 154350 ? sine(0.5, 440.0, 44100, frame) : 0.0;
     });
     EXPECT_FALSE(framed.figures.silent);
     EXPECT_NEAR(framed.figures.leadingSilence, 2.5, 0.01);
@@ -172,7 +152,7 @@ TEST(AudioMeter, SilenceClippingAndTheEndsOfAFileAreCounted)
 
     // A tone driven 3.5 dB past full scale: the samples beyond it are written at full scale.
     const RenderReport clipped = render(folder, 44100, 2, 1.0, [](std::int64_t frame, int) {
-        return sine(1.5, 100.0, 0.0, frame);
+        return sine(1.5, 100.0, 44100, frame);
     });
     EXPECT_GT(clipped.figures.clippedSamples, 44100 / 2) << "about half of each period is clipped";
     EXPECT_NEAR(clipped.figures.samplePeak, 0.0, 0.01);
@@ -183,9 +163,9 @@ TEST(AudioMeter, MeasuringLeavesTheRenderedBytesAsTheyAre)
     TempFolder folder;
     const auto source = folder / "source.wav";
     ASSERT_TRUE(writeSound(source, SF_FORMAT_WAV | SF_FORMAT_PCM_24, 48000, 2, 48000 * 2,
-                           [](std::int64_t frame, int channel) { return sine(0.6, 300.0 + channel, 0.0, frame, 48000); }));
-    WaveRenderer measured(cdStereo());
-    WaveRenderer unmeasured(cdStereo());
+                           [](std::int64_t frame, int channel) { return sine(0.6, 300.0 + channel, 48000, frame); }));
+    WaveRenderer measured(format(44100.0, 2, 16));
+    WaveRenderer unmeasured(format(44100.0, 2, 16));
     unmeasured.setMeasure(false);
     measured.setDitherSeed(7);
     unmeasured.setDitherSeed(7);
@@ -205,12 +185,12 @@ TEST(AudioMeter, MeasuringOnAThreadOfItsOwnGivesTheSameFigures)
     ASSERT_TRUE(writeSound(source, SF_FORMAT_FLAC | SF_FORMAT_PCM_24, 48000, 2, 48000 * 7,
                            [](std::int64_t frame, int channel) {
                                const double swell = 0.3 + 0.25 * std::sin(static_cast<double>(frame) / 30000.0);
-                               return frame < 48000 ? 0.0 : sine(swell, 2000.0 + 37.0 * channel, 0.7, frame, 48000);
+                               return frame < 48000 ? 0.0 : sine(swell, 2000.0 + 37.0 * channel, 48000, frame, 0.7);
                            }));
     RenderReport inline_, behind;
-    WaveRenderer one(cdStereo());
+    WaveRenderer one(format(44100.0, 2, 16));
     ASSERT_TRUE(one.render(source, folder / "inline.wav", inline_)) << inline_.error;
-    WaveRenderer three(cdStereo());
+    WaveRenderer three(format(44100.0, 2, 16));
     three.setDecodeAhead(true);
     ASSERT_TRUE(three.render(source, folder / "behind.wav", behind)) << behind.error;
     const AudioFigures& a = inline_.figures;

@@ -19,21 +19,6 @@ using Host::BatchRenderer;
 
 namespace {
 
-KVX::AudioFormat cdStereo()
-{
-    KVX::AudioFormat format;
-    format.sampleRate = 44100.0;
-    format.channelCount = 2;
-    format.bitDepth = 16;
-    return format;
-}
-
-std::string bytesOf(const std::filesystem::path& path)
-{
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), {});
-}
-
 /// 48 kHz 24-bit stereo FLAC sources of different lengths, each a quiet tone of its own, so that
 /// the 16-bit dither shows in every sample.
 std::vector<std::filesystem::path> writeSources(const TempFolder& folder, int count)
@@ -57,7 +42,7 @@ std::vector<BatchRenderer::Task> tasksInto(const std::vector<std::filesystem::pa
 {
     std::vector<BatchRenderer::Task> tasks;
     for (const auto& source : sources)
-        tasks.push_back({source, folder / (source.stem().string() + ".wav"), cdStereo()});
+        tasks.push_back({source, folder / (source.stem().string() + ".wav"), format(44100.0, 2, 16)});
     return tasks;
 }
 
@@ -90,9 +75,9 @@ TEST(BatchRenderer, EveryFileHasTheSameBytesWhateverTheNumberOfWorkers)
     for (const auto& source : sources)
     {
         const std::string name = source.stem().string() + ".wav";
-        const std::string bytes = bytesOf(one / name);
+        const std::string bytes = readBytes(one / name);
         ASSERT_GT(bytes.size(), 44u) << name;
-        EXPECT_EQ(bytes, bytesOf(many / name)) << name << " differs between one and four workers";
+        EXPECT_EQ(bytes, readBytes(many / name)) << name << " differs between one and four workers";
     }
     ASSERT_EQ(parallel.reports.size(), sources.size());
     EXPECT_TRUE(parallel.reports[0].dithered);
@@ -101,13 +86,13 @@ TEST(BatchRenderer, EveryFileHasTheSameBytesWhateverTheNumberOfWorkers)
     // a cancel stops it too.
     for (const bool ahead : {false, true})
     {
-        Host::WaveRenderer renderer(cdStereo());
+        Host::WaveRenderer renderer(format(44100.0, 2, 16));
         renderer.setDitherSeed(BatchRenderer::ditherSeedFor("take 3.wav"));
         renderer.setDecodeAhead(ahead);
         Host::RenderReport report;
         const auto output = many / (ahead ? "ahead.wav" : "inline.wav");
         ASSERT_TRUE(renderer.render(sources[3], output, report)) << report.error;
-        EXPECT_EQ(bytesOf(output), bytesOf(one / "take 3.wav")) << (ahead ? "decoded ahead" : "decoded inline");
+        EXPECT_EQ(readBytes(output), readBytes(one / "take 3.wav")) << (ahead ? "decoded ahead" : "decoded inline");
         std::atomic<bool> cancel{true};
         renderer.setCancelFlag(&cancel);
         EXPECT_FALSE(renderer.render(sources[3], many / "cancelled.wav", report));
@@ -116,8 +101,8 @@ TEST(BatchRenderer, EveryFileHasTheSameBytesWhateverTheNumberOfWorkers)
 
     // The dither is the file's own: the same source under another name gets other noise.
     std::filesystem::copy_file(sources[0], in / "renamed.flac");
-    ASSERT_TRUE(BatchRenderer::render({{in / "renamed.flac", many / "renamed.wav", cdStereo()}}, 1).ok);
-    EXPECT_NE(bytesOf(many / "renamed.wav"), bytesOf(many / "take 0.wav"));
+    ASSERT_TRUE(BatchRenderer::render({{in / "renamed.flac", many / "renamed.wav", format(44100.0, 2, 16)}}, 1).ok);
+    EXPECT_NE(readBytes(many / "renamed.wav"), readBytes(many / "take 0.wav"));
     EXPECT_NE(BatchRenderer::ditherSeedFor("a/x.wav"), BatchRenderer::ditherSeedFor("a/y.wav"));
     EXPECT_EQ(BatchRenderer::ditherSeedFor("a/x.wav"), BatchRenderer::ditherSeedFor("b/x.wav"));
 }

@@ -1,11 +1,15 @@
 #pragma once
 
+#include "framework/services/AudioFormat.h"
+
 #include <sndfile.h>
 
 #include <cmath>
 #include <cstdint>
 #include <filesystem>
+#include <fstream>
 #include <functional>
+#include <numbers>
 #include <string>
 #include <vector>
 
@@ -54,6 +58,29 @@ Sound readSound(const std::filesystem::path& path);
 double rms(const Sound& sound, int channel, std::int64_t first, std::int64_t last);
 /// Amplitude of the component at `frequency` in one channel over [first, last) frames.
 double toneAmplitude(const Sound& sound, int channel, double frequency, std::int64_t first, std::int64_t last);
+
+/// A file's bytes, whole.
+inline std::string readBytes(const std::filesystem::path& path)
+{
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+/// A format a renderer writes: integer PCM at `sampleRate`.
+inline KVX::AudioFormat format(double sampleRate, int channels, int bitDepth)
+{
+    KVX::AudioFormat result;
+    result.sampleRate = sampleRate;
+    result.channelCount = channels;
+    result.bitDepth = bitDepth;
+    return result;
+}
+
+/// Frame `frame` of a sine wave of `amplitude` and `frequency` at `sampleRate`, starting at `phase`.
+inline double sine(double amplitude, double frequency, int sampleRate, std::int64_t frame, double phase = 0.0)
+{
+    return amplitude * std::sin(2.0 * std::numbers::pi * frequency * static_cast<double>(frame) / sampleRate + phase);
+}
 
 inline double decibels(double ratio)
 {

@@ -23,27 +23,7 @@ using Host::WaveRenderer;
 
 namespace {
 
-KVX::AudioFormat format(double sampleRate, int channels, int bitDepth)
-{
-    KVX::AudioFormat result;
-    result.sampleRate = sampleRate;
-    result.channelCount = channels;
-    result.bitDepth = bitDepth;
-    return result;
-}
-
 const KVX::AudioFormat kCdStereo = format(44100.0, 2, 16);
-
-double sine(double amplitude, double frequency, int sampleRate, std::int64_t frame)
-{
-    return amplitude * std::sin(2.0 * std::numbers::pi * frequency * static_cast<double>(frame) / sampleRate);
-}
-
-std::string readText(const std::filesystem::path& path)
-{
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), {});
-}
 
 } // namespace
 
@@ -345,7 +325,7 @@ TEST(WaveRenderer, EveryFailureExplainsItselfAndLeavesNoOutput)
     EXPECT_NE(report.error.find("cancelled"), std::string::npos) << report.error;
     EXPECT_GE(lastFraction, 0.5);
     EXPECT_LT(lastFraction, 1.0);
-    EXPECT_EQ(readText(folder / "earlier.wav"), "earlier take");
+    EXPECT_EQ(readBytes(folder / "earlier.wav"), "earlier take");
     std::filesystem::remove(folder / "earlier.wav");
     expectNothingLeft("cancelled");
     renderer.setCancelFlag(nullptr);
