@@ -1,32 +1,25 @@
 #pragma once
 
 #include "host/render/AudioFigures.h"
+#include "host/render/LoudnessMeter.h"
+#include "host/render/TruePeakMeter.h"
 
 #include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
-#include <vector>
-
-#include <ebur128.h>
 
 namespace Host {
 
-/// Measures a render's output as it is written: loudness and loudness range (EBU R 128, through
-/// libebur128), true and sample peak, clipped samples, silence at both ends, and whether a
-/// stereo file's channels are identical. It sees each block once, beside the writer, so that
+/// Measures a render's output as it is written: loudness and loudness range (LoudnessMeter),
+/// true peak (TruePeakMeter) and sample peak, clipped samples, silence at both ends, and whether
+/// a stereo file's channels are identical. It sees each block once, beside the writer, so that
 /// measuring costs no second decode; memory does not grow with the file's length.
-///
-/// True peak is the expensive figure (four times oversampled). A block can only raise it when
-/// its largest sample, times the most the oversampling filter can gain between samples, exceeds
-/// the true peak found so far; only such blocks are oversampled, each after the frames before it
-/// that the filter still reads. The result is what oversampling every block would give.
 ///
 /// Threads: one meter belongs to one render; it may run on any thread.
 class AudioMeter
 {
 public:
-    ~AudioMeter();
     AudioMeter(const AudioMeter&) = delete;
     AudioMeter& operator=(const AudioMeter&) = delete;
 
@@ -52,14 +45,16 @@ public:
     AudioFigures finish();
 
 private:
-    AudioMeter(int channels, double sampleRate) : channels_(channels), sampleRate_(sampleRate) {}
-    void keepHistory(const std::int32_t* samples, std::size_t count);
+    AudioMeter(int channels, double sampleRate)
+        : channels_(channels), sampleRate_(sampleRate), loudness_(channels, sampleRate), truePeak_(channels)
+    {
+    }
 
     int channels_;
     double sampleRate_;
 
     // Levels (addLevels)
-    ebur128_state* loudness_ = nullptr;  // integrated loudness and range, every frame
+    LoudnessMeter loudness_;             // integrated loudness and range, every frame
     std::int64_t frames_ = 0;            // frames added so far
     std::int64_t peakMagnitude_ = 0;     // of the samples, as left-justified integers
     std::int64_t clipped_ = 0;
@@ -68,13 +63,7 @@ private:
     bool identical_ = true;
 
     // True peak (addTruePeak)
-    ebur128_state* truePeak_ = nullptr;  // only the blocks that can raise the true peak
-    double filterGain_ = 1;              // most the oversampling gains over the largest sample
-    std::size_t filterFrames_ = 0;       // frames before a block that the filter still reads
-    std::vector<std::int32_t> history_;  // the last filterFrames_ frames added
-    std::int64_t truePeakFrames_ = 0;    // frames added so far
-    std::int64_t truePeakFedTo_ = -1;    // frame up to which the true-peak meter has been fed
-    double truePeakLevel_ = 0;           // the true peak so far, at full scale 1.0
+    TruePeakMeter truePeak_;
 };
 
 } // namespace Host

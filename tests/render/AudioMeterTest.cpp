@@ -87,51 +87,6 @@ TEST(AudioMeter, PeaksBetweenSamplesAreFoundWhereTheSamplesStayLow)
     EXPECT_EQ(report.figures.clippedSamples, 0);
 }
 
-TEST(AudioMeter, OversamplingOnlyTheBlocksThatCanRaiseThePeakFindsWhatOversamplingEveryBlockFinds)
-{
-    // Bursts that grow, fall back and grow again past the first maximum, with crests between
-    // samples, in blocks of several sizes: the meter must find the same true peak as libebur128
-    // fed every frame.
-    constexpr std::int64_t kFrames = 44100 * 6;
-    std::vector<std::int32_t> samples(kFrames * 2);
-    for (std::int64_t frame = 0; frame < kFrames; ++frame)
-    {
-        const double second = static_cast<double>(frame) / 44100.0;
-        const double envelope = second < 2 ? 0.2 + 0.3 * second : second < 4 ? 0.3 : 0.2 + 0.1875 * (second - 2);
-        for (int channel = 0; channel < 2; ++channel)
-        {
-            const double value = sine(envelope, 11025.0 - 40.0 * channel, 44100, frame, std::numbers::pi / 4.0) +
-                                 sine(0.1, 97.0, 44100, frame);
-            samples[static_cast<std::size_t>(frame * 2 + channel)] = static_cast<std::int32_t>(value * 2147483647.0);
-        }
-    }
-    ebur128_state* full = ebur128_init(2, 44100, EBUR128_MODE_TRUE_PEAK);
-    ebur128_add_frames_int(full, samples.data(), kFrames);
-    double expected = 0;
-    for (unsigned channel = 0; channel < 2; ++channel)
-    {
-        double peak = 0;
-        ebur128_true_peak(full, channel, &peak);
-        expected = std::max(expected, peak);
-    }
-    ebur128_destroy(&full);
-
-    for (std::size_t block : {7u, 64u, 1000u, 8192u})
-    {
-        std::string error;
-        auto meter = AudioMeter::create(2, 44100.0, error);
-        ASSERT_TRUE(meter) << error;
-        std::vector<double> levels(block * 2);
-        for (std::int64_t at = 0; at < kFrames; at += static_cast<std::int64_t>(block))
-        {
-            const std::size_t count = std::min<std::size_t>(block, static_cast<std::size_t>(kFrames - at));
-            meter->add(levels.data(), samples.data() + at * 2, count, 32);
-        }
-        const AudioFigures figures = meter->finish();
-        EXPECT_NEAR(figures.truePeak, 20.0 * std::log10(expected), 0.01) << "blocks of " << block;
-    }
-}
-
 TEST(AudioMeter, SilenceClippingAndTheEndsOfAFileAreCounted)
 {
     TempFolder folder;

@@ -1,0 +1,46 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+namespace Host {
+
+/// The true peak of a stream of frames: the largest magnitude of the signal between its samples,
+/// as a converter plays it, found by oversampling four times (ITU-R BS.1770's method).
+///
+/// The oversampling filter is a windowed sinc 47 taps long whose every fourth tap is zero, so
+/// the samples themselves pass unchanged and only the three points between two samples are
+/// computed, twelve taps each, for 4, 8 or 16 samples at a time (SSE2, AVX2 or AVX-512, as the
+/// processor has it).
+/// libebur128's meter, which the tests hold this one to, computes all four points one sample at
+/// a time and costs more than the whole render it would measure.
+///
+/// Threads: one meter belongs to one stream; it may run on any thread.
+class TruePeakMeter
+{
+public:
+    static constexpr int kTaps = 12; ///< taps of each point between two samples
+
+    /// A meter for `channels` (1 or 2).
+    explicit TruePeakMeter(int channels);
+
+    /// Takes `count` frames of integers left-justified in 32 bits (full scale 2^31), interleaved.
+    void add(const std::int32_t* samples, std::size_t count);
+
+    /// The true peak at full scale 1.0 of everything added, as if silence followed it.
+    double finish();
+
+private:
+    /// Measures what is in lines_ and keeps the last frames that later points still read.
+    void measure(std::size_t frames);
+
+    int channels_;
+    // Per channel: the samples as floats at full scale 1.0, the frames kept from before first.
+    std::array<std::vector<float>, 2> lines_;
+    std::size_t kept_ = kTaps - 1; // frames at the start of each line read again with the next block
+    float peak_ = 0;
+};
+
+} // namespace Host
