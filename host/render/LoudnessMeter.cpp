@@ -93,7 +93,10 @@ double weighPlain(const LoudnessMeter::Section& shelf, const LoudnessMeter::Sect
     return weigh<Channels>(shelf, pass, kept, samples, count);
 }
 
-const bool kHasFma = __builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma");
+const bool kHasFma = [] {
+    __builtin_cpu_init(); // this may run before the runtime library's own start-up code has
+    return __builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma");
+}();
 const Weigh kWeighMono = kHasFma ? weighWithFma<1> : weighPlain<1>;
 const Weigh kWeighStereo = kHasFma ? weighWithFma<2> : weighPlain<2>;
 

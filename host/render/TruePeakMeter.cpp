@@ -110,9 +110,12 @@ float largestPlain(const float* line, std::size_t count)
 }
 
 using Largest = float (*)(const float*, std::size_t);
-const Largest kLargest = __builtin_cpu_supports("avx512f")                                  ? largestWithAvx512
-                         : __builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma") ? largestWithAvx2
-                                                                                           : largestPlain;
+const Largest kLargest = [] {
+    __builtin_cpu_init(); // this may run before the runtime library's own start-up code has
+    if (__builtin_cpu_supports("avx512f"))
+        return largestWithAvx512;
+    return __builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma") ? largestWithAvx2 : largestPlain;
+}();
 
 } // namespace
 
