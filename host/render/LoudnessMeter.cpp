@@ -42,7 +42,9 @@ private:
 #endif
 };
 
-using State = std::array<std::array<double, 4>, 2>; // per channel: shelf s1 s2, high pass s1 s2
+/// Per channel and section: the section's state value now and one frame earlier, and its input
+/// one frame earlier (shelf, then high pass).
+using State = std::array<std::array<double, 6>, 2>;
 
 /// Runs `count` frames through the filter and returns the sum of the squares of its output over
 /// every channel. Both channels go through together, as the two halves of one vector (a single
@@ -52,26 +54,30 @@ template <int Channels>
                                            State& kept, const std::int32_t* samples, std::size_t count)
 {
     using Pair = double __attribute__((vector_size(16)));
-    Pair v0 = {kept[0][0], kept[1][0]}, v1 = {kept[0][1], kept[1][1]};
-    Pair v2 = {kept[0][2], kept[1][2]}, v3 = {kept[0][3], kept[1][3]};
+    auto pairOf = [&kept](int at) { return Pair{kept[0][at], kept[1][at]}; };
+    Pair shelfNow = pairOf(0), shelfBefore = pairOf(1), input = pairOf(2);
+    Pair passNow = pairOf(3), passBefore = pairOf(4), shelvedBefore = pairOf(5);
     Pair sum = {};
     for (std::size_t frame = 0; frame < count; ++frame, samples += Channels)
     {
-        // Each new state depends on the input and the old state only, not on this output, and
-        // the old first state value comes last in each sum: the next sample's update waits for
-        // one multiplication and one addition, and nothing else.
+        // A section's state value s follows s[n+1] = b1 u[n] + b2 u[n-1] - a2 s[n-1] - a1 s[n]:
+        // everything but the last product is ready before s[n] is, so each frame waits for one
+        // multiply-add per section, and the two sections and channels run side by side.
         const Pair x = {static_cast<double>(samples[0]), Channels == 2 ? static_cast<double>(samples[Channels - 1]) : 0.0};
-        const Pair s1 = v0, s2 = v1, t1 = v2, t2 = v3;
-        const Pair shelved = shelf.b0 * x + s1;
-        v0 = (shelf.b1 * x + s2) - shelf.a1 * s1;
-        v1 = shelf.b2 * x - shelf.a2 * s1;
-        const Pair weighted = shelved + t1;
-        v2 = (pass.b1 * shelved + t2) - pass.a1 * t1;
-        v3 = pass.b2 * shelved - pass.a2 * t1;
+        const Pair shelved = shelf.b0 * x + shelfNow;
+        const Pair shelfNext = ((shelf.b1 * x + shelf.b2 * input) - shelf.a2 * shelfBefore) - shelf.a1 * shelfNow;
+        shelfBefore = shelfNow;
+        shelfNow = shelfNext;
+        input = x;
+        const Pair weighted = shelved + passNow;
+        const Pair passNext = ((pass.b1 * shelved + pass.b2 * shelvedBefore) - pass.a2 * passBefore) - pass.a1 * passNow;
+        passBefore = passNow;
+        passNow = passNext;
+        shelvedBefore = shelved;
         sum += weighted * weighted;
     }
     for (int c = 0; c < 2; ++c)
-        kept[c] = {v0[c], v1[c], v2[c], v3[c]};
+        kept[c] = {shelfNow[c], shelfBefore[c], input[c], passNow[c], passBefore[c], shelvedBefore[c]};
     return sum[0] + sum[1];
 }
 

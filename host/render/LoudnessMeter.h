@@ -71,7 +71,7 @@ private:
     // The K-weighting filter: a high shelf, then a high pass.
     Section shelf_{};
     Section highPass_{};
-    std::array<std::array<double, 4>, 2> state_{}; // per channel: shelf s1 s2, high pass s1 s2
+    std::array<std::array<double, 6>, 2> state_{}; // per channel and section: see weigh()
 
     // Sub-blocks of 100 ms: the energy summed over the channels of the one being filled, and
     // the last 30 finished ones (a 3 s block), newest at subBlocks_[finished_ % 30].

@@ -1,6 +1,7 @@
 #include "host/render/TruePeakMeter.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstring>
 #include <numbers>
@@ -9,8 +10,8 @@ namespace Host {
 
 namespace {
 
-constexpr int kTaps = TruePeakMeter::kTaps;
-constexpr int kBefore = kTaps / 2 - 1; // frames before the sample a point follows that its taps read
+constexpr std::size_t kTaps = TruePeakMeter::kTaps;
+constexpr std::size_t kBefore = kTaps / 2 - 1; // frames before the sample a point follows that its taps read
 constexpr float kSampleScale = 1.0f / 2147483648.0f;
 
 /// The taps of the three points between x[n] and x[n+1], at a quarter, half and three quarters;
@@ -33,25 +34,29 @@ Taps designTaps()
     for (int point = 1; point <= 3; ++point)
     {
         double sum = 0;
-        for (int t = 0; t < kTaps; ++t)
-            sum += response(4 * (kBefore - t) + point);
+        for (std::size_t t = 0; t < kTaps; ++t)
+            sum += response(4 * (static_cast<int>(kBefore) - static_cast<int>(t)) + point);
         // Each point passes a constant signal unchanged.
-        for (int t = 0; t < kTaps; ++t)
-            taps[point - 1][t] = static_cast<float>(response(4 * (kBefore - t) + point) / sum);
+        for (std::size_t t = 0; t < kTaps; ++t)
+            taps[static_cast<std::size_t>(point - 1)][t] =
+                static_cast<float>(response(4 * (static_cast<int>(kBefore) - static_cast<int>(t)) + point) / sum);
     }
     return taps;
 }
 
 const Taps kTapsOfPoints = designTaps();
 
-/// The largest magnitude among the samples line[kBefore..] and the points after them, for
-/// `count` samples; the line holds kTaps - 1 more frames than that. Works on vectors of `Bytes`.
 template <int Bytes> struct FloatsOf
 {
     typedef float Type __attribute__((vector_size(Bytes)));
 };
 
-template <int Bytes> [[gnu::always_inline]] inline float largestOf(const float* line, std::size_t count)
+/// The largest magnitude among `count` samples of interleaved frames of `Width` channels,
+/// line[kBefore * Width..], and the points after them; the line holds kTaps - 1 more frames than
+/// that. Each lane of a vector follows its own channel, since a tap reads the same frame offset
+/// in every channel. Works on vectors of `Bytes`.
+template <int Bytes, std::size_t Width>
+[[gnu::always_inline]] inline float largestOf(const float* line, std::size_t count)
 {
     using Floats = typename FloatsOf<Bytes>::Type;
     constexpr std::size_t kLanes = Bytes / sizeof(float);
@@ -61,16 +66,16 @@ template <int Bytes> [[gnu::always_inline]] inline float largestOf(const float* 
     for (; at + kLanes <= count; at += kLanes)
     {
         Floats quarter = {}, half = {}, threeQuarters = {};
-        for (int t = 0; t < kTaps; ++t)
+        for (std::size_t t = 0; t < kTaps; ++t)
         {
             Floats x;
-            std::memcpy(&x, line + at + t, sizeof x);
+            std::memcpy(&x, line + at + t * Width, sizeof x);
             quarter += x * taps[0][t];
             half += x * taps[1][t];
             threeQuarters += x * taps[2][t];
         }
         Floats sample;
-        std::memcpy(&sample, line + at + kBefore, sizeof sample);
+        std::memcpy(&sample, line + at + kBefore * Width, sizeof sample);
         for (Floats value : {sample, quarter, half, threeQuarters})
         {
             value = value < 0 ? -value : value;
@@ -82,34 +87,34 @@ template <int Bytes> [[gnu::always_inline]] inline float largestOf(const float* 
         largest = std::max(largest, most[lane]);
     for (; at < count; ++at)
     {
-        largest = std::max(largest, std::abs(line[at + kBefore]));
+        largest = std::max(largest, std::abs(line[at + kBefore * Width]));
         for (const auto& point : taps)
         {
             float value = 0;
-            for (int t = 0; t < kTaps; ++t)
-                value += line[at + t] * point[t];
+            for (std::size_t t = 0; t < kTaps; ++t)
+                value += line[at + t * Width] * point[t];
             largest = std::max(largest, std::abs(value));
         }
     }
     return largest;
 }
 
-[[gnu::target("avx512f")]] float largestWithAvx512(const float* line, std::size_t count)
+[[gnu::target("avx512f")]] float largestWithAvx512(const float* line, std::size_t count, std::size_t width)
 {
-    return largestOf<64>(line, count);
+    return width == 2 ? largestOf<64, 2>(line, count) : largestOf<64, 1>(line, count);
 }
 
-[[gnu::target("avx2,fma")]] float largestWithAvx2(const float* line, std::size_t count)
+[[gnu::target("avx2,fma")]] float largestWithAvx2(const float* line, std::size_t count, std::size_t width)
 {
-    return largestOf<32>(line, count);
+    return width == 2 ? largestOf<32, 2>(line, count) : largestOf<32, 1>(line, count);
 }
 
-float largestPlain(const float* line, std::size_t count)
+float largestPlain(const float* line, std::size_t count, std::size_t width)
 {
-    return largestOf<16>(line, count);
+    return width == 2 ? largestOf<16, 2>(line, count) : largestOf<16, 1>(line, count);
 }
 
-using Largest = float (*)(const float*, std::size_t);
+using Largest = float (*)(const float*, std::size_t, std::size_t);
 const Largest kLargest = [] {
     __builtin_cpu_init(); // this may run before the runtime library's own start-up code has
     if (__builtin_cpu_supports("avx512f"))
@@ -121,44 +126,38 @@ const Largest kLargest = [] {
 
 TruePeakMeter::TruePeakMeter(int channels) : channels_(channels)
 {
-    // Silence before the first frame.
-    for (int channel = 0; channel < channels_; ++channel)
-        lines_[channel].assign(kept_, 0.0f);
+    line_.assign(kept_ * static_cast<std::size_t>(channels_), 0.0f); // silence before the first frame
 }
 
 void TruePeakMeter::add(const std::int32_t* samples, std::size_t count)
 {
     if (count == 0)
         return;
-    const auto width = static_cast<std::size_t>(channels_);
-    for (std::size_t channel = 0; channel < width; ++channel)
-    {
-        std::vector<float>& line = lines_[channel];
-        line.resize(kept_ + count);
-        for (std::size_t frame = 0; frame < count; ++frame)
-            line[kept_ + frame] = static_cast<float>(samples[frame * width + channel]) * kSampleScale;
-    }
-    measure(count);
+    const std::size_t kept = line_.size();
+    const std::size_t values = count * static_cast<std::size_t>(channels_);
+    line_.resize(kept + values);
+    float* to = line_.data() + kept;
+    for (std::size_t i = 0; i < values; ++i)
+        to[i] = static_cast<float>(samples[i]) * kSampleScale;
+    measure(values);
 }
 
-void TruePeakMeter::measure(std::size_t frames)
+void TruePeakMeter::measure(std::size_t values)
 {
-    for (int channel = 0; channel < channels_; ++channel)
-    {
-        std::vector<float>& line = lines_[channel];
-        peak_ = std::max(peak_, kLargest(line.data(), frames));
-        // The last frames are read again, before the next block.
-        std::copy(line.end() - static_cast<std::ptrdiff_t>(kept_), line.end(), line.begin());
-        line.resize(kept_);
-    }
+    const auto width = static_cast<std::size_t>(channels_);
+    peak_ = std::max(peak_, kLargest(line_.data(), values, width));
+    // The last frames are read again, before the next block.
+    const auto kept = static_cast<std::ptrdiff_t>(kept_ * width);
+    std::copy(line_.end() - kept, line_.end(), line_.begin());
+    line_.resize(static_cast<std::size_t>(kept));
 }
 
 double TruePeakMeter::finish()
 {
     // Silence after the last frame lets the filter ring out past it.
-    for (int channel = 0; channel < channels_; ++channel)
-        lines_[channel].resize(2 * kept_, 0.0f);
-    measure(kept_);
+    const std::size_t values = kept_ * static_cast<std::size_t>(channels_);
+    line_.resize(2 * values, 0.0f);
+    measure(values);
     return peak_;
 }
 

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <vector>
@@ -33,12 +32,13 @@ public:
     double finish();
 
 private:
-    /// Measures what is in lines_ and keeps the last frames that later points still read.
-    void measure(std::size_t frames);
+    /// Measures the first `values` samples in line_ and keeps the last frames that later points
+    /// still read.
+    void measure(std::size_t values);
 
     int channels_;
-    // Per channel: the samples as floats at full scale 1.0, the frames kept from before first.
-    std::array<std::vector<float>, 2> lines_;
+    // The samples as floats at full scale 1.0, interleaved, the frames kept from before first.
+    std::vector<float> line_;
     std::size_t kept_ = kTaps - 1; // frames at the start of each line read again with the next block
     float peak_ = 0;
 };

@@ -164,27 +164,36 @@ TEST(TruePeakMeter, FindsWhatLibebur128FindsInBlocksOfAnySize)
              return sine(0.5, 60.0, 44100, frame);
          }},
     };
-    for (const Case& test : cases)
-    {
-        const auto samples = samplesOf(2, 44100 * 6, test.value);
-        ebur128_state* full = ebur128_init(2, 44100, EBUR128_MODE_TRUE_PEAK);
-        ebur128_add_frames_int(full, samples.data(), samples.size() / 2);
+    auto reference = [](const std::vector<std::int32_t>& samples, unsigned channels) {
+        ebur128_state* full = ebur128_init(channels, 44100, EBUR128_MODE_TRUE_PEAK);
+        ebur128_add_frames_int(full, samples.data(), samples.size() / channels);
         double expected = 0;
-        for (unsigned channel = 0; channel < 2; ++channel)
+        for (unsigned channel = 0; channel < channels; ++channel)
         {
             double peak = 0;
             ebur128_true_peak(full, channel, &peak);
             expected = std::max(expected, peak);
         }
         ebur128_destroy(&full);
-
-        for (std::size_t block : {1u, 7u, 8u, 1000u, 8192u, 1000000u})
+        return expected;
+    };
+    for (const Case& test : cases)
+    {
+        const auto stereo = samplesOf(2, 44100 * 6, test.value);
+        const auto mono = samplesOf(1, 44100 * 6, test.value);
+        for (const auto* samples : {&stereo, &mono})
         {
-            TruePeakMeter meter(2);
-            for (std::size_t at = 0; at < samples.size() / 2; at += block)
-                meter.add(samples.data() + at * 2, std::min(block, samples.size() / 2 - at));
-            EXPECT_NEAR(20.0 * std::log10(meter.finish()), 20.0 * std::log10(expected), 0.1)
-                << test.name << ", blocks of " << block;
+            const int channels = samples == &stereo ? 2 : 1;
+            const std::size_t frames = samples->size() / static_cast<std::size_t>(channels);
+            const double expected = reference(*samples, static_cast<unsigned>(channels));
+            for (std::size_t block : {1u, 7u, 8u, 1000u, 8192u, 1000000u})
+            {
+                TruePeakMeter meter(channels);
+                for (std::size_t at = 0; at < frames; at += block)
+                    meter.add(samples->data() + at * static_cast<std::size_t>(channels), std::min(block, frames - at));
+                EXPECT_NEAR(20.0 * std::log10(meter.finish()), 20.0 * std::log10(expected), 0.1)
+                    << test.name << ", " << channels << " channel(s), blocks of " << block;
+            }
         }
     }
 }
