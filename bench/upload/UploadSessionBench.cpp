@@ -1,12 +1,15 @@
-// Uploads one large track through the upload session to the in-process sandbox's upload target
-// (which parses and counts the body, and discards it), and the same file with `curl -F` to the
-// same target, in one run; then measures how long a
-// cancel takes to end the batch, while data flows and when the server has stopped reading.
+// Uploads one large track through the upload session to the sandbox's upload target, and the same
+// file with `curl -F` to the same target, in one run; then measures how long a cancel takes to end
+// the batch, while data flows and when the server has stopped reading.
 //
 //   upload_session_bench [--size MiB] [--rounds N] [--cancels N]
 //
-// The session runs in this process (its peak memory is this process's growth during the upload,
-// the sandbox's own share included); curl runs as a child process with its own peak.
+// For the throughput, the target is a sorvel-sandbox process of its own that parses and counts
+// each body and keeps nothing (no disk), so that the session (in this process) and curl (a child
+// process) each run beside the server alike, and the ratio measures the clients. The session's
+// peak memory is this process's growth during the upload; curl's is its own peak. The cancels run
+// against an in-process sandbox, which can be told to send the client to a server that never
+// reads.
 #include "framework/data/Json.h"
 #include "framework/hostsupport/EventWait.h"
 #include "framework/services/NetServices.h"
@@ -18,6 +21,9 @@
 #include "sandbox/Sandbox.h"
 
 #include <arpa/inet.h>
+#include <poll.h>
+#include <signal.h>
+#include <spawn.h>
 #include <fcntl.h>
 #include <netinet/in.h>
 #include <sys/resource.h>
@@ -40,6 +46,8 @@
 using namespace KVX;
 using namespace Sorvel;
 using Clock = std::chrono::steady_clock;
+
+extern char** environ;
 
 namespace {
 
@@ -248,6 +256,117 @@ double percentile(std::vector<double> values, double p)
     return values[std::min(values.size() - 1, static_cast<size_t>(p * static_cast<double>(values.size() - 1) + 0.5))];
 }
 
+/// A sorvel-sandbox process that keeps no uploaded file, and where it listens.
+class SandboxProcess
+{
+public:
+    ~SandboxProcess()
+    {
+        if (child_ > 0)
+        {
+            kill(child_, SIGTERM);
+            int status = 0;
+            waitpid(child_, &status, 0);
+        }
+        if (output_ >= 0)
+            close(output_);
+    }
+
+    /// Starts the program and reads its first lines; false, with a sentence in `error`, when it
+    /// does not say where it listens within ten seconds.
+    bool start(std::string& error)
+    {
+        int ends[2];
+        if (pipe(ends) != 0)
+        {
+            error = "no pipe";
+            return false;
+        }
+        posix_spawn_file_actions_t actions;
+        posix_spawn_file_actions_init(&actions);
+        posix_spawn_file_actions_adddup2(&actions, ends[1], 1);
+        posix_spawn_file_actions_addclose(&actions, ends[0]);
+        std::vector<std::string> arguments{SORVEL_SANDBOX_PROGRAM, "--port", "0", "--quiet", "--discard-uploads"};
+        std::vector<char*> argv;
+        for (std::string& argument : arguments)
+            argv.push_back(argument.data());
+        argv.push_back(nullptr);
+        const int spawned = posix_spawn(&child_, SORVEL_SANDBOX_PROGRAM, &actions, nullptr, argv.data(), environ);
+        posix_spawn_file_actions_destroy(&actions);
+        close(ends[1]);
+        output_ = ends[0];
+        if (spawned != 0)
+        {
+            child_ = 0;
+            error = std::string("cannot run ") + SORVEL_SANDBOX_PROGRAM;
+            return false;
+        }
+        std::string text;
+        const auto deadline = Clock::now() + std::chrono::seconds(10);
+        while (text.find("Press Ctrl+C to stop.") == std::string::npos)
+        {
+            const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
+            pollfd readable{output_, POLLIN, 0};
+            char buffer[1024];
+            ssize_t got = 0;
+            if (left <= 0 || poll(&readable, 1, static_cast<int>(left)) <= 0 ||
+                (got = read(output_, buffer, sizeof buffer)) <= 0)
+            {
+                error = "sorvel-sandbox did not say where it listens: " + text;
+                return false;
+            }
+            text.append(buffer, static_cast<size_t>(got));
+        }
+        baseUrl = valueAfter(text, "API base URL: ");
+        loginUrl = valueAfter(text, "Login URL:    ");
+        partnerId = valueAfter(text, "Partner id:   ");
+        partnerKey = valueAfter(text, "Partner key:  ");
+        const std::string login = valueAfter(text, "Demo login:   ");
+        username = login.substr(0, login.find(" / "));
+        password = login.substr(username.size() + 3, login.find(" (") - username.size() - 3);
+        if (baseUrl.empty() || partnerKey.empty() || password.empty())
+        {
+            error = "sorvel-sandbox printed what this benchmark does not understand: " + text;
+            return false;
+        }
+        return true;
+    }
+
+    std::string baseUrl, loginUrl, partnerId, partnerKey, username, password;
+
+private:
+    static std::string valueAfter(const std::string& text, const std::string& label)
+    {
+        const size_t at = text.find(label);
+        if (at == std::string::npos)
+            return {};
+        const size_t from = at + label.size();
+        return text.substr(from, text.find('\n', from) - from);
+    }
+
+    pid_t child_ = 0;
+    int output_ = -1;
+};
+
+/// Signs the demo account in to a sandbox; the client's configuration, or nothing.
+std::optional<ClientConfiguration> signIn(const std::string& baseUrl, const std::string& loginUrl,
+                                          const std::string& partnerId, const std::string& partnerKey,
+                                          const std::string& username, const std::string& password)
+{
+    auto client = makeRef<Client>();
+    Attributes provider;
+    provider.set("ServerURL", String(baseUrl));
+    provider.set("LoginURL", String(loginUrl));
+    provider.set("PartnerID", String(partnerId));
+    provider.set("PartnerKey", String(partnerKey));
+    client->getConfiguration().fill(provider);
+    client->authorize(String(username), String(password));
+    EventWait::until([&] { return client->getState() != Client::Authorizing; }, 10000);
+    if (!client->isAuthorized())
+        return std::nullopt;
+    return client->getConfiguration();
+}
+
 } // namespace
 
 int main(int argc, char** argv)
@@ -277,10 +396,14 @@ int main(int argc, char** argv)
     if (GetRunLoop()->attachToCurrentThread() != kResultOk || RegisterWebServiceClasses() != kResultOk)
         return 1;
 
-    SorvelSandbox::Sandbox sandbox;
     std::string error;
-    // The target parses and counts the body but keeps nothing: the comparison is of the clients,
-    // not of the disk behind the target.
+    SandboxProcess target;
+    if (!target.start(error))
+    {
+        std::fprintf(stderr, "upload_session_bench: %s\n", error.c_str());
+        return 1;
+    }
+    SorvelSandbox::Sandbox sandbox; // for the cancels
     SorvelSandbox::Sandbox::Options options;
     options.discardUploads = true;
     if (sandbox.start(options, error) < 0)
@@ -288,22 +411,16 @@ int main(int argc, char** argv)
         std::fprintf(stderr, "upload_session_bench: the sandbox did not start: %s\n", error.c_str());
         return 1;
     }
-    auto client = makeRef<Client>();
-    Attributes provider;
-    provider.set("ServerURL", String(sandbox.baseUrl()));
-    provider.set("LoginURL", String(sandbox.loginUrl()));
-    provider.set("PartnerID", String(sandbox.partnerId()));
-    provider.set("PartnerKey", String(sandbox.partnerKey()));
-    client->getConfiguration().fill(provider);
     const auto login = sandbox.demoLogin();
-    client->authorize(String(login.username), String(login.password));
-    EventWait::until([&] { return client->getState() != Client::Authorizing; }, 10000);
-    if (!client->isAuthorized())
+    const std::optional<ClientConfiguration> configuration = signIn(
+        target.baseUrl, target.loginUrl, target.partnerId, target.partnerKey, target.username, target.password);
+    const std::optional<ClientConfiguration> inProcess = signIn(sandbox.baseUrl(), sandbox.loginUrl(), sandbox.partnerId(),
+                                                                sandbox.partnerKey(), login.username, login.password);
+    if (!configuration || !inProcess)
     {
         std::fprintf(stderr, "upload_session_bench: the sign-in failed\n");
         return 1;
     }
-    const ClientConfiguration configuration = client->getConfiguration();
 
     const std::string path = (std::filesystem::temp_directory_path() / "sorvel-upload-bench.wav").string();
     const uint64 bytes = mebibytes << 20;
@@ -313,8 +430,8 @@ int main(int argc, char** argv)
         return 1;
     }
     const double megabytes = static_cast<double>(bytes) / 1e6;
-    std::printf("file: %llu MiB (sparse), sandbox on 127.0.0.1:%d\n", static_cast<unsigned long long>(mebibytes),
-                sandbox.port());
+    std::printf("file: %llu MiB (sparse), discarding target at %s\n", static_cast<unsigned long long>(mebibytes),
+                target.baseUrl.c_str());
 
     // The first read of a sparse file fills the page cache with zeroed pages, which costs the
     // kernel more than the upload itself; read it once beforehand, so that both uploads find it
@@ -339,13 +456,13 @@ int main(int argc, char** argv)
     {
         const long peakBefore = peakKiB();
         bool ok = false;
-        sessionSeconds = std::min(sessionSeconds, runBatch(configuration, path, *watcher, ok));
+        sessionSeconds = std::min(sessionSeconds, runBatch(*configuration, path, *watcher, ok));
         growth = std::max(growth, peakKiB() - peakBefore);
         std::string url;
         std::vector<std::string> fields;
         double seconds = 0;
         long peak = 0;
-        const bool targetOk = uploadTarget(configuration, url, fields);
+        const bool targetOk = uploadTarget(*configuration, url, fields);
         if (!targetOk)
             std::fprintf(stderr, "upload_session_bench: no upload address for curl\n");
         const bool curlOk = targetOk && runCurl(url, fields, path, seconds, peak);
@@ -358,7 +475,7 @@ int main(int argc, char** argv)
         curlSeconds = std::min(curlSeconds, seconds);
         curlPeak = std::max(curlPeak, peak);
     }
-    std::printf("upload session: %8.1f MB/s  peak memory growth %6ld KiB (this process, sandbox included)\n",
+    std::printf("upload session: %8.1f MB/s  peak memory growth %6ld KiB (this process)\n",
                 megabytes / sessionSeconds, growth);
     std::printf("curl -F:        %8.1f MB/s  peak memory %6ld KiB\n", megabytes / curlSeconds, curlPeak);
     std::printf("ratio (session / curl): %.2f\n", curlSeconds / sessionSeconds);
@@ -371,7 +488,7 @@ int main(int argc, char** argv)
     {
         watcher->cancelAt = point(random);
         bool ok = false;
-        runBatch(configuration, path, *watcher, ok);
+        runBatch(*inProcess, path, *watcher, ok);
         if (watcher->canceledAt && watcher->finished)
             flowing.push_back(std::chrono::duration<double, std::milli>(*watcher->finished - *watcher->canceledAt).count());
     }
@@ -388,7 +505,7 @@ int main(int argc, char** argv)
         watcher->cancelAt = 0.0; // the first report shows the transfer under way
         watcher->markOnly = true;
         auto session = makeRef<UploadSession>();
-        session->setConfiguration(configuration);
+        session->setConfiguration(*inProcess);
         session->addObserver(watcher);
         watcher->session = session;
         watcher->finished.reset();
