@@ -124,7 +124,8 @@ LoudnessMeter::LoudnessMeter(int channels, double sampleRate)
         const double b2 = (vh - vb * k / q + k * k) / a0;
         const double a1 = 2.0 * (k * k - 1.0) / a0;
         const double a2 = (1.0 - k / q + k * k) / a0;
-        // State form: y = b0 x + s1, s1' = (b1 - a1 b0) x - a1 s1 + s2, s2' = (b2 - a2 b0) x - a2 s1,
+        // The direct form's y[n] = b0 x[n] + b1 x[n-1] + b2 x[n-2] - a1 y[n-1] - a2 y[n-2] as
+        // output b0 x[n] + s[n] (see Section, whose b1 and b2 are then b1 - a1 b0 and b2 - a2 b0),
         // with the samples' scale to full scale 1.0 folded into the input's coefficients.
         shelf_ = {b0 * kSampleScale, (b1 - a1 * b0) * kSampleScale, (b2 - a2 * b0) * kSampleScale, a1, a2};
     }

@@ -15,21 +15,21 @@ namespace Host {
 ///
 /// libebur128 measures the same, and the tests hold the two together; but it filters one sample
 /// of one channel at a time and costs several times the render it would measure. Here the filter
-/// keeps its state in registers and updates it without waiting for its own output, both channels
-/// at once, and the blocks' levels go into histograms 0.01 LU wide, so the memory is the same
-/// for a minute and for a day. Figures differ from an exact list of blocks by less than a bin.
+/// keeps its state in registers, both channels at once, and each section's next state waits for
+/// one multiply-add only; the blocks' levels go into histograms 0.01 LU wide, so the memory is
+/// the same for a minute and for a day. Figures differ from an exact list of blocks by less than
+/// a bin.
 ///
 /// Threads: one meter belongs to one stream; it may run on any thread.
 class LoudnessMeter
 {
 public:
-    /// A second-order section of the K-weighting filter, whose state (two values per channel)
-    /// is updated from the input and the state alone.
+    /// A second-order section of the K-weighting filter, for input u and state s:
+    /// output b0 u[n] + s[n], and s[n+1] = b1 u[n] + b2 u[n-1] - a1 s[n] - a2 s[n-1].
     struct Section
     {
-        double b0;     ///< input to output, beside the first state value
-        double b1, b2; ///< input to the two state values
-        double a1, a2; ///< first state value to the two new ones (feedback)
+        double b0, b1, b2; ///< from the input
+        double a1, a2;     ///< from the state (feedback)
     };
 
     /// A meter for `channels` (1 or 2) at `sampleRate` Hz (at least 8 kHz).

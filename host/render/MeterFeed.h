@@ -14,9 +14,9 @@ namespace Host {
 
 /// Hands a render's written blocks to its AudioMeter: at once on the writer's thread, or, when a
 /// core would otherwise idle, to two threads of their own that measure a few blocks behind the
-/// writer, one the levels and one the true peak (AudioMeter's two halves). Measuring costs more
-/// than writing, so the writer then runs at its own speed while the meter keeps the free core
-/// busy. The figures are the same either way: each half sees the same blocks in the same order.
+/// writer, one the levels and one the true peak (AudioMeter's two halves), so that the writer
+/// never waits for the meter. The figures are the same either way: each half sees the same blocks
+/// in the same order.
 ///
 /// Threads: add and finish are called on the writer's thread; memory is a few blocks at most.
 class MeterFeed
