@@ -46,6 +46,33 @@ Taps designTaps()
 
 const Taps kTapsOfPoints = designTaps();
 
+/// The same taps folded in half. The filter is symmetric, so the half-way point's taps read the
+/// same from both ends, and the three-quarter point's are the quarter point's backwards: with
+/// the sum and the difference of the two frames at each pair of mirrored taps, the three points
+/// take half the multiplications (quarter = even + odd, three quarters = even - odd).
+struct FoldedTaps
+{
+    static constexpr std::size_t kPairs = kTaps / 2;
+    std::array<float, kPairs> even{}; // the quarter point's symmetric part, on the sums
+    std::array<float, kPairs> odd{};  // its antisymmetric part, on the differences
+    std::array<float, kPairs> half{}; // the half-way point, on the sums
+};
+
+FoldedTaps foldTaps(const Taps& taps)
+{
+    FoldedTaps folded;
+    for (std::size_t t = 0; t < FoldedTaps::kPairs; ++t)
+    {
+        const std::size_t mirror = kTaps - 1 - t;
+        folded.even[t] = (taps[0][t] + taps[0][mirror]) / 2;
+        folded.odd[t] = (taps[0][t] - taps[0][mirror]) / 2;
+        folded.half[t] = taps[1][t];
+    }
+    return folded;
+}
+
+const FoldedTaps kFoldedTaps = foldTaps(kTapsOfPoints);
+
 template <int Bytes> struct FloatsOf
 {
     typedef float Type __attribute__((vector_size(Bytes)));
@@ -61,19 +88,24 @@ template <int Bytes, std::size_t Width>
     using Floats = typename FloatsOf<Bytes>::Type;
     constexpr std::size_t kLanes = Bytes / sizeof(float);
     const Taps& taps = kTapsOfPoints;
+    const FoldedTaps& folded = kFoldedTaps;
     Floats most = {};
     std::size_t at = 0;
     for (; at + kLanes <= count; at += kLanes)
     {
-        Floats quarter = {}, half = {}, threeQuarters = {};
-        for (std::size_t t = 0; t < kTaps; ++t)
+        Floats even = {}, odd = {}, half = {};
+        for (std::size_t t = 0; t < FoldedTaps::kPairs; ++t)
         {
-            Floats x;
-            std::memcpy(&x, line + at + t * Width, sizeof x);
-            quarter += x * taps[0][t];
-            half += x * taps[1][t];
-            threeQuarters += x * taps[2][t];
+            Floats early, late;
+            std::memcpy(&early, line + at + t * Width, sizeof early);
+            std::memcpy(&late, line + at + (kTaps - 1 - t) * Width, sizeof late);
+            const Floats sum = early + late;
+            even += sum * folded.even[t];
+            odd += (early - late) * folded.odd[t];
+            half += sum * folded.half[t];
         }
+        const Floats quarter = even + odd;
+        const Floats threeQuarters = even - odd;
         Floats sample;
         std::memcpy(&sample, line + at + kBefore * Width, sizeof sample);
         for (Floats value : {sample, quarter, half, threeQuarters})

@@ -10,9 +10,9 @@ namespace Host {
 /// as a converter plays it, found by oversampling four times (ITU-R BS.1770's method).
 ///
 /// The oversampling filter is a windowed sinc 47 taps long whose every fourth tap is zero, so
-/// the samples themselves pass unchanged and only the three points between two samples are
-/// computed, twelve taps each, for 4, 8 or 16 samples at a time (SSE2, AVX2 or AVX-512, as the
-/// processor has it).
+/// the samples themselves pass unchanged and only the three points between samples are computed,
+/// twelve taps each, folded in half since the filter is symmetric, for 4, 8 or 16 samples at a
+/// time (SSE2, AVX2 or AVX-512, as the processor has it).
 /// libebur128's meter, which the tests hold this one to, computes all four points one sample at
 /// a time and costs more than the whole render it would measure.
 ///
