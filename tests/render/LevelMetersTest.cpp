@@ -163,6 +163,16 @@ TEST(TruePeakMeter, FindsWhatLibebur128FindsInBlocksOfAnySize)
         {"a low tone, as loud between the samples as on them", [](std::int64_t frame, int) {
              return sine(0.5, 60.0, 44100, frame);
          }},
+        {"lone pulses cresting three quarters and a quarter of the way between two samples",
+         [](std::int64_t frame, int channel) {
+             // Band-limited to a quarter of the sample rate, under a Hann window of 81 frames.
+             const double t = static_cast<double>(frame - 100000) - (channel == 0 ? 0.75 : 0.25);
+             if (std::abs(t) > 40.0)
+                 return 0.0;
+             const double x = std::numbers::pi * t / 2.0;
+             const double window = 0.5 + 0.5 * std::cos(std::numbers::pi * t / 41.0);
+             return 0.8 * window * (x == 0.0 ? 1.0 : std::sin(x) / x);
+         }},
     };
     auto reference = [](const std::vector<std::int32_t>& samples, unsigned channels) {
         ebur128_state* full = ebur128_init(channels, 44100, EBUR128_MODE_TRUE_PEAK);
