@@ -31,7 +31,6 @@ Options:
   --tls-cert FILE   serve HTTPS with this PEM certificate (needs --tls-key)
   --tls-key FILE    the PEM private key of the certificate
   --slow-upload MS  answer every file upload MS milliseconds late (to watch progress, try cancelling)
-  --discard-uploads check and count every uploaded file but keep none of it (for benchmarks)
   --quiet           print no line per request
   --help            show this text
 
@@ -72,11 +71,6 @@ int main(int argc, char** argv)
         if (argument == "--quiet")
         {
             quiet = true;
-            continue;
-        }
-        if (argument == "--discard-uploads")
-        {
-            options.discardUploads = true;
             continue;
         }
         // Options with a value take it as the next argument or after "=".
@@ -169,8 +163,6 @@ int main(int argc, char** argv)
                 static_cast<long long>(login.accountId));
     std::printf("  Data:         %s\n",
                 options.dataDir.empty() ? "kept in a temporary folder until exit" : options.dataDir.c_str());
-    if (options.discardUploads)
-        std::printf("  Uploads:      checked and counted, then discarded\n");
     std::printf("Press Ctrl+C to stop.\n");
     std::fflush(stdout);
 

@@ -1,15 +1,14 @@
-// Uploads one large track through the upload session to the sandbox's upload target, and the same
-// file with `curl -F` to the same target, in one run; then measures how long a cancel takes to end
-// the batch, while data flows and when the server has stopped reading.
+// Uploads one large track through the upload session, and the same file with `curl -F`, to one
+// upload target in one run; then measures how long a cancel takes to end the batch, while data
+// flows and when the server has stopped reading.
 //
 //   upload_session_bench [--size MiB] [--rounds N] [--cancels N]
 //
-// For the throughput, the target is a sorvel-sandbox process of its own that parses and counts
-// each body and keeps nothing (no disk), so that the session (in this process) and curl (a child
-// process) each run beside the server alike, and the ratio measures the clients. The session's
-// peak memory is this process's growth during the upload; curl's is its own peak. The cancels run
-// against an in-process sandbox, which can be told to send the client to a server that never
-// reads.
+// The upload target is a process of its own that reads each body in large pieces and discards
+// it (no disk, no parsing), so that it is never the slower end and the ratio measures the clients;
+// the in-process sandbox answers every other request and hands out its address. The session runs
+// in this process (its peak memory is this process's growth during the upload); curl runs as a
+// child process with its own peak.
 #include "framework/data/Json.h"
 #include "framework/hostsupport/EventWait.h"
 #include "framework/services/NetServices.h"
@@ -21,9 +20,7 @@
 #include "sandbox/Sandbox.h"
 
 #include <arpa/inet.h>
-#include <poll.h>
 #include <signal.h>
-#include <spawn.h>
 #include <fcntl.h>
 #include <netinet/in.h>
 #include <sys/resource.h>
@@ -46,8 +43,6 @@
 using namespace KVX;
 using namespace Sorvel;
 using Clock = std::chrono::steady_clock;
-
-extern char** environ;
 
 namespace {
 
@@ -248,123 +243,99 @@ private:
     int port_ = 0;
 };
 
+/// An upload target in a process of its own that answers every POST with 201 once it has read
+/// the body, and keeps nothing. It understands just enough HTTP for the two clients here: a head,
+/// a Content-Length, keep-alive.
+class DiscardingTarget
+{
+public:
+    /// Forks the process; call before any thread starts (the child only makes system calls).
+    DiscardingTarget()
+    {
+        listener_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t length = sizeof address;
+        if (::bind(listener_, reinterpret_cast<sockaddr*>(&address), length) != 0 || ::listen(listener_, 8) != 0 ||
+            ::getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &length) != 0)
+            return;
+        port_ = ntohs(address.sin_port);
+        child_ = fork();
+        if (child_ == 0)
+        {
+            for (;;)
+                if (const int connection = ::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC); connection >= 0)
+                {
+                    serve(connection);
+                    ::close(connection);
+                }
+        }
+        ::close(listener_);
+    }
+    ~DiscardingTarget()
+    {
+        if (child_ > 0)
+        {
+            kill(child_, SIGKILL);
+            waitpid(child_, nullptr, 0);
+        }
+    }
+    /// The port it listens on on 127.0.0.1, or 0 when it could not start.
+    int port() const { return child_ > 0 ? port_ : 0; }
+
+private:
+    static void serve(int connection)
+    {
+        static char buffer[1 << 20];
+        for (;;)
+        {
+            // The head, and whatever of the body came with it.
+            size_t have = 0;
+            const char* end = nullptr;
+            while (!end)
+            {
+                const ssize_t got = ::recv(connection, buffer + have, 65536 - have, 0);
+                if (got <= 0)
+                    return;
+                have += static_cast<size_t>(got);
+                end = static_cast<const char*>(memmem(buffer, have, "\r\n\r\n", 4));
+                if (!end && have == 65536)
+                    return;
+            }
+            unsigned long long length = 0;
+            for (const char* line = buffer; line < end; line = static_cast<const char*>(std::memchr(line, '\n', static_cast<size_t>(end - line))) + 1)
+            {
+                if (strncasecmp(line, "Content-Length:", 15) == 0)
+                    length = std::strtoull(line + 15, nullptr, 10);
+                if (!std::memchr(line, '\n', static_cast<size_t>(end - line)))
+                    break;
+            }
+            unsigned long long left = length - std::min<unsigned long long>(length, have - static_cast<size_t>(end + 4 - buffer));
+            while (left > 0)
+            {
+                const ssize_t got = ::recv(connection, buffer, std::min<unsigned long long>(left, sizeof buffer), 0);
+                if (got <= 0)
+                    return;
+                left -= static_cast<unsigned long long>(got);
+            }
+            static const char kAnswer[] = "HTTP/1.1 201 Created\r\nContent-Length: 0\r\n\r\n";
+            if (::send(connection, kAnswer, sizeof kAnswer - 1, MSG_NOSIGNAL) != static_cast<ssize_t>(sizeof kAnswer - 1))
+                return;
+        }
+    }
+
+    int listener_ = -1;
+    int port_ = 0;
+    pid_t child_ = 0;
+};
+
 double percentile(std::vector<double> values, double p)
 {
     if (values.empty())
         return 0;
     std::sort(values.begin(), values.end());
     return values[std::min(values.size() - 1, static_cast<size_t>(p * static_cast<double>(values.size() - 1) + 0.5))];
-}
-
-/// A sorvel-sandbox process that keeps no uploaded file, and where it listens.
-class SandboxProcess
-{
-public:
-    ~SandboxProcess()
-    {
-        if (child_ > 0)
-        {
-            kill(child_, SIGTERM);
-            int status = 0;
-            waitpid(child_, &status, 0);
-        }
-        if (output_ >= 0)
-            close(output_);
-    }
-
-    /// Starts the program and reads its first lines; false, with a sentence in `error`, when it
-    /// does not say where it listens within ten seconds.
-    bool start(std::string& error)
-    {
-        int ends[2];
-        if (pipe(ends) != 0)
-        {
-            error = "no pipe";
-            return false;
-        }
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_adddup2(&actions, ends[1], 1);
-        posix_spawn_file_actions_addclose(&actions, ends[0]);
-        std::vector<std::string> arguments{SORVEL_SANDBOX_PROGRAM, "--port", "0", "--quiet", "--discard-uploads"};
-        std::vector<char*> argv;
-        for (std::string& argument : arguments)
-            argv.push_back(argument.data());
-        argv.push_back(nullptr);
-        const int spawned = posix_spawn(&child_, SORVEL_SANDBOX_PROGRAM, &actions, nullptr, argv.data(), environ);
-        posix_spawn_file_actions_destroy(&actions);
-        close(ends[1]);
-        output_ = ends[0];
-        if (spawned != 0)
-        {
-            child_ = 0;
-            error = std::string("cannot run ") + SORVEL_SANDBOX_PROGRAM;
-            return false;
-        }
-        std::string text;
-        const auto deadline = Clock::now() + std::chrono::seconds(10);
-        while (text.find("Press Ctrl+C to stop.") == std::string::npos)
-        {
-            const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
-            pollfd readable{output_, POLLIN, 0};
-            char buffer[1024];
-            ssize_t got = 0;
-            if (left <= 0 || poll(&readable, 1, static_cast<int>(left)) <= 0 ||
-                (got = read(output_, buffer, sizeof buffer)) <= 0)
-            {
-                error = "sorvel-sandbox did not say where it listens: " + text;
-                return false;
-            }
-            text.append(buffer, static_cast<size_t>(got));
-        }
-        baseUrl = valueAfter(text, "API base URL: ");
-        loginUrl = valueAfter(text, "Login URL:    ");
-        partnerId = valueAfter(text, "Partner id:   ");
-        partnerKey = valueAfter(text, "Partner key:  ");
-        const std::string login = valueAfter(text, "Demo login:   ");
-        username = login.substr(0, login.find(" / "));
-        password = login.substr(username.size() + 3, login.find(" (") - username.size() - 3);
-        if (baseUrl.empty() || partnerKey.empty() || password.empty())
-        {
-            error = "sorvel-sandbox printed what this benchmark does not understand: " + text;
-            return false;
-        }
-        return true;
-    }
-
-    std::string baseUrl, loginUrl, partnerId, partnerKey, username, password;
-
-private:
-    static std::string valueAfter(const std::string& text, const std::string& label)
-    {
-        const size_t at = text.find(label);
-        if (at == std::string::npos)
-            return {};
-        const size_t from = at + label.size();
-        return text.substr(from, text.find('\n', from) - from);
-    }
-
-    pid_t child_ = 0;
-    int output_ = -1;
-};
-
-/// Signs the demo account in to a sandbox; the client's configuration, or nothing.
-std::optional<ClientConfiguration> signIn(const std::string& baseUrl, const std::string& loginUrl,
-                                          const std::string& partnerId, const std::string& partnerKey,
-                                          const std::string& username, const std::string& password)
-{
-    auto client = makeRef<Client>();
-    Attributes provider;
-    provider.set("ServerURL", String(baseUrl));
-    provider.set("LoginURL", String(loginUrl));
-    provider.set("PartnerID", String(partnerId));
-    provider.set("PartnerKey", String(partnerKey));
-    client->getConfiguration().fill(provider);
-    client->authorize(String(username), String(password));
-    EventWait::until([&] { return client->getState() != Client::Authorizing; }, 10000);
-    if (!client->isAuthorized())
-        return std::nullopt;
-    return client->getConfiguration();
 }
 
 } // namespace
@@ -393,17 +364,18 @@ int main(int argc, char** argv)
         std::fprintf(stderr, "upload_session_bench: --size, --rounds and --cancels take numbers from 1\n");
         return 2;
     }
+    DiscardingTarget target; // first: it forks
+    if (target.port() == 0)
+    {
+        std::fprintf(stderr, "upload_session_bench: the upload target did not start\n");
+        return 1;
+    }
     if (GetRunLoop()->attachToCurrentThread() != kResultOk || RegisterWebServiceClasses() != kResultOk)
         return 1;
 
+    SorvelSandbox::Sandbox sandbox;
     std::string error;
-    SandboxProcess target;
-    if (!target.start(error))
-    {
-        std::fprintf(stderr, "upload_session_bench: %s\n", error.c_str());
-        return 1;
-    }
-    SorvelSandbox::Sandbox sandbox; // for the cancels
+    // Cancelled uploads go to the sandbox's own target, which keeps nothing either.
     SorvelSandbox::Sandbox::Options options;
     options.discardUploads = true;
     if (sandbox.start(options, error) < 0)
@@ -411,16 +383,22 @@ int main(int argc, char** argv)
         std::fprintf(stderr, "upload_session_bench: the sandbox did not start: %s\n", error.c_str());
         return 1;
     }
+    auto client = makeRef<Client>();
+    Attributes provider;
+    provider.set("ServerURL", String(sandbox.baseUrl()));
+    provider.set("LoginURL", String(sandbox.loginUrl()));
+    provider.set("PartnerID", String(sandbox.partnerId()));
+    provider.set("PartnerKey", String(sandbox.partnerKey()));
+    client->getConfiguration().fill(provider);
     const auto login = sandbox.demoLogin();
-    const std::optional<ClientConfiguration> configuration = signIn(
-        target.baseUrl, target.loginUrl, target.partnerId, target.partnerKey, target.username, target.password);
-    const std::optional<ClientConfiguration> inProcess = signIn(sandbox.baseUrl(), sandbox.loginUrl(), sandbox.partnerId(),
-                                                                sandbox.partnerKey(), login.username, login.password);
-    if (!configuration || !inProcess)
+    client->authorize(String(login.username), String(login.password));
+    EventWait::until([&] { return client->getState() != Client::Authorizing; }, 10000);
+    if (!client->isAuthorized())
     {
         std::fprintf(stderr, "upload_session_bench: the sign-in failed\n");
         return 1;
     }
+    const ClientConfiguration configuration = client->getConfiguration();
 
     const std::string path = (std::filesystem::temp_directory_path() / "sorvel-upload-bench.wav").string();
     const uint64 bytes = mebibytes << 20;
@@ -430,8 +408,8 @@ int main(int argc, char** argv)
         return 1;
     }
     const double megabytes = static_cast<double>(bytes) / 1e6;
-    std::printf("file: %llu MiB (sparse), discarding target at %s\n", static_cast<unsigned long long>(mebibytes),
-                target.baseUrl.c_str());
+    std::printf("file: %llu MiB (sparse), sandbox on 127.0.0.1:%d, discarding target on 127.0.0.1:%d\n",
+                static_cast<unsigned long long>(mebibytes), sandbox.port(), target.port());
 
     // The first read of a sparse file fills the page cache with zeroed pages, which costs the
     // kernel more than the upload itself; read it once beforehand, so that both uploads find it
@@ -446,7 +424,12 @@ int main(int argc, char** argv)
     }
 
     // Throughput and memory: the two uploads take turns, and each keeps its best round, so that
-    // a burst of other work on the machine does not decide the ratio.
+    // a burst of other work on the machine does not decide the ratio. Both are sent to the
+    // discarding target.
+    const std::string targetReply = "{\"status_code\":200,\"data\":{\"url\":\"http://127.0.0.1:" +
+                                    std::to_string(target.port()) + "/upload\",\"post_data\":{}}}";
+    sandbox.injectFault(SorvelSandbox::Endpoint::UploadToken, SorvelSandbox::Fault::replacedBody(targetReply), 1,
+                        static_cast<unsigned>(2 * rounds));
     auto watcher = makeRef<Watcher>();
     double sessionSeconds = 1e300;
     double curlSeconds = 1e300;
@@ -456,13 +439,13 @@ int main(int argc, char** argv)
     {
         const long peakBefore = peakKiB();
         bool ok = false;
-        sessionSeconds = std::min(sessionSeconds, runBatch(*configuration, path, *watcher, ok));
+        sessionSeconds = std::min(sessionSeconds, runBatch(configuration, path, *watcher, ok));
         growth = std::max(growth, peakKiB() - peakBefore);
         std::string url;
         std::vector<std::string> fields;
         double seconds = 0;
         long peak = 0;
-        const bool targetOk = uploadTarget(*configuration, url, fields);
+        const bool targetOk = uploadTarget(configuration, url, fields);
         if (!targetOk)
             std::fprintf(stderr, "upload_session_bench: no upload address for curl\n");
         const bool curlOk = targetOk && runCurl(url, fields, path, seconds, peak);
@@ -488,7 +471,7 @@ int main(int argc, char** argv)
     {
         watcher->cancelAt = point(random);
         bool ok = false;
-        runBatch(*inProcess, path, *watcher, ok);
+        runBatch(configuration, path, *watcher, ok);
         if (watcher->canceledAt && watcher->finished)
             flowing.push_back(std::chrono::duration<double, std::milli>(*watcher->finished - *watcher->canceledAt).count());
     }
@@ -505,7 +488,7 @@ int main(int argc, char** argv)
         watcher->cancelAt = 0.0; // the first report shows the transfer under way
         watcher->markOnly = true;
         auto session = makeRef<UploadSession>();
-        session->setConfiguration(*inProcess);
+        session->setConfiguration(configuration);
         session->addObserver(watcher);
         watcher->session = session;
         watcher->finished.reset();

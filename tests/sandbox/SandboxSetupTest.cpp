@@ -333,13 +333,9 @@ TEST(SandboxProgram, PrintsWhereItListensAndStopsOnSignals)
                              "Demo login:   demo / sandbox-demo (account 1001)"})
         EXPECT_NE(result.output.find(line), std::string::npos) << line << " in:\n" << result.output;
 
-    EXPECT_EQ(result.output.find("Uploads:"), std::string::npos) << "uploads are kept unless told otherwise";
-
-    result = runProgram({"--port=0", "--quiet", "--discard-uploads"}, "Press Ctrl+C to stop.", SIGINT);
+    result = runProgram({"--port=0", "--quiet"}, "Press Ctrl+C to stop.", SIGINT);
     EXPECT_EQ(result.exitCode, 0) << result.output;
     EXPECT_NE(result.output.find("Stopping on SIGINT"), std::string::npos);
-    EXPECT_NE(result.output.find("Uploads:      checked and counted, then discarded"), std::string::npos)
-        << result.output;
 }
 
 TEST(SandboxProgram, ArgumentsAndStartFailuresGiveHonestExitCodes)
@@ -347,7 +343,7 @@ TEST(SandboxProgram, ArgumentsAndStartFailuresGiveHonestExitCodes)
     ProgramResult result = runProgram({"--help"});
     EXPECT_EQ(result.exitCode, 0);
     EXPECT_NE(result.output.find("Usage: sorvel-sandbox"), std::string::npos);
-    for (const char* option : {"--port", "--bind", "--seed", "--data", "--tls-cert", "--tls-key", "--discard-uploads"})
+    for (const char* option : {"--port", "--bind", "--seed", "--data", "--tls-cert", "--tls-key"})
         EXPECT_NE(result.output.find(option), std::string::npos) << option;
 
     struct Case
