@@ -8,12 +8,12 @@ namespace Host {
 /// Turns samples at full scale +-1.0 into integers of a given bit depth, left-justified in 32
 /// bits (the layout libsndfile's integer writer takes for every bit depth).
 ///
-/// Rounding is to the nearest step. With dither on, triangular noise of +-1 step (the sum of two
-/// independent uniform values) is added before rounding, which turns the rounding error into a
-/// steady noise floor instead of distortion that follows the signal. Samples beyond full scale
-/// are clamped to it. Those that lie more than half a step beyond +-1.0 are counted as clipped;
-/// +1.0 itself, one step above the largest integer, is taken as full scale without counting, and
-/// neither is a sample that only the dither pushed over.
+/// Rounding is to the nearest step. With dither on, triangular noise of +-1 step (the difference
+/// of two independent uniform values) is added before rounding, which turns the rounding error
+/// into a steady noise floor instead of distortion that follows the signal. Samples beyond full
+/// scale are clamped to it. Those that lie more than half a step beyond +-1.0 are counted as
+/// clipped; +1.0 itself, one step above the largest integer, is taken as full scale without
+/// counting, and neither is a sample that only the dither pushed over.
 class SampleQuantizer
 {
 public:
@@ -26,7 +26,7 @@ public:
     bool dithers() const { return dither_; }
 
 private:
-    double nextUniform();
+    double triangularNoise();
 
     double scale_;
     double highest_;
