@@ -146,17 +146,32 @@ float largestPlain(const float* line, std::size_t count, std::size_t width)
     return width == 2 ? largestOf<16, 2>(line, count) : largestOf<16, 1>(line, count);
 }
 
-using Largest = float (*)(const float*, std::size_t, std::size_t);
-const Largest kLargest = [] {
-    __builtin_cpu_init(); // this may run before the runtime library's own start-up code has
-    if (__builtin_cpu_supports("avx512f"))
-        return largestWithAvx512;
-    return __builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma") ? largestWithAvx2 : largestPlain;
-}();
+bool hasAvx2() // this may run before the runtime library's own start-up code has
+{
+    __builtin_cpu_init();
+    return __builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma");
+}
+
+bool hasAvx512()
+{
+    __builtin_cpu_init();
+    return __builtin_cpu_supports("avx512f");
+}
 
 } // namespace
 
-TruePeakMeter::TruePeakMeter(int channels) : channels_(channels)
+bool TruePeakMeter::supports(Vectors vectors)
+{
+    return vectors != Vectors::Avx2 || hasAvx2();
+}
+
+TruePeakMeter::TruePeakMeter(int channels, Vectors vectors)
+    : channels_(channels),
+      largest_(vectors == Vectors::Sse2   ? largestPlain
+               : vectors == Vectors::Avx2 ? largestWithAvx2
+               : hasAvx512()              ? largestWithAvx512
+               : hasAvx2()                ? largestWithAvx2
+                                          : largestPlain)
 {
     line_.assign(kept_ * static_cast<std::size_t>(channels_), 0.0f); // silence before the first frame
 }
@@ -177,7 +192,7 @@ void TruePeakMeter::add(const std::int32_t* samples, std::size_t count)
 void TruePeakMeter::measure(std::size_t values)
 {
     const auto width = static_cast<std::size_t>(channels_);
-    peak_ = std::max(peak_, kLargest(line_.data(), values, width));
+    peak_ = std::max(peak_, largest_(line_.data(), values, width));
     // The last frames are read again, before the next block.
     const auto kept = static_cast<std::ptrdiff_t>(kept_ * width);
     std::copy(line_.end() - kept, line_.end(), line_.begin());

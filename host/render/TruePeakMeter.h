@@ -22,8 +22,19 @@ class TruePeakMeter
 public:
     static constexpr int kTaps = 12; ///< taps of each point between two samples
 
-    /// A meter for `channels` (1 or 2).
-    explicit TruePeakMeter(int channels);
+    /// The vector instructions the meter computes with.
+    enum class Vectors
+    {
+        Widest, ///< the widest this processor has: AVX-512, else AVX2 with FMA, else SSE2
+        Avx2,   ///< eight samples at a time
+        Sse2,   ///< four samples at a time (every x86-64 processor)
+    };
+    /// Whether this processor can run `vectors`.
+    static bool supports(Vectors vectors);
+
+    /// A meter for `channels` (1 or 2), with `vectors` (which the processor must support; the
+    /// tests run every kind it does, the renders the widest).
+    explicit TruePeakMeter(int channels, Vectors vectors = Vectors::Widest);
 
     /// Takes `count` frames of integers left-justified in 32 bits (full scale 2^31), interleaved.
     void add(const std::int32_t* samples, std::size_t count);
@@ -37,6 +48,7 @@ private:
     void measure(std::size_t values);
 
     int channels_;
+    float (*largest_)(const float* line, std::size_t count, std::size_t width);
     // The samples as floats at full scale 1.0, interleaved, the frames kept from before first.
     std::vector<float> line_;
     std::size_t kept_ = kTaps - 1; // frames at the start of each line read again with the next block

@@ -196,14 +196,20 @@ TEST(TruePeakMeter, FindsWhatLibebur128FindsInBlocksOfAnySize)
             const int channels = samples == &stereo ? 2 : 1;
             const std::size_t frames = samples->size() / static_cast<std::size_t>(channels);
             const double expected = reference(*samples, static_cast<unsigned>(channels));
-            for (std::size_t block : {1u, 7u, 8u, 1000u, 8192u, 1000000u})
-            {
-                TruePeakMeter meter(channels);
-                for (std::size_t at = 0; at < frames; at += block)
-                    meter.add(samples->data() + at * static_cast<std::size_t>(channels), std::min(block, frames - at));
-                EXPECT_NEAR(20.0 * std::log10(meter.finish()), 20.0 * std::log10(expected), 0.1)
-                    << test.name << ", " << channels << " channel(s), blocks of " << block;
-            }
+            for (const auto vectors : {TruePeakMeter::Vectors::Widest, TruePeakMeter::Vectors::Avx2,
+                                       TruePeakMeter::Vectors::Sse2})
+                for (std::size_t block : {1u, 7u, 8u, 1000u, 8192u, 1000000u})
+                {
+                    if (!TruePeakMeter::supports(vectors))
+                        continue;
+                    TruePeakMeter meter(channels, vectors);
+                    for (std::size_t at = 0; at < frames; at += block)
+                        meter.add(samples->data() + at * static_cast<std::size_t>(channels),
+                                  std::min(block, frames - at));
+                    EXPECT_NEAR(20.0 * std::log10(meter.finish()), 20.0 * std::log10(expected), 0.1)
+                        << test.name << ", " << channels << " channel(s), vectors " << static_cast<int>(vectors)
+                        << ", blocks of " << block;
+                }
         }
     }
 }
