@@ -219,28 +219,32 @@ bool runCurl(const std::string& url, const std::vector<std::string>& fields, con
     return WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
+/// A socket listening on a free port of 127.0.0.1, and that port (0 when it could not listen).
+int listenOnLoopback(int& port)
+{
+    const int listener = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof address;
+    port = 0;
+    if (listener >= 0 && ::bind(listener, reinterpret_cast<sockaddr*>(&address), length) == 0 &&
+        ::listen(listener, 8) == 0 && ::getsockname(listener, reinterpret_cast<sockaddr*>(&address), &length) == 0)
+        port = ntohs(address.sin_port);
+    return listener;
+}
+
 /// A server that accepts a connection and never reads from it.
 class StalledServer
 {
 public:
-    StalledServer()
-    {
-        listener_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t length = sizeof address;
-        ::bind(listener_, reinterpret_cast<sockaddr*>(&address), length);
-        ::listen(listener_, 8);
-        ::getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &length);
-        port_ = ntohs(address.sin_port);
-    }
+    StalledServer() : listener_(listenOnLoopback(port_)) {}
     ~StalledServer() { ::close(listener_); }
     int port() const { return port_; }
 
 private:
-    int listener_;
     int port_ = 0;
+    int listener_;
 };
 
 /// An upload target in a process of its own that answers every POST with 201 once it has read
@@ -252,15 +256,12 @@ public:
     /// Forks the process; call before any thread starts (the child only makes system calls).
     DiscardingTarget()
     {
-        listener_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t length = sizeof address;
-        if (::bind(listener_, reinterpret_cast<sockaddr*>(&address), length) != 0 || ::listen(listener_, 8) != 0 ||
-            ::getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &length) != 0)
+        listener_ = listenOnLoopback(port_);
+        if (port_ == 0)
+        {
+            ::close(listener_);
             return;
-        port_ = ntohs(address.sin_port);
+        }
         child_ = fork();
         if (child_ == 0)
         {

@@ -1,4 +1,5 @@
 #include "host/render/AudioMeter.h"
+#include "host/render/VectorSupport.h"
 
 #include <algorithm>
 #include <cmath>
@@ -53,12 +54,7 @@ Extremes extremesPlain(const std::int32_t* samples, std::size_t count, std::int3
     return extremesOf(samples, count, highest);
 }
 
-// Chosen once, at start-up (the processor's features are read first: this may run before the
-// runtime library's own start-up code has).
-const auto kExtremes = [] {
-    __builtin_cpu_init();
-    return __builtin_cpu_supports("avx2") ? extremesWithAvx2 : extremesPlain;
-}();
+const auto kExtremes = hasAvx2() ? extremesWithAvx2 : extremesPlain;
 
 double decibels(double level)
 {

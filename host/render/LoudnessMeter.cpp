@@ -1,4 +1,5 @@
 #include "host/render/LoudnessMeter.h"
+#include "host/render/VectorSupport.h"
 
 #include <algorithm>
 #include <cmath>
@@ -99,12 +100,8 @@ double weighPlain(const LoudnessMeter::Section& shelf, const LoudnessMeter::Sect
     return weigh<Channels>(shelf, pass, kept, samples, count);
 }
 
-const bool kHasFma = [] {
-    __builtin_cpu_init(); // this may run before the runtime library's own start-up code has
-    return __builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma");
-}();
-const Weigh kWeighMono = kHasFma ? weighWithFma<1> : weighPlain<1>;
-const Weigh kWeighStereo = kHasFma ? weighWithFma<2> : weighPlain<2>;
+const Weigh kWeighMono = hasAvx2() ? weighWithFma<1> : weighPlain<1>;
+const Weigh kWeighStereo = hasAvx2() ? weighWithFma<2> : weighPlain<2>;
 
 } // namespace
 

@@ -1,4 +1,5 @@
 #include "host/render/TruePeakMeter.h"
+#include "host/render/VectorSupport.h"
 
 #include <algorithm>
 #include <array>
@@ -144,18 +145,6 @@ template <int Bytes, std::size_t Width>
 float largestPlain(const float* line, std::size_t count, std::size_t width)
 {
     return width == 2 ? largestOf<16, 2>(line, count) : largestOf<16, 1>(line, count);
-}
-
-bool hasAvx2() // this may run before the runtime library's own start-up code has
-{
-    __builtin_cpu_init();
-    return __builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma");
-}
-
-bool hasAvx512()
-{
-    __builtin_cpu_init();
-    return __builtin_cpu_supports("avx512f");
 }
 
 } // namespace
