@@ -6,6 +6,7 @@
 #include "framework/interfaces/IItemView.h"
 #include "framework/interfaces/IViewStyle.h"
 #include "framework/interfaces/RectRecord.h"
+#include "framework/interfaces/ValueRecord.h"
 
 #include <type_traits>
 
@@ -68,6 +69,11 @@ public:
     /// The tooltip of a cell. kInvalidArgument when the cell has none (an empty text is a
     /// tooltip that shows nothing).
     virtual tresult getTooltip(int32 row, int32 column, const char*& text) = 0;
+    /// The value behind a cell, for a host that acts on what a row is rather than on the words
+    /// its painting shows (which a language file may translate). Each model says what its
+    /// columns hold. A text in `value` stays valid until the next call of this operation; no
+    /// object is handed out. kInvalidArgument when the cell has no value.
+    virtual tresult getCellValue(int32 row, int32 column, ValueRecord& value) = 0;
 
     // Editing
     /// kResultOk when the row may be removed now; kInvalidArgument when not.

@@ -29,6 +29,9 @@ public:
     /// The value shown in the column `columnId`; false when the row shows nothing there. The
     /// base answers its title for kTitleColumn.
     virtual bool getDetail(Variant& value, std::string_view columnId) const;
+    /// The value behind the cell in column `columnId`, for a host that acts on it; false when
+    /// it has none. The base answers the detail.
+    virtual bool getValue(Variant& value, std::string_view columnId) const { return getDetail(value, columnId); }
     /// Draws the cell; false when there was nothing to draw. The base draws the detail's text in
     /// the cell's text style.
     virtual bool drawCell(ListCell& cell);

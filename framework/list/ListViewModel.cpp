@@ -133,6 +133,18 @@ tresult ListViewModel::getTooltip(int32 row, int32 column, const char*& text)
     return kResultOk;
 }
 
+tresult ListViewModel::getCellValue(int32 row, int32 column, ValueRecord& value)
+{
+    ListViewItem* item = getItem(row);
+    const ColumnList::Column* info = columns().at(column);
+    Variant found;
+    if (!item || !info || !item->getValue(found, info->identifier) || found.isEmpty() || found.isObject())
+        return kInvalidArgument;
+    value_ = std::move(found);
+    value_.toRecord(value);
+    return kResultOk;
+}
+
 tresult ListViewModel::canRemoveRow(int32 row)
 {
     ListViewItem* item = getItem(row);

@@ -66,6 +66,8 @@ public:
     tresult getRowIcon(int32 row, const char*& imageName) override;
     tresult getRowFlag(int32 row, int32& flag) override;
     tresult getTooltip(int32 row, int32 column, const char*& text) override;
+    /// The item's value for the column (ListViewItem::getValue): an integer, a double or a text.
+    tresult getCellValue(int32 row, int32 column, ValueRecord& value) override;
     tresult canRemoveRow(int32 row) override;
     tresult removeRow(int32 row) override;
     tresult canAcceptDrop(int32 row, IDragSession* session) override;
@@ -82,6 +84,7 @@ private:
     std::string title_;   // what getRowTitle handed out last
     CString icon_;        // what getRowIcon handed out last
     std::string tooltip_; // what getTooltip handed out last
+    Variant value_;       // what getCellValue handed out last
 };
 
 } // namespace KVX

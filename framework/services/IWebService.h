@@ -5,6 +5,7 @@
 namespace KVX::Web {
 
 class IXMLHttpRequest;
+class ICallObserver;
 
 /// The host's HTTP service: creates request objects and holds the settings they share.
 class IWebService : public IUnknown
@@ -26,6 +27,9 @@ public:
     /// NUL-terminated and cut to fit, into `buffer` and forgets it; returns the text's length, 0
     /// when there was none. Hosts use it to tell an unreachable service from a refusal. Any thread.
     virtual uint32 takeLastFailure(char* buffer, uint32 size) = 0;
+    /// Registers the host's observer of answered calls (retained until replaced); null for
+    /// none. Any thread.
+    virtual void setCallObserver(ICallObserver* observer) = 0;
 
     static constexpr UID kIID = UID::fromString("{C2F7A9D4-5B18-4E3C-8D62-1A9E7B5F0C38}");
 };

@@ -33,4 +33,18 @@ KVX_MODULE_API KVX::IJsonWriter* CreateJsonWriter(KVX::IStream* out);
 /// Creates a data transformer of the given kind (IDataTransformer::Kind), or returns nullptr for
 /// an unknown kind. The caller owns the returned reference.
 KVX_MODULE_API KVX::IDataTransformer* CreateDataTransformer(KVX::uint32 kind);
+
+/// The host's string dictionary: translations of the plug-ins' user-visible texts, which the host
+/// fills from its language file and every module looks up when it shows a text. A text is found
+/// by its scope (the plug-in's is "Sorvel") and its key (the English text). Any thread.
+///
+/// Stores `translation` (UTF-8) for `key` in `scope`; a null or empty translation removes the
+/// entry. kInvalidArgument for a null or empty scope or key.
+KVX_MODULE_API KVX::tresult SetLocalizedText(const char* scope, const char* key, const char* translation);
+/// Copies the translation of `key` in `scope`, NUL-terminated and cut to fit, into `buffer` and
+/// returns its whole length; 0 when the dictionary has none (the caller shows the key). A result
+/// of `size` or more means the buffer was too small for the whole text.
+KVX_MODULE_API KVX::uint32 GetLocalizedText(const char* scope, const char* key, char* buffer, KVX::uint32 size);
+/// Removes every translation of `scope`; of every scope for a null scope.
+KVX_MODULE_API void ClearLocalizedTexts(const char* scope);
 }

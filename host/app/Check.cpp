@@ -1,4 +1,5 @@
 #include "host/app/Commands.h"
+#include "host/app/Complaint.h"
 #include "host/app/Preflight.h"
 #include "host/app/Rendering.h"
 
@@ -13,6 +14,8 @@ using namespace KVX;
 
 int checkFiles(const CheckOptions& options)
 {
+    if (int code = checkFieldValues(options.fields, nullptr); code != kDone)
+        return code;
     std::vector<SourceFile> sources;
     if (int code = openSourceFiles(options.files, options.fields, sources); code != kDone)
         return code;
@@ -33,8 +36,9 @@ int checkFiles(const CheckOptions& options)
 
     if (options.json)
     {
-        const Attributes document = checkDocument(batch, report);
-        std::fprintf(stdout, "%s\n", Json::toText(document).c_str());
+        JsonOutput json;
+        checkDocument(json, batch, report);
+        json.print();
     }
     else
         printPreflight(batch, report, stdout);

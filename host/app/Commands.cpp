@@ -1,20 +1,20 @@
 #include "host/app/Commands.h"
+#include "host/app/Complaint.h"
 
-#include "framework/data/AttributeArray.h"
-#include "framework/data/Json.h"
+#include "host/app/JsonOutput.h"
+
 #include "framework/services/ICredentialManager.h"
 #include "framework/services/SecurityServices.h"
 
+#include <cctype>
 #include <cstdio>
+#include <cstdlib>
 
 namespace Host {
 
 using namespace KVX;
 
 namespace {
-
-/// The host name under which the plug-in keeps the user's login in the keyring.
-constexpr const char* kCredentialTarget = "sorvel.com";
 
 /// Starts the host and signs in; kDone or the exit code.
 int startSignedIn(Runtime& runtime, const LoginOptions& login)
@@ -24,12 +24,54 @@ int startSignedIn(Runtime& runtime, const LoginOptions& login)
     return runtime.signIn(login);
 }
 
-void printJson(const Attributes& document)
+/// A figure of the dashboard as a number: its digits without the grouping the dashboard shows
+/// ("1,234" is 1234); `fallback` when the text holds no number.
+JsonOutput::Value figure(JsonOutput& json, const std::string& text)
 {
-    std::fprintf(stdout, "%s\n", Json::toText(document).c_str());
+    std::string digits;
+    for (char letter : text)
+        if (std::isdigit(static_cast<unsigned char>(letter)) || letter == '.' || letter == '-')
+            digits += letter;
+        else if (letter != ',' && letter != ' ' && letter != '\'')
+            return json.text(text); // a currency or a word: the text as it is shown
+    if (digits.empty())
+        return json.text(text);
+    if (digits.find('.') == std::string::npos)
+        return JsonOutput::Value(static_cast<int64_t>(std::strtoll(digits.c_str(), nullptr, 10)));
+    return JsonOutput::Value(std::strtod(digits.c_str(), nullptr));
 }
 
 } // namespace
+
+void printFailureJson(int code)
+{
+    const char* result = "failed";
+    switch (code)
+    {
+    case kUsage:
+        result = "usage";
+        break;
+    case kSignInRefused:
+        result = "sign_in_refused";
+        break;
+    case kConfiguration:
+        result = "configuration";
+        break;
+    case kPreflightFailed:
+        result = "preflight_failed";
+        break;
+    case kInterrupted:
+        result = "interrupted";
+        break;
+    default:
+        break;
+    }
+    JsonOutput output;
+    output.set("result", result);
+    output.set("exit_code", code);
+    output.set("error", lastComplaint());
+    output.print();
+}
 
 int listProducts(const LoginOptions& login, bool json)
 {
@@ -43,12 +85,16 @@ int listProducts(const LoginOptions& login, bool json)
         products.pop_back(); // the entry that proposes a new product
     if (json)
     {
-        auto list = makeRef<AttributeArray>();
+        JsonOutput output;
+        JsonOutput::Value list = output.array();
         for (const std::string& name : products)
-            list->append(String(name));
-        Attributes document;
-        document.set("products", Variant(static_cast<Object*>(list.get())));
-        printJson(document);
+        {
+            JsonOutput::Value product = output.object();
+            output.set(product, "name", name);
+            output.append(list, std::move(product));
+        }
+        output.set("products", std::move(list));
+        output.print();
     }
     else if (products.empty())
         std::fprintf(stdout, "No products yet.\n");
@@ -64,45 +110,61 @@ int showDashboard(const LoginOptions& login, bool json)
     if (int code = startSignedIn(runtime, login); code != kDone)
         return code;
     const Gadget& gadget = runtime.gadget();
-    // The dashboard's texts, as its component formats them.
-    const std::pair<const char*, const char*> fields[] = {
-        {"userName", "Account"},        {"totalFans", "Fans"},
-        {"totalSales", "Sales"},        {"activePromotions", "Active promotions"},
-        {"userMessage", "Message"},     {"actionText", "Action"},
-        {"actionLink", "Link"},
-    };
-    Attributes document;
-    for (const auto& [name, label] : fields)
+    // The dashboard's texts, as its component formats them; the figures as numbers in JSON.
+    struct Field
     {
-        const std::string value = gadget.text(std::string("ActivityInfo.") + name);
+        const char* parameter;
+        const char* key;
+        const char* label;
+        bool number;
+    };
+    const Field fields[] = {
+        {"userName", "account", "Account", false},
+        {"totalFans", "fans", "Fans", true},
+        {"totalSales", "sales", "Sales", true},
+        {"activePromotions", "active_promotions", "Active promotions", true},
+        {"userMessage", "message", "Message", false},
+        {"actionText", "action", "Action", false},
+        {"actionLink", "action_link", "Link", false},
+    };
+    JsonOutput output;
+    for (const Field& field : fields)
+    {
+        const std::string value = gadget.text(std::string("ActivityInfo.") + field.parameter);
         if (json)
-            document.set(name, String(value));
+            output.set(field.key, field.number ? figure(output, value) : output.text(value));
         else if (!value.empty())
-            std::fprintf(stdout, "%-18s %s\n", (std::string(label) + ":").c_str(), value.c_str());
+            std::fprintf(stdout, "%-18s %s\n", (std::string(field.label) + ":").c_str(), value.c_str());
     }
     if (json)
-        printJson(document);
+        output.print();
     return kDone;
 }
 
 int signInOnly(const LoginOptions& login, bool json)
 {
     Runtime runtime;
-    const int code = startSignedIn(runtime, login);
-    if (code == kDone)
+    int code = startSignedIn(runtime, login);
+    if (code != kDone)
+        return code;
+    const std::string user = runtime.gadget().text("Credentials.username");
+    const bool remembered = login.remember && !runtime.rememberFailed();
+    if (login.remember && !remembered)
+        code = kConfiguration;
+    if (json)
     {
-        const std::string user = runtime.gadget().text("Credentials.username");
-        if (json)
-        {
-            Attributes document;
-            document.set("signedIn", String(user));
-            document.set("remembered", login.remember);
-            printJson(document);
-        }
-        else
-            std::fprintf(stdout, "Signed in as %s%s\n", user.c_str(),
-                         login.remember ? "; the login is kept in the keyring" : "");
+        JsonOutput output;
+        output.set("result", code == kDone ? "signed_in" : "not_remembered");
+        output.set("exit_code", code);
+        output.set("user", user);
+        output.set("remembered", remembered);
+        if (code != kDone)
+            output.set("error", lastComplaint());
+        output.print();
     }
+    else
+        std::fprintf(stdout, "Signed in as %s%s\n", user.c_str(),
+                     remembered ? "; the login is kept in the keyring" : "");
     return code;
 }
 
@@ -118,22 +180,35 @@ int signOut(bool forget, bool json)
         gadget.setNumber("Credentials.saveChecked", 0);
     gadget.press("signOut");
     bool forgotten = false;
+    int code = kDone;
     if (forget && !user.empty())
-        if (ICredentialManager* store = GetCredentialManager())
-            forgotten = store->remove(kCredentialTarget) == kResultOk;
+    {
+        ICredentialManager* store = GetCredentialManager();
+        forgotten = store && store->remove(Runtime::kCredentialTarget) == kResultOk;
+        if (!forgotten)
+        {
+            complain("signed out, but the stored login could not be removed from the keyring (is a Secret Service "
+                     "running and unlocked?)");
+            code = kConfiguration;
+        }
+    }
     if (json)
     {
-        Attributes document;
-        document.set("signedOut", true);
-        document.set("forgotten", forgotten);
-        printJson(document);
+        JsonOutput output;
+        output.set("result", "signed_out");
+        output.set("exit_code", code);
+        output.set("forgotten", forgotten);
+        if (code != kDone)
+            output.set("error", lastComplaint());
+        output.print();
     }
-    else if (forget)
-        std::fprintf(stdout, forgotten ? "Signed out; the stored login of %s is removed\n" : "Signed out%s\n",
-                     forgotten ? user.c_str() : "; no stored login");
+    else if (forget && forgotten)
+        std::fprintf(stdout, "Signed out; the stored login of %s is removed\n", user.c_str());
+    else if (forget && code == kDone)
+        std::fprintf(stdout, "Signed out; no stored login\n");
     else
         std::fprintf(stdout, "Signed out\n");
-    return kDone;
+    return code;
 }
 
 } // namespace Host

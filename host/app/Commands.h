@@ -56,6 +56,15 @@ struct GadgetOptions
 /// Serves the gadget's forms as a page in the user's browser until interrupted.
 int showGadget(const GadgetOptions& options);
 
+/// Checks metadata values of the command line that the service cannot take (a year that is not
+/// one from 1 to 9999) and, when given, a product name that is blank. kDone, or kUsage after
+/// saying which flag.
+int checkFieldValues(const std::map<std::string, std::vector<std::string>>& fields, const std::string* product);
+
+/// A command's JSON document when it ended before it could print its own: "result" names the
+/// exit code, "error" is the reason it gave.
+void printFailureJson(int code);
+
 /// The files named on the command line, opened; kDone, or kUsage after saying why.
 int openSourceFiles(const std::vector<std::string>& files, const std::map<std::string, std::vector<std::string>>& fields,
                     std::vector<SourceFile>& sources);

@@ -1,4 +1,5 @@
 #include "host/app/Commands.h"
+#include "host/app/Complaint.h"
 #include "host/app/Preflight.h"
 #include "host/app/Rendering.h"
 #include "host/gadget/GadgetPage.h"
@@ -74,6 +75,8 @@ std::string eventData(const char* name, const std::string& value)
 
 int showGadget(const GadgetOptions& options)
 {
+    if (int code = checkFieldValues(options.fields, &options.product); code != kDone)
+        return code;
     std::vector<SourceFile> sources;
     if (int code = openSourceFiles(options.files, options.fields, sources); code != kDone)
         return code;
@@ -97,7 +100,7 @@ int showGadget(const GadgetOptions& options)
     if (!clientForm)
     {
         batch.removeFolder();
-        std::fprintf(stderr, "sorvel: the plug-in's theme has no gadget form\n");
+        complain("the plug-in's theme has no gadget form\n");
         return kServiceFailed;
     }
     const char* title = clientForm->getAttribute("title");
@@ -107,7 +110,7 @@ int showGadget(const GadgetOptions& options)
     if (dropFolder.empty())
     {
         batch.removeFolder();
-        std::fprintf(stderr, "sorvel: %s\n", error.c_str());
+        complain("%s\n", error.c_str());
         return kServiceFailed;
     }
     // Judged against the product the files were handed to, before the page's table view takes
@@ -134,7 +137,7 @@ int showGadget(const GadgetOptions& options)
     if (!server.start(error))
     {
         cleanUp();
-        std::fprintf(stderr, "sorvel: %s\n", error.c_str());
+        complain("%s\n", error.c_str());
         return kServiceFailed;
     }
     runtime.alerts().onAlert = [&](const std::string& text) { session->queueEvent("alert", eventData("text", text)); };

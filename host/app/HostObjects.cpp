@@ -1,7 +1,10 @@
 #include "host/app/HostObjects.h"
+#include "host/app/Complaint.h"
 
 #include "framework/data/Url.h"
 #include "framework/interfaces/IAttributeList.h"
+#include "framework/interfaces/TextKeys.h"
+#include "host/config/LanguageFile.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -62,27 +65,31 @@ tresult AlertCollector::presentAlert(const char* text, int32)
 {
     if (!text)
         return kInvalidArgument;
-    alerts_.emplace_back(text);
+    Alert alert{text, {}};
+    for (const char* key : Engine::TextKeys::kAll)
+        if (LanguageFile::text(key) == alert.text)
+            alert.key = key;
+    alerts_.push_back(alert);
     if (onAlert)
-        onAlert(text);
+        onAlert(alert.text);
     if (!quiet_ && !holding_)
-        std::fprintf(stderr, "sorvel: %s\n", text);
+        complain("%s\n", text);
     return kResultOk;
 }
 
-void AlertCollector::printHeld(const std::string& withdrawn)
+void AlertCollector::printHeld(const char* withdrawn)
 {
     if (!holding_)
         return;
     holding_ = false;
     for (size_t i = held_; i < alerts_.size(); ++i)
-        if (!quiet_ && alerts_[i] != withdrawn)
-            std::fprintf(stderr, "sorvel: %s\n", alerts_[i].c_str());
+        if (!quiet_ && !(withdrawn && alerts_[i].key == withdrawn))
+            complain("%s\n", alerts_[i].text.c_str());
 }
 
-bool AlertCollector::contains(const std::string& text) const
+bool AlertCollector::contains(const char* key) const
 {
-    return std::find(alerts_.begin(), alerts_.end(), text) != alerts_.end();
+    return std::any_of(alerts_.begin(), alerts_.end(), [key](const Alert& alert) { return alert.key == key; });
 }
 
 tresult AlertCollector::queryInterface(const UID& iid, void** object)

@@ -67,19 +67,27 @@ private:
 };
 
 /// Shows the plug-in's alerts on standard error ("sorvel: <text>") and keeps them, so that the
-/// program can tell how an operation ended.
+/// program can tell how an operation ended. Each alert is recognised by its key in the plug-in's
+/// text table (Engine::TextKeys): the text shown may be a translation.
 class AlertCollector : public KVX::Object, public KVX::IAlertPresenter
 {
 public:
+    struct Alert
+    {
+        std::string text; ///< as shown
+        std::string key;  ///< the text table's key it is the translation of; empty for none
+    };
+
     explicit AlertCollector(bool quiet = false) : quiet_(quiet) {}
     KVX::tresult presentAlert(const char* text, KVX::int32 kind) override;
-    const std::vector<std::string>& alerts() const { return alerts_; }
-    bool contains(const std::string& text) const;
+    const std::vector<Alert>& alerts() const { return alerts_; }
+    /// Whether an alert of the text table's `key` came.
+    bool contains(const char* key) const;
     /// From now on alerts are collected but not printed, until printHeld().
     void hold() { held_ = alerts_.size(), holding_ = true; }
-    /// Prints the alerts that came while held, except those whose text is `withdrawn` (an alert
+    /// Prints the alerts that came while held, except those of the key `withdrawn` (an alert
     /// the host explains better itself), and prints again from now on.
-    void printHeld(const std::string& withdrawn = {});
+    void printHeld(const char* withdrawn = nullptr);
     /// Also told of every alert (the browser page shows them).
     std::function<void(const std::string&)> onAlert;
     KVX::tresult queryInterface(const KVX::UID& iid, void** object) override;
@@ -90,7 +98,7 @@ private:
     bool quiet_;
     bool holding_ = false;
     size_t held_ = 0; ///< the first alert that came while held
-    std::vector<std::string> alerts_;
+    std::vector<Alert> alerts_;
 };
 
 /// Takes the addresses the plug-in asks to open. The product page it opens after an upload is

@@ -1,6 +1,6 @@
 #include "host/app/Preflight.h"
 
-#include "host/app/CellReader.h"
+#include "host/app/TrackRows.h"
 #include "host/terminal/TextWidth.h"
 
 #include "framework/core/Object.h"
@@ -8,19 +8,16 @@
 #include "framework/interfaces/IItemView.h"
 
 #include <cmath>
+#include <filesystem>
 #include <string>
 #include <vector>
 
 namespace Host {
 
 using namespace KVX;
+namespace fs = std::filesystem;
 
 namespace {
-
-/// The columns of the track table that the report reads.
-constexpr int32 kTitleColumn = 1;
-constexpr int32 kFileColumn = 2;
-constexpr int32 kStatusColumn = 3;
 
 PreflightReport::Item itemOf(const RenderedBatch::File& file)
 {
@@ -108,25 +105,17 @@ PreflightReport preflightOfTable(Gadget& gadget, const RenderedBatch& batch, con
         return PreflightReport::make(items, {}, limits);
 
     std::vector<PreflightReport::ProductTrack> product;
-    const Ref<IViewStyle> style = CellReader::trackListStyle(); // the cells read as they are drawn
     auto selector = makeRef<RowSelector>(*model);
     for (int32 row = 0; row < model->countRows(); ++row)
     {
-        // "Uploaded" rows are the product's tracks, "Replace" rows pair one with a file.
-        const std::string status = CellReader::read(*model, row, kStatusColumn, 200, style).text;
-        const bool remoteOnly = status == "Uploaded";
-        if (!remoteOnly && status.rfind("Replace", 0) != 0)
+        // Rows with a track are the product's tracks, those with a file as well pair one with it.
+        const TrackRow values = TrackRow::read(*model, row);
+        if (!values.hasTrack)
             continue;
         selector->selectRow(row);
-        product.push_back({CellReader::read(*model, row, kTitleColumn, 10000, style).text,
-                           gadget.text("TrackInfo.isrc")});
-        if (remoteOnly)
-            continue;
-        const char* path = nullptr;
-        if (model->getTooltip(row, kFileColumn, path) != kResultOk || !path)
-            continue;
-        for (size_t i = 0; i < batch.files.size(); ++i)
-            if (batch.files[i].output.string() == path)
+        product.push_back({values.trackName, gadget.text("TrackInfo.isrc")});
+        for (size_t i = 0; values.hasFile() && i < batch.files.size(); ++i)
+            if (batch.files[i].output.string() == values.file)
                 items[i].replaces = static_cast<int>(product.size() - 1);
     }
     selector->detach();
@@ -209,26 +198,29 @@ Ref<Attributes> preflightDocument(const RenderedBatch::File& file, const Preflig
     return document;
 }
 
-// GCC 12 takes the text alternative of a Variant copied into the array for uninitialised when
-// the copy is inlined here (a false alarm of -Wmaybe-uninitialized about std::variant).
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
-Attributes checkDocument(const RenderedBatch& batch, const PreflightReport& report)
+JsonOutput::Value preflightJson(JsonOutput& json, const RenderedBatch::File& file, const PreflightReport::Row& row)
 {
-    Attributes document;
-    document.set("result", String(PreflightReport::name(report.worst())));
-    auto tracks = makeRef<AttributeArray>();
-    for (size_t i = 0; i < batch.files.size() && i < report.rows.size(); ++i)
+    JsonOutput::Value value = json.from(*preflightDocument(file, row));
+    if (const AudioFigures& audio = file.report.figures; audio.measured)
     {
-        Ref<Attributes> track = preflightDocument(batch.files[i], report.rows[i]);
-        track->set("title", String(batch.files[i].trackName()));
-        track->set("source", String(batch.files[i].source.string()));
-        tracks->append(Variant(static_cast<Object*>(track.get())));
+        json.set(value, "silent", audio.silent);
+        json.set(value, "channels_identical", audio.channelsIdentical);
     }
-    document.set("tracks", Variant(static_cast<Object*>(tracks.get())));
-    return document;
+    return value;
 }
 
-#pragma GCC diagnostic pop
+void checkDocument(JsonOutput& json, const RenderedBatch& batch, const PreflightReport& report)
+{
+    json.set("result", PreflightReport::name(report.worst()));
+    JsonOutput::Value tracks = json.array();
+    for (size_t i = 0; i < batch.files.size() && i < report.rows.size(); ++i)
+    {
+        JsonOutput::Value track = preflightJson(json, batch.files[i], report.rows[i]);
+        json.set(track, "title", batch.files[i].trackName());
+        json.set(track, "source", fs::absolute(batch.files[i].source).lexically_normal().string());
+        json.append(tracks, std::move(track));
+    }
+    json.set("tracks", std::move(tracks));
+}
 
 } // namespace Host

@@ -3,6 +3,7 @@
 #include "framework/core/Ref.h"
 #include "framework/data/Attributes.h"
 #include "host/app/Gadget.h"
+#include "host/app/JsonOutput.h"
 #include "host/app/Rendering.h"
 #include "host/preflight/PreflightReport.h"
 
@@ -24,7 +25,10 @@ void printPreflight(const RenderedBatch& batch, const PreflightReport& report, F
 /// One file's verdict, figures and findings, as the JSON documents carry them.
 KVX::Ref<KVX::Attributes> preflightDocument(const RenderedBatch::File& file, const PreflightReport::Row& row);
 
-/// The report of `sorvel check` as one JSON document: "result" (the worst verdict) and "tracks".
-KVX::Attributes checkDocument(const RenderedBatch& batch, const PreflightReport& report);
+/// preflightDocument for a command's JSON output, the yes-or-no figures as true and false.
+JsonOutput::Value preflightJson(JsonOutput& json, const RenderedBatch::File& file, const PreflightReport::Row& row);
+
+/// The report of `sorvel check` into `json`: "result" (the worst verdict) and "tracks".
+void checkDocument(JsonOutput& json, const RenderedBatch& batch, const PreflightReport& report);
 
 } // namespace Host

@@ -1,24 +1,26 @@
 #include "host/app/CellReader.h"
 #include "host/app/Commands.h"
+#include "host/app/Complaint.h"
+#include "host/app/JsonOutput.h"
 #include "host/app/Preflight.h"
 #include "host/app/Rendering.h"
 #include "host/app/SourceFile.h"
+#include "host/app/TrackRows.h"
+#include "host/config/LanguageFile.h"
 #include "host/terminal/TextWidth.h"
 
-#include "framework/data/AttributeArray.h"
-#include "framework/data/Json.h"
-#include "framework/data/Url.h"
 #include "framework/hostsupport/EventWait.h"
 #include "framework/interfaces/IPublisher.h"
-#include "framework/services/GuiServices.h"
-#include "framework/services/IGraphicsHelper.h"
+#include "framework/interfaces/TextKeys.h"
 
 #include <cctype>
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <map>
+#include <set>
 #include <unistd.h>
 
 namespace Host {
@@ -28,26 +30,27 @@ namespace fs = std::filesystem;
 
 namespace {
 
-const char* const kUploadFailed = "Upload failed!";
-const char* const kSessionExpired = "Session expired. Please login again.";
-
-/// One row of the track table as the gadget draws it.
+/// One row of the track table: the values the host acts on and the words the gadget shows.
 struct RowView
 {
-    std::string title;
-    std::string file;
-    std::string status;
+    TrackRow values;
+    std::string title;  ///< as the "Track" cell shows it
+    std::string file;   ///< as the "File" cell shows it (shortened to fit)
+    std::string status; ///< as the "State" cell shows it (perhaps translated)
     double fill = 0;
     uint32 color = 0; ///< of the status bar, 0xRRGGBBAA
-    bool uploading = false;
-    std::string path; ///< the file cell's tooltip: the whole path of a listed file
 };
 
-/// Whether `out` is a terminal that takes colours.
-bool colorsOn(FILE* out)
+/// Whether `out` is a terminal that understands colours and cursor movement.
+bool richTerminal(FILE* out)
 {
     const char* term = std::getenv("TERM");
-    return ::isatty(fileno(out)) && !std::getenv("NO_COLOR") && term && std::string(term) != "dumb";
+    return ::isatty(fileno(out)) && term && *term && std::string(term) != "dumb";
+}
+
+bool colorsOn(FILE* out)
+{
+    return richTerminal(out) && !std::getenv("NO_COLOR");
 }
 
 /// `text` in the colour `rgba` (24-bit terminal colours) when `on`.
@@ -61,28 +64,14 @@ std::string colored(const std::string& text, uint32 rgba, bool on)
     return start + text + "\x1b[0m";
 }
 
-/// The state keyword of a status text, for JSON.
-std::string stateOf(const std::string& status)
-{
-    if (status.find("Upload Complete") != std::string::npos)
-        return "uploaded";
-    if (status.find("Upload Failed") != std::string::npos)
-        return "failed";
-    if (status.find("uploaded") != std::string::npos)
-        return "uploading";
-    if (status == "Invalid Format")
-        return "invalid_format";
-    if (status == "Uploaded")
-        return "on_service";
-    if (status.rfind("Replace", 0) == 0)
-        return "replace";
-    return "add";
-}
-
 class TrackTable
 {
 public:
-    explicit TrackTable(IItemModel& model) : model_(model), style_(CellReader::trackListStyle()) {}
+    explicit TrackTable(IItemModel& model)
+        : model_(model), style_(CellReader::trackListStyle()), titleColumn_(TrackRow::columnOf(model, "remote_track")),
+          fileColumn_(TrackRow::columnOf(model, "local_track")), statusColumn_(TrackRow::columnOf(model, "status"))
+    {
+    }
 
     std::vector<RowView> rows() const
     {
@@ -90,15 +79,13 @@ public:
         for (int32 row = 0; row < model_.countRows(); ++row)
         {
             RowView view;
-            view.title = CellReader::read(model_, row, 1, 200, style_).text;
-            view.file = CellReader::read(model_, row, 2, 300, style_).text;
-            if (const char* tooltip = nullptr; model_.getTooltip(row, 2, tooltip) == kResultOk && tooltip)
-                view.path = tooltip;
-            const CellReader::Cell status = CellReader::read(model_, row, 3, 200, style_);
+            view.values = TrackRow::read(model_, row);
+            view.title = CellReader::read(model_, row, titleColumn_, 200, style_).text;
+            view.file = CellReader::read(model_, row, fileColumn_, 300, style_).text;
+            const CellReader::Cell status = CellReader::read(model_, row, statusColumn_, 200, style_);
             view.status = status.text;
             view.fill = status.fill;
             view.color = status.fillColor;
-            view.uploading = status.text.find('%') != std::string::npos;
             result.push_back(view);
         }
         return result;
@@ -109,21 +96,19 @@ public:
     {
         // Columns are measured in what a terminal shows, not in bytes: "Überfahrt" is nine
         // columns wide, a CJK title twice its letters.
-        size_t titleWidth = 5, fileWidth = 4;
+        size_t titleWidth = 5, fileWidth = 4, stateWidth = 5;
         for (const RowView& row : rows)
         {
             titleWidth = std::max(titleWidth, displayWidth(row.title));
             fileWidth = std::max(fileWidth, displayWidth(row.file));
+            stateWidth = std::max(stateWidth, displayWidth(row.status));
         }
         const bool on = colorsOn(out);
-        size_t stateWidth = 5;
-        for (const RowView& row : rows)
-            stateWidth = std::max(stateWidth, displayWidth(row.status));
         std::fprintf(out, "%s  %s  %s  %s\n", padToWidth("Track", titleWidth).c_str(),
                      padToWidth("File", fileWidth).c_str(), padToWidth("State", stateWidth).c_str(), "Check");
         for (const RowView& row : rows)
         {
-            const auto check = checks.find(row.path);
+            const auto check = checks.find(row.values.file);
             // Padded before it is coloured: the colour's escapes take no columns.
             std::fprintf(out, "%s  %s  %s  %s\n", padToWidth(row.title, titleWidth).c_str(),
                          padToWidth(row.file, fileWidth).c_str(),
@@ -135,15 +120,15 @@ public:
 private:
     IItemModel& model_;
     Ref<IViewStyle> style_;
+    int32 titleColumn_, fileColumn_, statusColumn_;
 };
 
-/// Progress of the rows being uploaded: a bar per row, redrawn in place on a terminal, or a line
-/// per row at every tenth on anything else.
+/// Progress of the rows being uploaded: a bar per row, redrawn in place on a terminal that can
+/// move its cursor, or a line per row at every tenth on anything else.
 class UploadProgress
 {
 public:
-    explicit UploadProgress(bool enabled)
-        : enabled_(enabled), terminal_(::isatty(STDERR_FILENO)), colors_(colorsOn(stderr))
+    explicit UploadProgress(bool enabled) : enabled_(enabled), terminal_(richTerminal(stderr)), colors_(colorsOn(stderr))
     {
     }
 
@@ -161,9 +146,10 @@ public:
             {
                 const int width = 30;
                 const int filled = static_cast<int>(row.fill * width + 0.5);
-                const bool complete = stateOf(row.status) == "uploaded";
-                std::string bar(static_cast<size_t>(row.uploading ? filled : complete ? width : 0), '#');
-                bar.resize(width, row.uploading ? '-' : ' ');
+                const bool uploading = row.values.state == Engine::kRowUploading;
+                const bool complete = row.values.state == Engine::kRowUploaded;
+                std::string bar(static_cast<size_t>(uploading ? filled : complete ? width : 0), '#');
+                bar.resize(width, uploading ? '-' : ' ');
                 std::fprintf(stderr, "\x1b[2K%s [%s] %s\n", fitToWidth(row.title, 24).c_str(), bar.c_str(),
                              colored(row.status, row.color, colors_).c_str());
             }
@@ -172,8 +158,9 @@ public:
         else
             for (size_t i = 0; i < rows.size(); ++i)
             {
-                const int tenth = rows[i].uploading ? static_cast<int>(rows[i].fill * 10) : -2;
-                if (rows[i].uploading && tenth != last_[i])
+                const bool uploading = rows[i].values.state == Engine::kRowUploading;
+                const int tenth = uploading ? static_cast<int>(rows[i].fill * 10) : -2;
+                if (uploading && tenth != last_[i])
                     std::fprintf(stderr, "%s: %s\n", rows[i].title.c_str(), rows[i].status.c_str());
                 last_[i] = tenth;
             }
@@ -205,42 +192,371 @@ struct StepTimes
     }
 };
 
-Attributes resultDocument(const std::string& outcome, const std::string& product, const std::string& productId,
-                          const std::string& page, const std::vector<RowView>& rows, const StepTimes& times,
-                          const RenderedBatch& batch, const std::map<std::string, Ref<Attributes>>& preflight)
+/// Removes the folder of the rendered files when the publish ends, unless they were kept for
+/// another try.
+class RenderedFolderGuard
 {
-    Attributes document;
-    document.set("result", String(outcome));
-    auto productObject = makeRef<Attributes>();
-    productObject->set("name", String(product));
-    productObject->set("id", String(productId));
-    productObject->set("page", String(page));
-    document.set("product", Variant(static_cast<Object*>(productObject.get())));
-    auto tracks = makeRef<AttributeArray>();
+public:
+    explicit RenderedFolderGuard(const RenderedBatch& batch) : batch_(batch) {}
+    ~RenderedFolderGuard()
+    {
+        if (!keep_)
+            batch_.removeFolder();
+    }
+    RenderedFolderGuard(const RenderedFolderGuard&) = delete;
+    RenderedFolderGuard& operator=(const RenderedFolderGuard&) = delete;
+
+    void keep() { keep_ = true; }
+
+private:
+    const RenderedBatch& batch_;
+    bool keep_ = false;
+};
+
+/// The flag of a "Media:" key ("Media:Year" gives "--year").
+std::string flagOf(const std::string& key)
+{
+    std::string flag = "--" + key.substr(key.find(':') + 1);
+    for (char& letter : flag)
+        letter = static_cast<char>(std::tolower(static_cast<unsigned char>(letter)));
+    return flag;
+}
+
+/// One publish: the steps after sign-in, sharing what each step learns.
+class PublishRun
+{
+public:
+    PublishRun(const PublishOptions& options, Runtime& runtime, const std::vector<SourceFile>& sources)
+        : options_(options), runtime_(runtime), gadget_(runtime.gadget()), sources_(sources)
+    {
+    }
+
+    int run(StepTimes& times);
+
+private:
+    int render();
+    void listTable();
+    void noteUnsentFields();
+    int preflightGate();
+    int upload();
+    int outcome();
+
+    /// Rows that hold a file of this batch, in table order.
+    std::vector<const RowView*> batchRows(const std::vector<RowView>& rows) const;
+    void setPreflight(JsonOutput& json, JsonOutput::Value& track, const std::string& file) const;
+    JsonOutput::Value tracksJson(JsonOutput& json, const std::vector<RowView>& rows) const;
+    void printJson(const char* result, int code, const std::string& reason, const std::string& productId,
+                   const std::string& page, const std::vector<RowView>& rows);
+
+    const PublishOptions& options_;
+    Runtime& runtime_;
+    Gadget& gadget_;
+    const std::vector<SourceFile>& sources_;
+    StepTimes* times_ = nullptr;
+    RenderedBatch batch_;
+    std::unique_ptr<RenderedFolderGuard> folderGuard_;
+    std::unique_ptr<TrackTable> table_;
+    std::string product_;
+    bool newProduct_ = false;
+    PreflightReport preflight_;
+    std::map<std::string, size_t> fileIndex_; ///< batch file by its rendered path
+    std::map<std::string, std::vector<std::string>> unsentFields_; ///< flags that stay behind, by file
+    std::vector<RowView> finished_;
+    bool cancelled_ = false;
+    std::vector<ServiceAnswers::Refusal> refusals_;
+};
+
+int PublishRun::run(StepTimes& times)
+{
+    times_ = &times;
+    if (int code = render(); code != kDone)
+        return code;
+    times.render = times.lap();
+    listTable();
+    if (int code = preflightGate(); code != kDone)
+        return code;
+    if (int code = upload(); code != kDone)
+        return code;
+    times.upload = times.lap();
+    return outcome();
+}
+
+int PublishRun::render()
+{
+    const Ref<Engine::IPublisher> publisher = runtime_.createPublisher();
+    if (!publisher)
+        return kServiceFailed;
+    if (int code = renderAndPublish(*publisher, sources_, options_.fields, options_.product, options_.json,
+                                    options_.jobs, batch_);
+        code != kDone)
+        return code;
+    folderGuard_ = std::make_unique<RenderedFolderGuard>(batch_);
+    for (size_t i = 0; i < batch_.files.size(); ++i)
+        fileIndex_[batch_.files[i].output.string()] = i;
+    if (options_.newProduct)
+        gadget_.setNumber("replaceMode", 0, true); // a new product, even when one has this name
+    IItemModel* model = gadget_.trackList();
+    if (!model)
+    {
+        complain("the gadget has no track table");
+        return kServiceFailed;
+    }
+    table_ = std::make_unique<TrackTable>(*model);
+    product_ = gadget_.text("newProductName");
+    newProduct_ = gadget_.number("replaceMode") == 0;
+    return kDone;
+}
+
+std::vector<const RowView*> PublishRun::batchRows(const std::vector<RowView>& rows) const
+{
+    std::vector<const RowView*> result;
+    for (const RowView& row : rows)
+        if (fileIndex_.count(row.values.file))
+            result.push_back(&row);
+    return result;
+}
+
+void PublishRun::listTable()
+{
+    preflight_ = preflightOfTable(gadget_, batch_, runtime_.preflightLimits());
+    noteUnsentFields();
+    if (options_.json)
+        return;
+    std::map<std::string, std::string> checks;
+    for (const auto& [path, index] : fileIndex_)
+        checks[path] = PreflightReport::name(preflight_.rows[index].severity);
+    std::fprintf(stdout, "Product: %s%s\n", product_.c_str(), newProduct_ ? " (new)" : "");
+    TrackTable::print(table_->rows(), checks, stdout);
+    std::fprintf(stdout, "\nPre-flight report\n");
+    printPreflight(batch_, preflight_, stdout);
+    std::fprintf(stdout, "\n");
+    std::fflush(stdout);
+}
+
+void PublishRun::noteUnsentFields()
+{
+    // A file that replaces a track of the product goes up as that track's new audio; the service
+    // keeps the track's details, so what was given for it besides the title does not reach it.
+    for (const RowView& row : table_->rows())
+    {
+        const auto index = fileIndex_.find(row.values.file);
+        if (index == fileIndex_.end() || !row.values.hasTrack)
+            continue;
+        std::vector<std::string> flags;
+        for (const auto& [key, values] : options_.fields)
+            if (key != "Media:Title" && !values.empty())
+                flags.push_back(flagOf(key));
+        if (flags.empty())
+            continue;
+        std::string list;
+        for (const std::string& flag : flags)
+            list += (list.empty() ? "" : ", ") + flag;
+        std::fprintf(stderr,
+                     "sorvel: \"%s\" replaces a track of the product, whose details the service keeps: %s do%s not "
+                     "reach it\n",
+                     row.values.trackName.c_str(), list.c_str(), flags.size() == 1 ? "es" : "");
+        unsentFields_[row.values.file] = flags;
+    }
+}
+
+int PublishRun::preflightGate()
+{
+    if (!options_.strict || preflight_.worst() == PreflightReport::Severity::Ok)
+        return kDone;
+    size_t errors = 0, warnings = 0;
+    for (const PreflightReport::Row& row : preflight_.rows)
+        for (const PreflightReport::Finding& finding : row.findings)
+        {
+            errors += finding.severity == PreflightReport::Severity::Error;
+            warnings += finding.severity == PreflightReport::Severity::Warning;
+        }
+    folderGuard_->keep();
+    complain("the pre-flight report found %zu error(s) and %zu warning(s); nothing was uploaded (--strict). Rendered "
+             "files kept in %s",
+             errors, warnings, batch_.folder.c_str());
+    if (options_.json)
+        printJson("refused", kPreflightFailed, lastComplaint(), "", "", table_->rows());
+    return kPreflightFailed;
+}
+
+int PublishRun::upload()
+{
+    // The form's "Upload" button; the rows report their progress as they are drawn.
+    UploadProgress progress(options_.progress && !options_.json);
+    runtime_.answers().takeRefusals(); // what was refused before the upload is not its reason
+    gadget_.press("upload");
+    if (!gadget_.isUploading())
+    {
+        complain("nothing to upload: no row holds a file in the format the service takes");
+        if (options_.json)
+            printJson("failed", kServiceFailed, lastComplaint(), "", "", table_->rows());
+        return kServiceFailed;
+    }
+    while (gadget_.isUploading())
+    {
+        if (gInterrupted.load(std::memory_order_relaxed) && !cancelled_)
+        {
+            gadget_.press("cancel");
+            cancelled_ = true;
+        }
+        finished_ = table_->rows();
+        progress.show(finished_);
+        EventWait::until([&] { return !gadget_.isUploading(); }, 100);
+    }
+    // What the rows show when the batch has ended, before the product's tracks are reloaded.
+    finished_ = table_->rows();
+    progress.show(finished_);
+    refusals_ = runtime_.answers().takeRefusals();
+    gadget_.settle(Runtime::kTimeoutMs);
+    return kDone;
+}
+
+int PublishRun::outcome()
+{
+    using namespace Engine::TextKeys;
+    const std::vector<const RowView*> rows = batchRows(finished_);
+    size_t uploaded = 0;
+    for (const RowView* row : rows)
+        uploaded += row->values.state == Engine::kRowUploaded;
+
+    // Every file on the service is a success, whatever came after it: the reload of the products
+    // that follows may still fail, or find the session expired, without undoing the upload.
+    const char* result = "uploaded";
+    int code = kDone;
+    std::string reason;
+    if (uploaded == batch_.files.size() && !cancelled_)
+        code = kDone;
+    else if (runtime_.alerts().contains(kSessionExpired))
+        result = "session_expired", code = kSignInRefused, reason = LanguageFile::text(kSessionExpired);
+    else if (runtime_.alerts().contains(kUploadFailed))
+        result = "failed", code = kServiceFailed, reason = LanguageFile::text(kUploadFailed);
+    else if (cancelled_)
+        result = "cancelled", code = kInterrupted, reason = "cancelled with Ctrl-C";
+    else if (runtime_.pages().pages().empty())
+        result = "failed", code = kServiceFailed, reason = "the upload did not finish";
+
+    if (code == kServiceFailed)
+    {
+        // Why: the service's own words for what it refused, or what kept it from answering.
+        std::string why;
+        for (const ServiceAnswers::Refusal& refusal : refusals_)
+            if (refusal.statusCode != 403)
+                why = ServiceAnswers::describe(refusal);
+        if (why.empty())
+            if (const std::string failure = Runtime::takeServiceFailure(); !failure.empty())
+                why = "the service did not answer (" + failure + "). Try again in a moment.";
+        if (!why.empty())
+        {
+            complain("%s", why.c_str());
+            reason += (reason.empty() ? "" : " ") + why;
+        }
+    }
+
+    const std::string page = runtime_.pages().pages().empty() ? "" : runtime_.pages().pages().back();
+    if (code != kDone)
+        folderGuard_->keep();
+    if (options_.json)
+        printJson(result, code, reason, runtime_.pages().lastProductId(), page, finished_);
+    else
+    {
+        std::fprintf(stdout, "%zu of %zu tracks uploaded to \"%s\"\n", uploaded, batch_.files.size(), product_.c_str());
+        if (!page.empty())
+            std::fprintf(stdout, "Product page: %s\n", page.c_str());
+        if (code != kDone)
+            std::fprintf(stdout, "Rendered files kept in %s\n", batch_.folder.c_str());
+    }
+    return code;
+}
+
+void PublishRun::setPreflight(JsonOutput& json, JsonOutput::Value& track, const std::string& file) const
+{
+    const auto index = fileIndex_.find(file);
+    if (index == fileIndex_.end() || index->second >= preflight_.rows.size())
+        return;
+    const RenderedBatch::File& rendered = batch_.files[index->second];
+    json.set(track, "source", fs::absolute(rendered.source).lexically_normal().string());
+    json.set(track, "preflight", preflightJson(json, rendered, preflight_.rows[index->second]));
+}
+
+JsonOutput::Value PublishRun::tracksJson(JsonOutput& json, const std::vector<RowView>& rows) const
+{
+    JsonOutput::Value tracks = json.array();
     for (const RowView& row : rows)
     {
-        auto track = makeRef<Attributes>();
-        track->set("title", String(row.title));
-        track->set("file", String(row.file));
-        for (const RenderedBatch::File& file : batch.files)
-            if (file.output.string() == row.path)
-                track->set("source", String(file.source.string()));
-        track->set("status", String(row.status));
-        track->set("state", String(stateOf(row.status)));
-        if (const auto report = preflight.find(row.path); report != preflight.end())
-            track->set("preflight", Variant(static_cast<Object*>(report->second.get())));
-        tracks->append(Variant(static_cast<Object*>(track.get())));
+        JsonOutput::Value track = json.object();
+        json.set(track, "title", row.values.hasTrack ? row.values.trackName : row.title);
+        json.set(track, "file", row.values.file);
+        json.set(track, "state", row.values.stateName());
+        json.set(track, "status", row.status);
+        json.set(track, "in_batch", fileIndex_.count(row.values.file) > 0);
+        setPreflight(json, track, row.values.file);
+        if (const auto unsent = unsentFields_.find(row.values.file); unsent != unsentFields_.end())
+        {
+            JsonOutput::Value flags = json.array();
+            for (const std::string& flag : unsent->second)
+                json.append(flags, json.text(flag));
+            json.set(track, "unsent_fields", std::move(flags));
+        }
+        json.append(tracks, std::move(track));
     }
-    document.set("tracks", Variant(static_cast<Object*>(tracks.get())));
-    auto seconds = makeRef<Attributes>();
-    seconds->set("sign_in", times.signIn);
-    seconds->set("render", times.render);
-    seconds->set("upload", times.upload);
-    document.set("seconds", Variant(static_cast<Object*>(seconds.get())));
-    return document;
+    return tracks;
+}
+
+void PublishRun::printJson(const char* result, int code, const std::string& reason, const std::string& productId,
+                           const std::string& page, const std::vector<RowView>& rows)
+{
+    JsonOutput json;
+    json.set("result", result);
+    json.set("exit_code", code);
+    if (!reason.empty())
+        json.set("error", reason);
+    JsonOutput::Value product = json.object();
+    json.set(product, "name", product_);
+    json.set(product, "new", newProduct_);
+    if (!productId.empty())
+        json.set(product, "id", productId);
+    if (!page.empty())
+        json.set(product, "page", page);
+    json.set("product", std::move(product));
+    json.set("tracks", tracksJson(json, rows));
+    size_t uploaded = 0;
+    for (const RowView* row : batchRows(rows))
+        uploaded += row->values.state == Engine::kRowUploaded;
+    json.set("uploaded", uploaded);
+    json.set("files", batch_.files.size());
+    JsonOutput::Value seconds = json.object();
+    json.set(seconds, "sign_in", times_->signIn);
+    json.set(seconds, "render", times_->render);
+    json.set(seconds, "upload", times_->upload);
+    json.set("seconds", std::move(seconds));
+    if (code != kDone)
+        json.set("rendered_folder", batch_.folder.string()); // kept for another try
+    json.print();
 }
 
 } // namespace
+
+int checkFieldValues(const std::map<std::string, std::vector<std::string>>& fields, const std::string* product)
+{
+    if (product && !product->empty() && product->find_first_not_of(" \t\r\n\v\f") == std::string::npos)
+    {
+        complain("--product must name the product; \"%s\" is blank", product->c_str());
+        return kUsage;
+    }
+    if (const auto years = fields.find("Media:Year"); years != fields.end())
+        for (const std::string& year : years->second)
+        {
+            char* end = nullptr;
+            errno = 0;
+            const long value = year.empty() ? 0 : std::strtol(year.c_str(), &end, 10);
+            if (year.empty() || *end || errno || value < 1 || value > 9999)
+            {
+                complain("--year takes a year from 1 to 9999, not \"%s\"", year.c_str());
+                return kUsage;
+            }
+        }
+    return kDone;
+}
 
 int openSourceFiles(const std::vector<std::string>& files, const std::map<std::string, std::vector<std::string>>& fields,
                     std::vector<SourceFile>& sources)
@@ -249,11 +565,8 @@ int openSourceFiles(const std::vector<std::string>& files, const std::map<std::s
     for (const auto& [key, values] : fields)
         if (values.size() != 1 && values.size() != count)
         {
-            std::string flag = "--" + key.substr(key.find(':') + 1);
-            for (char& letter : flag)
-                letter = static_cast<char>(std::tolower(static_cast<unsigned char>(letter)));
-            std::fprintf(stderr, "sorvel: %s was given %zu times for %zu files: give it once for all, or once per file\n",
-                         flag.c_str(), values.size(), count);
+            complain("%s was given %zu times for %zu files: give it once for all, or once per file",
+                     flagOf(key).c_str(), values.size(), count);
             return kUsage;
         }
     sources.assign(count, SourceFile());
@@ -262,7 +575,7 @@ int openSourceFiles(const std::vector<std::string>& files, const std::map<std::s
         std::string error;
         if (!SourceFile::open(files[i], sources[i], error))
         {
-            std::fprintf(stderr, "sorvel: %s\n", error.c_str());
+            complain("%s", error.c_str());
             return kUsage;
         }
     }
@@ -272,6 +585,8 @@ int openSourceFiles(const std::vector<std::string>& files, const std::map<std::s
 int publish(const PublishOptions& options)
 {
     // Everything that can be checked is checked before anything is sent.
+    if (int code = checkFieldValues(options.fields, &options.product); code != kDone)
+        return code;
     std::vector<SourceFile> sources;
     if (int code = openSourceFiles(options.files, options.fields, sources); code != kDone)
         return code;
@@ -283,155 +598,16 @@ int publish(const PublishOptions& options)
     if (int code = runtime.signIn(options.login); code != kDone)
         return code;
     times.signIn = times.lap();
-    Gadget& gadget = runtime.gadget();
     // Without the list, the product named by the user (or by the files' album) cannot be found,
     // and the upload would create a second product of that name.
     if (!runtime.productsListed() && !options.newProduct)
     {
         Runtime::productsNotListed();
-        std::fprintf(stderr, "sorvel: nothing was created or uploaded; to create a new product all the same, give "
-                             "--new-product\n");
+        complain("nothing was created or uploaded; to create a new product all the same, give --new-product");
         return kServiceFailed;
     }
-
-    const Ref<Engine::IPublisher> publisher = runtime.createPublisher();
-    if (!publisher)
-        return kServiceFailed;
-
-    RenderedBatch batch;
-    if (int code = renderAndPublish(*publisher, sources, options.fields, options.product, options.json, options.jobs,
-                                    batch);
-        code != kDone)
-        return code;
-    times.render = times.lap();
-    if (options.newProduct)
-        gadget.setNumber("replaceMode", 0, true); // a new product, even when one has this name
-    auto removeRendered = [&] { batch.removeFolder(); };
-
-    IItemModel* model = gadget.trackList();
-    if (!model)
-    {
-        removeRendered();
-        std::fprintf(stderr, "sorvel: the gadget has no track table\n");
-        return kServiceFailed;
-    }
-    TrackTable table(*model);
-    const std::string product = gadget.text("newProductName");
-
-    // The pre-flight report, by the rendered file's path as the table's rows name it.
-    const PreflightReport preflight = preflightOfTable(gadget, batch, runtime.preflightLimits());
-    std::map<std::string, std::string> checks;
-    std::map<std::string, Ref<Attributes>> preflightDocuments;
-    for (size_t i = 0; i < batch.files.size(); ++i)
-    {
-        const std::string path = batch.files[i].output.string();
-        checks[path] = PreflightReport::name(preflight.rows[i].severity);
-        preflightDocuments[path] = preflightDocument(batch.files[i], preflight.rows[i]);
-    }
-    if (!options.json)
-    {
-        std::fprintf(stdout, "Product: %s%s\n", product.c_str(), gadget.number("replaceMode") ? "" : " (new)");
-        TrackTable::print(table.rows(), checks, stdout);
-        std::fprintf(stdout, "\nPre-flight report\n");
-        printPreflight(batch, preflight, stdout);
-        std::fprintf(stdout, "\n");
-        std::fflush(stdout);
-    }
-    if (options.strict && preflight.worst() != PreflightReport::Severity::Ok)
-    {
-        size_t errors = 0, warnings = 0;
-        for (const PreflightReport::Row& row : preflight.rows)
-            for (const PreflightReport::Finding& finding : row.findings)
-            {
-                errors += finding.severity == PreflightReport::Severity::Error;
-                warnings += finding.severity == PreflightReport::Severity::Warning;
-            }
-        std::fprintf(stderr,
-                     "sorvel: the pre-flight report found %zu error(s) and %zu warning(s); nothing was uploaded "
-                     "(--strict). Rendered files kept in %s\n",
-                     errors, warnings, batch.folder.c_str());
-        if (options.json)
-        {
-            Attributes document = resultDocument("refused", product, "", "", table.rows(), times, batch,
-                                                 preflightDocuments);
-            document.set("rendered_folder", String(batch.folder.string()));
-            std::fprintf(stdout, "%s\n", Json::toText(document).c_str());
-        }
-        return kPreflightFailed;
-    }
-
-    // Upload: the form's "Upload" button; the rows report their progress as they are drawn.
-    std::vector<RowView> finished;
-    UploadProgress progress(options.progress && !options.json);
-    gadget.press("upload");
-    if (!gadget.isUploading())
-    {
-        removeRendered();
-        std::fprintf(stderr, "sorvel: nothing to upload: no row holds a file in the format the service takes\n");
-        return kServiceFailed;
-    }
-    bool cancelled = false;
-    while (gadget.isUploading())
-    {
-        if (gInterrupted.load(std::memory_order_relaxed) && !cancelled)
-        {
-            gadget.press("cancel");
-            cancelled = true;
-        }
-        finished = table.rows();
-        progress.show(finished);
-        EventWait::until([&] { return !gadget.isUploading(); }, 100);
-    }
-    // What the rows show when the batch has ended, before the product's tracks are reloaded.
-    finished = table.rows();
-    progress.show(finished);
-    gadget.settle(Runtime::kTimeoutMs);
-    times.upload = times.lap();
-
-    // Every file on the service is a success, whatever came after it: the reload of the products
-    // that follows may still fail, or find the session expired, without undoing the upload.
-    size_t uploadedRows = 0;
-    for (const RowView& row : finished)
-        uploadedRows += stateOf(row.status) == "uploaded";
-    std::string outcome = "uploaded";
-    int code = kDone;
-    if (uploadedRows == sources.size() && !cancelled)
-        code = kDone;
-    else if (runtime.alerts().contains(kSessionExpired))
-        outcome = "session_expired", code = kSignInRefused;
-    else if (runtime.alerts().contains(kUploadFailed))
-        outcome = "failed", code = kServiceFailed;
-    else if (cancelled)
-        outcome = "cancelled", code = kInterrupted;
-    else if (runtime.pages().pages().empty())
-        outcome = "failed", code = kServiceFailed;
-
-    const std::string page = runtime.pages().pages().empty() ? "" : runtime.pages().pages().back();
-    if (code == kDone)
-        removeRendered();
-    else if (const std::string failure = Runtime::takeServiceFailure(); !failure.empty() && code == kServiceFailed)
-        std::fprintf(stderr, "sorvel: the service did not answer (%s). Try again in a moment.\n", failure.c_str());
-    if (options.json)
-    {
-        Attributes document =
-            resultDocument(outcome, product, runtime.pages().lastProductId(), page, finished, times, batch,
-                           preflightDocuments);
-        if (code != kDone)
-            document.set("rendered_folder", String(batch.folder.string())); // kept for another try
-        std::fprintf(stdout, "%s\n", Json::toText(document).c_str());
-    }
-    else
-    {
-        size_t done = 0;
-        for (const RowView& row : finished)
-            done += stateOf(row.status) == "uploaded";
-        std::fprintf(stdout, "%zu of %zu tracks uploaded to \"%s\"\n", done, finished.size(), product.c_str());
-        if (!page.empty())
-            std::fprintf(stdout, "Product page: %s\n", page.c_str());
-        if (code != kDone)
-            std::fprintf(stdout, "Rendered files kept in %s\n", batch.folder.c_str());
-    }
-    return code;
+    PublishRun run(options, runtime, sources);
+    return run.run(times);
 }
 
 } // namespace Host

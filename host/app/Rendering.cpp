@@ -1,10 +1,12 @@
 #include "host/app/Rendering.h"
+#include "host/app/Complaint.h"
 
 #include "host/app/Runtime.h"
 #include "host/render/BatchRenderer.h"
 
 #include "framework/data/Url.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -14,6 +16,29 @@ namespace Host {
 
 using namespace KVX;
 namespace fs = std::filesystem;
+
+namespace {
+
+/// Removes the folders of earlier runs that were kept for another try (a failed upload keeps
+/// its rendered files) once they are a week old, and all but the newest few whatever their age,
+/// so that the cache does not grow without end.
+void pruneKeptFolders(const fs::path& parent)
+{
+    constexpr size_t kKeep = 5;
+    constexpr auto kWeek = std::chrono::hours(24 * 7);
+    std::error_code failure;
+    std::vector<std::pair<fs::file_time_type, fs::path>> kept;
+    for (const fs::directory_entry& entry : fs::directory_iterator(parent, failure))
+        if (entry.is_directory(failure) && entry.path().filename().string().rfind("run-", 0) == 0)
+            kept.emplace_back(entry.last_write_time(failure), entry.path());
+    std::sort(kept.begin(), kept.end(), [](const auto& a, const auto& b) { return a.first > b.first; });
+    const auto now = fs::file_time_type::clock::now();
+    for (size_t i = 0; i < kept.size(); ++i)
+        if (i >= kKeep || now - kept[i].first > kWeek)
+            fs::remove_all(kept[i].second, failure);
+}
+
+} // namespace
 
 fs::path makeCacheFolder(const char* kind, std::string& error)
 {
@@ -27,6 +52,8 @@ fs::path makeCacheFolder(const char* kind, std::string& error)
     const fs::path parent = cache / "sorvel" / kind;
     std::error_code failure;
     fs::create_directories(parent, failure);
+    if (!failure)
+        pruneKeptFolders(parent);
     std::string pattern = (parent / "run-XXXXXX").string();
     if (failure || !::mkdtemp(pattern.data())) // mkdtemp makes it 0700
     {
@@ -57,7 +84,7 @@ int renderBatch(Engine::IPublisher& publisher, const std::vector<SourceFile>& so
     batch.folder = makeCacheFolder("render", error);
     if (batch.folder.empty())
     {
-        std::fprintf(stderr, "sorvel: %s\n", error.c_str());
+        complain("%s\n", error.c_str());
         return kServiceFailed;
     }
     // The publisher is asked on this thread; the files are then rendered side by side.
@@ -69,7 +96,18 @@ int renderBatch(Engine::IPublisher& publisher, const std::vector<SourceFile>& so
         FileType type = source.fileType;
         AudioFormat format = source.format;
         publisher.checkFormat(type, format); // corrects both to what the target takes
-        const fs::path output = batch.folder / (source.path.stem().string() + ".wav");
+        // A folder per file: two sources of one name (from two folders, or a WAV and a FLAC of
+        // one take) never meet in one rendered file, and each keeps its name for the service.
+        char row[24];
+        std::snprintf(row, sizeof row, "%03zu", i + 1);
+        const fs::path output = batch.folder / row / (source.path.stem().string() + ".wav");
+        std::error_code made;
+        if (fs::create_directory(batch.folder / row, made); made)
+        {
+            batch.removeFolder();
+            complain("cannot create a folder in %s: %s", batch.folder.c_str(), made.message().c_str());
+            return kServiceFailed;
+        }
         tasks.push_back({source.path, output, format});
 
         RenderedBatch::File file{source.path, output, source.metadata, {}};
@@ -98,7 +136,7 @@ int renderBatch(Engine::IPublisher& publisher, const std::vector<SourceFile>& so
         batch.removeFolder();
         if (rendered.interrupted)
             return kInterrupted;
-        std::fprintf(stderr, "sorvel: %s: %s\n", tasks[rendered.failedTask].source.c_str(), rendered.error.c_str());
+        complain("%s: %s\n", tasks[rendered.failedTask].source.c_str(), rendered.error.c_str());
         return kUsage;
     }
     for (size_t i = 0; i < batch.files.size(); ++i)
@@ -121,7 +159,7 @@ int renderAndPublish(Engine::IPublisher& publisher, const std::vector<SourceFile
     if (publisher.publish(batch.items) != kResultOk)
     {
         batch.removeFolder();
-        std::fprintf(stderr, "sorvel: the publishing target did not take the files\n");
+        complain("the publishing target did not take the files\n");
         return kServiceFailed;
     }
     return kDone;

@@ -1,12 +1,18 @@
 #include "host/app/Runtime.h"
+#include "host/app/Complaint.h"
 
 #include "framework/hostsupport/EventWait.h"
 #include "framework/interfaces/IComponent.h"
+#include "framework/interfaces/TextKeys.h"
 #include "framework/services/AudioServices.h"
 #include "framework/services/GuiServices.h"
+#include "framework/services/ICredential.h"
+#include "framework/services/ICredentialManager.h"
 #include "framework/services/NetServices.h"
+#include "framework/services/SecurityServices.h"
 #include "framework/services/SystemServices.h"
 #include "host/config/ConfigurationProvider.h"
+#include "host/config/LanguageFile.h"
 #include "host/terminal/PasswordInput.h"
 #include "host/terminal/TerminalCredentialPrompt.h"
 #include "sandbox/Sandbox.h"
@@ -18,6 +24,7 @@
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
+#include <filesystem>
 #include <netdb.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -38,8 +45,8 @@ void onInterrupt(int)
     gInterrupted.store(true, std::memory_order_relaxed);
 }
 
-const char* const kLoginFailed = "Login failed. Please note that usernames and passwords are case sensitive.";
-const char* const kSessionExpired = "Session expired. Please login again.";
+using Engine::TextKeys::kLoginFailed;
+using Engine::TextKeys::kSessionExpired;
 
 /// Whether a connection to the server of `address` can be opened within a few seconds; a
 /// sentence in `error` when not. The plug-in would only report a failed sign-in, which would
@@ -114,6 +121,8 @@ Runtime::~Runtime()
         alerts->setPresenter(nullptr);
     if (ISystemShell* shell = GetSystemShell())
         shell->setUrlOpener(nullptr);
+    if (answers_)
+        GetWebService()->setCallObserver(nullptr);
     ConfigurationProvider::uninstall();
     if (sandbox_)
         sandbox_->stop();
@@ -123,7 +132,7 @@ int Runtime::waitFailure() const
 {
     if (gInterrupted.load(std::memory_order_relaxed))
         return kInterrupted;
-    std::fprintf(stderr, "sorvel: the service did not finish answering within %u s. Try again in a moment.\n",
+    complain("the service did not finish answering within %u s. Try again in a moment.\n",
                  kTimeoutMs / 1000);
     return kServiceFailed;
 }
@@ -149,7 +158,7 @@ bool Runtime::configure(std::string& error)
         settings.loginUrl = sandbox_->loginUrl();
         settings.partnerId = sandbox_->partnerId();
         settings.partnerKey = sandbox_->partnerKey();
-        std::fprintf(stderr, "sorvel: no service configured; using the embedded sandbox at %s (demo account)\n",
+        complain("no service configured; using the embedded sandbox at %s (demo account)\n",
                      settings.serverUrl.c_str());
     }
     else if (!canConnect(settings.serverUrl, error))
@@ -160,33 +169,52 @@ bool Runtime::configure(std::string& error)
     return ConfigurationProvider::install(settings, error);
 }
 
-int Runtime::startModules()
+int Runtime::findPlugin()
 {
-    if (GetRunLoop()->attachToCurrentThread() != kResultOk || RegisterWebServiceClasses() != kResultOk ||
-        RegisterAudioFileClass() != kResultOk)
+    pluginPath_ = PluginLibrary::defaultPath();
+    if (pluginPath_.empty())
     {
-        std::fprintf(stderr, "sorvel: the host's modules could not be started\n");
-        return kServiceFailed;
+        std::string folders;
+        for (const std::string& folder : PluginLibrary::searchFolders())
+            folders += "\n  " + folder;
+        complain("no plug-in sorvel.so found; looked in:%s\nInstall it in one of them, or name it "
+                             "in SORVEL_PLUGIN.\n",
+                     folders.c_str());
+        return kConfiguration;
+    }
+    if (std::error_code failure; !std::filesystem::is_regular_file(pluginPath_, failure))
+    {
+        complain("the plug-in %s (SORVEL_PLUGIN) is not a file\n", pluginPath_.c_str());
+        return kConfiguration;
     }
     return kDone;
 }
 
 int Runtime::loadPlugin()
 {
-    const std::string pluginPath = PluginLibrary::defaultPath();
-    if (pluginPath.empty())
+    if (std::string error; !plugin_.load(pluginPath_, error))
     {
-        std::string folders;
-        for (const std::string& folder : PluginLibrary::searchFolders())
-            folders += "\n  " + folder;
-        std::fprintf(stderr, "sorvel: no plug-in sorvel.so found; looked in:%s\nInstall it in one of them, or name it "
-                             "in SORVEL_PLUGIN.\n",
-                     folders.c_str());
+        complain("%s\n", error.c_str());
+        return kServiceFailed;
+    }
+    return kDone;
+}
+
+int Runtime::startModules()
+{
+    // What can be found out without starting anything is checked first: where the plug-in is and
+    // the language its texts are shown in.
+    if (int code = findPlugin(); code != kDone)
+        return code;
+    if (std::string error; !LanguageFile::load(error))
+    {
+        complain("%s\n", error.c_str());
         return kConfiguration;
     }
-    if (std::string error; !plugin_.load(pluginPath, error))
+    if (GetRunLoop()->attachToCurrentThread() != kResultOk || RegisterWebServiceClasses() != kResultOk ||
+        RegisterAudioFileClass() != kResultOk)
     {
-        std::fprintf(stderr, "sorvel: %s\n", error.c_str());
+        complain("the host's modules could not be started\n");
         return kServiceFailed;
     }
     return kDone;
@@ -200,7 +228,7 @@ int Runtime::startOffline()
     // Nothing is sent, so a service configured only in part does not matter here.
     if (std::string error; !Settings::read(settings, error))
     {
-        std::fprintf(stderr, "sorvel: %s\n", error.c_str());
+        complain("%s\n", error.c_str());
         return kConfiguration;
     }
     limits_ = settings.preflight;
@@ -216,11 +244,13 @@ int Runtime::start()
     std::string error;
     if (!configure(error))
     {
-        std::fprintf(stderr, "sorvel: %s\n", error.c_str());
+        complain("%s\n", error.c_str());
         return unreachable_ ? kServiceFailed : kConfiguration;
     }
     alerts_ = makeRef<AlertCollector>();
     GetAlertService()->setPresenter(alerts_);
+    answers_ = makeRef<ServiceAnswers>();
+    GetWebService()->setCallObserver(answers_);
     pages_ = makeRef<OpenedPages>();
     GetSystemShell()->setUrlOpener(pages_);
 
@@ -229,7 +259,7 @@ int Runtime::start()
     auto* component = static_cast<IComponent*>(plugin_.create("Gadget", IComponent::kIID));
     if (!component)
     {
-        std::fprintf(stderr, "sorvel: the plug-in offers no gadget\n");
+        complain("the plug-in offers no gadget\n");
         return kServiceFailed;
     }
     context_ = makeRef<HostContext>();
@@ -243,7 +273,7 @@ Ref<Engine::IPublisher> Runtime::createPublisher()
 {
     auto* publisher = static_cast<Engine::IPublisher*>(plugin_.create("Publisher", Engine::IPublisher::kIID));
     if (!publisher)
-        std::fprintf(stderr, "sorvel: the plug-in offers no publishing target\n");
+        complain("the plug-in offers no publishing target\n");
     return Ref<Engine::IPublisher>::adopt(publisher);
 }
 
@@ -257,7 +287,7 @@ int Runtime::productsNotListed()
     std::string reason = takeServiceFailure();
     if (reason.empty())
         reason = "the service's answer held no list of products";
-    std::fprintf(stderr, "sorvel: the account's products could not be listed (%s). Try again in a moment.\n",
+    complain("the account's products could not be listed (%s). Try again in a moment.\n",
                  reason.c_str());
     return kServiceFailed;
 }
@@ -272,19 +302,32 @@ std::string Runtime::takeServiceFailure()
 int Runtime::signIn(const LoginOptions& options)
 {
     Gadget& gadget = *gadget_;
+    takeServiceFailure(); // what failed before this command is not its reason
     if (!gadget.settle(kTimeoutMs, &gInterrupted))
         return waitFailure();
+    // A request of the gadget's start (a silent sign-in) that got no answer: the service is not
+    // answering, and a sign-in would only wait as long again.
+    if (const std::string failure = takeServiceFailure(); !failure.empty())
+    {
+        complain("the service did not answer (%s). Try again in a moment.", failure.c_str());
+        return kServiceFailed;
+    }
     if (gadget.phase() == Gadget::kSignedIn && (options.user.empty() || gadget.text("Credentials.username") == options.user))
         return kDone;
 
     std::string user = options.user.empty() ? gadget.text("Credentials.username") : options.user;
     bool remember = options.remember;
     std::string password;
+    if (options.passwordFromStdin && user.empty())
+    {
+        complain("--password-stdin needs --user NAME: there is no stored login to go with the password");
+        return kUsage;
+    }
     if (options.passwordFromStdin)
     {
         if (!readPasswordFromStdin(password))
         {
-            std::fprintf(stderr, "sorvel: no password on standard input\n");
+            complain("no password on standard input\n");
             return kUsage;
         }
     }
@@ -298,7 +341,7 @@ int Runtime::signIn(const LoginOptions& options)
         }
         else if (!hasTerminal())
         {
-            std::fprintf(stderr, "sorvel: not signed in: give --user NAME and the password on standard input "
+            complain("not signed in: give --user NAME and the password on standard input "
                                  "(--password-stdin), or run `sorvel signin` once with --remember\n");
             return kUsage;
         }
@@ -314,7 +357,7 @@ int Runtime::signIn(const LoginOptions& options)
                             (remember ? Security::CredentialPromptRequest::kSave : 0u);
             if (!dialog->prompt(request))
             {
-                std::fprintf(stderr, "sorvel: sign-in cancelled\n");
+                complain("sign-in cancelled\n");
                 return gInterrupted.load(std::memory_order_relaxed) ? kInterrupted : kUsage;
             }
             user = request.userName.toUtf8();
@@ -339,7 +382,7 @@ int Runtime::signIn(const LoginOptions& options)
         if (const std::string failure = takeServiceFailure(); !failure.empty())
         {
             alerts_->printHeld(kLoginFailed);
-            std::fprintf(stderr, "sorvel: cannot sign in: the service did not answer (%s); the login was not "
+            complain("cannot sign in: the service did not answer (%s); the login was not "
                                  "checked. Try again in a moment.\n",
                          failure.c_str());
             return kServiceFailed;
@@ -351,8 +394,30 @@ int Runtime::signIn(const LoginOptions& options)
     if (alerts_->contains(kSessionExpired))
         return kSignInRefused;
     if (gadget.phase() == Gadget::kSignedIn)
+    {
+        if (remember && !loginKept(user))
+        {
+            rememberFailed_ = true;
+            complain("signed in, but the login could not be kept in the keyring (is a Secret Service such as "
+                     "gnome-keyring running and unlocked?); give the password again next time");
+        }
         return kDone;
-    return alerts_->contains(kLoginFailed) ? kSignInRefused : kServiceFailed;
+    }
+    if (alerts_->contains(kLoginFailed))
+        return kSignInRefused;
+    complain("cannot sign in: the service's answer did not complete the sign-in");
+    return kServiceFailed;
+}
+
+bool Runtime::loginKept(const std::string& user)
+{
+    ICredentialManager* store = GetCredentialManager();
+    ICredential* found = nullptr;
+    if (!store || store->lookup(kCredentialTarget, &found) != kResultOk || !found)
+        return false;
+    const Ref<ICredential> credential = Ref<ICredential>::adopt(found);
+    const char* kept = credential->getUserName();
+    return kept && user == kept;
 }
 
 } // namespace Host

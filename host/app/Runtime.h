@@ -5,6 +5,7 @@
 #include "host/app/Gadget.h"
 #include "host/app/HostObjects.h"
 #include "host/app/PluginLibrary.h"
+#include "host/app/ServiceAnswers.h"
 #include "host/preflight/PreflightLimits.h"
 
 #include <atomic>
@@ -86,24 +87,36 @@ public:
     PluginLibrary& plugin() { return plugin_; }
     AlertCollector& alerts() { return *alerts_; }
     OpenedPages& pages() { return *pages_; }
+    /// The reasons the service gave for what it refused.
+    ServiceAnswers& answers() { return *answers_; }
     HostContext& context() { return *context_; }
     bool usesEmbeddedSandbox() const { return sandbox_ != nullptr; }
+    /// Whether a sign-in asked to remember the login and the keyring did not keep it.
+    bool rememberFailed() const { return rememberFailed_; }
+    /// The host name under which the plug-in keeps the user's login in the keyring.
+    static constexpr const char* kCredentialTarget = "sorvel.com";
     /// What stopped a wait: kInterrupted after Ctrl-C, else kServiceFailed.
     int waitFailure() const;
 
 private:
     bool configure(std::string& error);
+    /// Whether the keyring holds a login of `user`.
+    static bool loginKept(const std::string& user);
+    int findPlugin();
     int startModules();
     int loadPlugin();
 
     std::unique_ptr<SorvelSandbox::Sandbox> sandbox_;
     bool unreachable_ = false; ///< the configured server did not answer
+    bool rememberFailed_ = false;
     PreflightLimits limits_;
+    std::string pluginPath_;
     PluginLibrary plugin_;
     KVX::Ref<Gadget> gadget_;
     KVX::Ref<HostContext> context_;
     KVX::Ref<AlertCollector> alerts_;
     KVX::Ref<OpenedPages> pages_;
+    KVX::Ref<ServiceAnswers> answers_;
 };
 
 } // namespace Host

@@ -2,6 +2,7 @@
 // publishing target from the command line.
 
 #include "host/app/Commands.h"
+#include "host/app/JsonOutput.h"
 #include "SorvelVersion.h"
 
 #include <CLI/CLI.hpp>
@@ -138,28 +139,38 @@ int main(int argc, char** argv)
 
     installInterruptHandler();
     Runtime::setStallTimeout(timeoutSeconds);
-    if (*publishCommand)
-    {
-        publishOptions.progress = !noProgress;
-        publishOptions.fields = givenFields(fieldValues);
-        return publish(publishOptions);
-    }
-    if (*checkCommand)
-    {
-        checkOptions.fields = givenFields(checkFieldValues);
-        return checkFiles(checkOptions);
-    }
-    if (*gadgetCommand)
-    {
-        gadgetOptions.openBrowser = !noBrowser;
-        gadgetOptions.fields = givenFields(gadgetFieldValues);
-        return showGadget(gadgetOptions);
-    }
-    if (*productsCommand)
-        return listProducts(login, json);
-    if (*dashboardCommand)
-        return showDashboard(login, json);
-    if (*signinCommand)
-        return signInOnly(login, json);
-    return signOut(forget, json);
+    const auto run = [&]() -> int {
+        if (*publishCommand)
+        {
+            publishOptions.progress = !noProgress;
+            publishOptions.fields = givenFields(fieldValues);
+            return publish(publishOptions);
+        }
+        if (*checkCommand)
+        {
+            checkOptions.fields = givenFields(checkFieldValues);
+            return checkFiles(checkOptions);
+        }
+        if (*gadgetCommand)
+        {
+            gadgetOptions.openBrowser = !noBrowser;
+            gadgetOptions.fields = givenFields(gadgetFieldValues);
+            return showGadget(gadgetOptions);
+        }
+        if (*productsCommand)
+            return listProducts(login, json);
+        if (*dashboardCommand)
+            return showDashboard(login, json);
+        if (*signinCommand)
+            return signInOnly(login, json);
+        return signOut(forget, json);
+    };
+    const int code = run();
+    // With --json every outcome is one document on standard output, also when the command
+    // ended before it could print its own.
+    const bool wantsJson = (*publishCommand && publishOptions.json) || (*checkCommand && checkOptions.json) ||
+                           (!*publishCommand && !*checkCommand && !*gadgetCommand && json);
+    if (wantsJson && code != kDone && !JsonOutput::printedAny())
+        printFailureJson(code);
+    return code;
 }

@@ -1,6 +1,7 @@
 #include "host/config/Settings.h"
 
 #include "framework/data/Json.h"
+#include "host/config/JsonSyntax.h"
 #include "framework/data/Url.h"
 
 #include <cerrno>
@@ -126,7 +127,8 @@ bool Settings::parse(std::string_view text, std::string_view origin, Settings& s
     Attributes values;
     if (!Json::load(values, text))
     {
-        error = where + " is not a JSON object";
+        const std::string syntax = jsonSyntaxError(text);
+        error = where + (syntax.empty() ? " is not a JSON object" : " is not valid JSON: " + syntax);
         return false;
     }
     for (const Attributes::Member& member : values)

@@ -168,6 +168,10 @@ public:
     tresult getRowIcon(int32 row, const char*& image) override { return model_.getRowIcon(row, image); }
     tresult getRowFlag(int32 row, int32& flag) override { return model_.getRowFlag(row, flag); }
     tresult getTooltip(int32 row, int32 column, const char*& text) override { return model_.getTooltip(row, column, text); }
+    tresult getCellValue(int32 row, int32 column, ValueRecord& value) override
+    {
+        return model_.getCellValue(row, column, value);
+    }
     tresult canRemoveRow(int32 row) override { return model_.canRemoveRow(row); }
     tresult removeRow(int32 row) override { return model_.removeRow(row); }
     tresult canAcceptDrop(int32 row, IDragSession* session) override { return model_.canAcceptDrop(row, session); }

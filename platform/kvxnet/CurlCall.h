@@ -76,6 +76,8 @@ public:
 
     // The outcome, read after complete() by the thread that learnt of it.
     bool gotResponse() const { return gotResponse_; }
+    const CString& method() const { return request_.method; }
+    const CString& url() const { return request_.url; }
     int32 status() const { return status_; }
     const CString& errorText() const { return errorText_; }
     Ref<MemoryStream> takeResponse() { return std::move(response_); }

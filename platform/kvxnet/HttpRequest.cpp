@@ -232,6 +232,12 @@ void HttpRequest::takeOutcome(CurlCall& call)
         WebService::noteFailure(CString("HTTP status " + std::to_string(status_)));
     response_ = call.gotResponse() ? call.takeResponse() : Ref<MemoryStream>();
     responseHeaders_ = call.takeHeaders();
+    if (call.gotResponse())
+    {
+        const std::string_view body = response_ ? response_->view() : std::string_view();
+        WebService::noteAnswer({call.method().c_str(), call.url().c_str(), status_, body.data(),
+                                std::min<uint64>(body.size(), Web::AnsweredCall::kMaxBody)});
+    }
 }
 
 void HttpRequest::postToUi(uint64 serial, std::function<void(HttpRequest&)> action)

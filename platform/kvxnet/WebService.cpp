@@ -50,6 +50,8 @@ namespace {
 
 std::mutex failureMutex;
 CString lastFailure;
+std::mutex observerMutex;
+Ref<Web::ICallObserver> callObserver;
 
 } // namespace
 
@@ -72,6 +74,24 @@ uint32 WebService::takeLastFailure(char* buffer, uint32 size)
     const auto length = static_cast<uint32>(text.size());
     lastFailure = CString();
     return length;
+}
+
+void WebService::setCallObserver(Web::ICallObserver* observer)
+{
+    std::lock_guard lock(observerMutex);
+    callObserver = observer;
+}
+
+void WebService::noteAnswer(const Web::AnsweredCall& call)
+{
+    Ref<Web::ICallObserver> observer;
+    {
+        std::lock_guard lock(observerMutex);
+        observer = callObserver;
+    }
+    // Told outside the lock: an observer may replace itself.
+    if (observer)
+        observer->onCallAnswered(call);
 }
 
 void WebService::setTimeouts(uint32 connectMs, uint32 stallMs)

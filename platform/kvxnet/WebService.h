@@ -1,6 +1,7 @@
 #pragma once
 
 #include "framework/core/Object.h"
+#include "framework/services/ICallObserver.h"
 #include "framework/services/IWebService.h"
 #include "platform/kvxnet/TransferSettings.h"
 
@@ -19,9 +20,12 @@ public:
     void setCertificateAuthorityFile(const char* path) override;
     void setTimeouts(uint32 connectMs, uint32 stallMs) override;
     uint32 takeLastFailure(char* buffer, uint32 size) override;
+    void setCallObserver(Web::ICallObserver* observer) override;
 
     /// Notes the outcome of a call that ended without a usable answer (see takeLastFailure).
     static void noteFailure(const CString& text);
+    /// Tells the host's observer, if any, of an answered call.
+    static void noteAnswer(const Web::AnsweredCall& call);
     KVX_FORWARD_UNKNOWN(Object)
 
 private:

@@ -30,7 +30,7 @@ String& Title::getDisplayTitle(String& result) const
 {
     result = name.trimmed();
     if (result.isEmpty())
-        result = Texts::translate("[no title]");
+        result = Texts::translate(Engine::TextKeys::kNoTitle);
     return result;
 }
 

@@ -34,13 +34,13 @@ namespace {
 /// is one (it hands its tracks over on the user-interface thread), hence atomic.
 std::atomic<Manager*> currentManager{nullptr};
 
-constexpr const char* kLoginFailedText =
-    "Login failed. Please note that usernames and passwords are case sensitive.";
-constexpr const char* kSessionExpiredText = "Session expired. Please login again.";
-constexpr const char* kUploadFailedText = "Upload failed!";
-constexpr const char* kAddNewProductText = "-- Add a new Product --";
-constexpr const char* kUntitledText = "Untitled";
-constexpr const char* kRefreshText = "Refresh";
+using namespace Engine::TextKeys;
+constexpr const char* kLoginFailedText = kLoginFailed;
+constexpr const char* kSessionExpiredText = kSessionExpired;
+constexpr const char* kUploadFailedText = kUploadFailed;
+constexpr const char* kAddNewProductText = kAddNewProduct;
+constexpr const char* kUntitledText = kUntitled;
+constexpr const char* kRefreshText = kRefresh;
 
 /// Tells the track table whether an upload runs by asking the session, so that the table holds
 /// the session rather than the Manager that owns the table.

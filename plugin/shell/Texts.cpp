@@ -1,32 +1,29 @@
 #include "plugin/shell/Texts.h"
 
+#include "framework/services/TextServices.h"
+
+#include <string>
+
 namespace Sorvel {
+
+KVX::String Texts::translate(const KVX::String& english)
+{
+    const std::string key = english.toUtf8();
+    char buffer[512];
+    const KVX::uint32 length = GetLocalizedText(kScope, key.c_str(), buffer, sizeof buffer);
+    if (length == 0)
+        return table().translate(english);
+    if (length < sizeof buffer)
+        return KVX::String::fromUtf8(std::string_view(buffer, length));
+    std::string longer(length + 1, '\0');
+    GetLocalizedText(kScope, key.c_str(), longer.data(), length + 1);
+    longer.resize(length);
+    return KVX::String::fromUtf8(longer);
+}
 
 void Texts::registerAll()
 {
-    static constexpr const char* kTexts[] = {
-        "Refresh",
-        "Upload failed!",
-        "Session expired. Please login again.",
-        "Login failed. Please note that usernames and passwords are case sensitive.",
-        "-- Add a new Product --",
-        "Untitled",
-        "[no title]",
-        "Track",
-        "File",
-        "State",
-        "Remove",
-        "Add",
-        "Replace",
-        "Uploaded",
-        "Invalid Format",
-        "The file format is not supported (WAV 44.1 Khz expected).",
-        "%(1:1)%% uploaded",
-        "Upload Complete",
-        "Upload Failed",
-        "Multiple Tracks Selected",
-    };
-    for (const char* text : kTexts)
+    for (const char* text : Engine::TextKeys::kAll)
         table().registerText(text);
 }
 

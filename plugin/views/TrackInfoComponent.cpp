@@ -119,7 +119,7 @@ void TrackInfoComponent::update()
 
             if (multiple)
             {
-                texts[kName] = texts[kIsrc] = Texts::translate("Multiple Tracks Selected");
+                texts[kName] = texts[kIsrc] = Texts::translate(Engine::TextKeys::kMultipleTracks);
                 titleEnabled = false;
             }
             else if (file && !remote)

@@ -2,6 +2,8 @@
 
 #include "plugin/shell/Texts.h"
 
+#include "framework/interfaces/TrackRowState.h"
+
 using namespace KVX;
 
 namespace Sorvel {
@@ -68,12 +70,12 @@ bool TrackItem::getTooltip(String& tooltip, std::string_view columnId) const
 {
     if (columnId == kRemoveColumn)
     {
-        tooltip = localTrack_ ? Texts::translate("Remove") : String();
+        tooltip = localTrack_ ? Texts::translate(Engine::TextKeys::kRemove) : String();
         return true;
     }
     if (localTrack_ && localTrack_->incompatible)
     {
-        tooltip = Texts::translate("The file format is not supported (WAV 44.1 Khz expected).");
+        tooltip = Texts::translate(Engine::TextKeys::kFormatNotSupported);
         return true;
     }
     if (columnId == kRemoteTrackColumn)
@@ -84,6 +86,37 @@ bool TrackItem::getTooltip(String& tooltip, std::string_view columnId) const
     if (columnId == kLocalTrackColumn && localTrack_)
     {
         tooltip = getLocalPathText();
+        return true;
+    }
+    return false;
+}
+
+static_assert(int32(LocalTrack::kNotUploaded) == int32(Engine::kRowWaiting) &&
+                  int32(LocalTrack::kUploading) == int32(Engine::kRowUploading) &&
+                  int32(LocalTrack::kUploaded) == int32(Engine::kRowUploaded) &&
+                  int32(LocalTrack::kUploadFailed) == int32(Engine::kRowFailed),
+              "a row's state value is its file's upload state");
+
+bool TrackItem::getValue(Variant& value, std::string_view columnId) const
+{
+    if (columnId == kStatusColumn)
+    {
+        if (!localTrack_)
+            value = static_cast<int32>(Engine::kRowOnService);
+        else if (localTrack_->incompatible)
+            value = static_cast<int32>(Engine::kRowUnsupportedFormat);
+        else
+            value = static_cast<int32>(localTrack_->uploadState); // the track table's own 0 to 3
+        return true;
+    }
+    if (columnId == kRemoteTrackColumn && remoteTrack_)
+    {
+        value = remoteTrack_->name;
+        return true;
+    }
+    if (columnId == kLocalTrackColumn && localTrack_)
+    {
+        value = getLocalPathText();
         return true;
     }
     return false;

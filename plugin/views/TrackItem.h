@@ -45,6 +45,9 @@ public:
     /// row without a file, as the base does.
     bool drawCell(KVX::ListCell& cell) override;
     bool getTooltip(KVX::String& tooltip, std::string_view columnId) const override;
+    /// What a host acts on (Engine::TrackRowState): the state of the row in "status", the
+    /// product's track name in "remote_track", the file's whole path in "local_track".
+    bool getValue(KVX::Variant& value, std::string_view columnId) const override;
 
 private:
     KVX::Ref<LocalTrack> localTrack_;

@@ -18,9 +18,9 @@ KVX_DEFINE_CLASS(TrackList, ListViewModel, "TrackList")
 TrackList::TrackList(IUploadState* uploadState) : uploadState_(uploadState)
 {
     columns().addColumn(20, String(), TrackItem::kRemoveColumn);
-    columns().addColumn(200, "Track", TrackItem::kRemoteTrackColumn, ColumnList::kSizable);
-    columns().addColumn(300, "File", TrackItem::kLocalTrackColumn, ColumnList::kSizable);
-    columns().addColumn(200, "State", TrackItem::kStatusColumn);
+    columns().addColumn(200, Engine::TextKeys::kTrackColumn, TrackItem::kRemoteTrackColumn, ColumnList::kSizable);
+    columns().addColumn(300, Engine::TextKeys::kFileColumn, TrackItem::kLocalTrackColumn, ColumnList::kSizable);
+    columns().addColumn(200, Engine::TextKeys::kStateColumn, TrackItem::kStatusColumn);
 }
 
 bool TrackList::isUploading() const
@@ -233,25 +233,25 @@ TrackList::Status TrackList::getStatus(const TrackItem& row) const
 {
     const LocalTrack* file = row.getLocalTrack();
     if (!file)
-        return {Texts::translate("Uploaded"), "onserver", "status", 1};
+        return {Texts::translate(Engine::TextKeys::kUploaded), "onserver", "status", 1};
     if (file->incompatible)
-        return {Texts::translate("Invalid Format"), "error", "status", 1};
+        return {Texts::translate(Engine::TextKeys::kInvalidFormat), "error", "status", 1};
 
     const bool replaces = row.getRemoteTrack() != nullptr;
-    const String base = Texts::translate(replaces ? "Replace" : "Add");
+    const String base = Texts::translate(replaces ? Engine::TextKeys::kReplace : Engine::TextKeys::kAdd);
     const char* baseColor = replaces ? "replace" : "upload";
     const String separator(" - ");
     switch (file->uploadState)
     {
     case LocalTrack::kUploaded:
-        return {base + separator + Texts::translate("Upload Complete"), "success", "status", 1};
+        return {base + separator + Texts::translate(Engine::TextKeys::kUploadComplete), "success", "status", 1};
     case LocalTrack::kUploadFailed:
-        return {base + separator + Texts::translate("Upload Failed"), "error", "status", 1};
+        return {base + separator + Texts::translate(Engine::TextKeys::kUploadFailedState), "error", "status", 1};
     case LocalTrack::kUploading:
         if (&row == currentItem_.get())
         {
             const double percent = static_cast<float>(progress_ * 100);
-            const String uploaded = TextFormatter::format(Texts::translate("%(1:1)%% uploaded"), {Variant(percent)});
+            const String uploaded = TextFormatter::format(Texts::translate(Engine::TextKeys::kPercentUploaded), {Variant(percent)});
             return {base + separator + uploaded, "uploading", "statusup", progress_};
         }
         break;

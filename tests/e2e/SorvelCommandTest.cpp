@@ -182,7 +182,7 @@ TEST_F(SorvelProgram, ProductsDashboardAndHelp)
     const auto document = parse(run.out);
     ASSERT_TRUE(document.IsObject()) << run.out;
     ASSERT_EQ(document["products"].Size(), 3u);
-    EXPECT_STREQ(document["products"][0].GetString(), "Night Drive");
+    EXPECT_STREQ(document["products"][0]["name"].GetString(), "Night Drive");
 
     run = sorvel({"dashboard", "--user", login.username, "--password-stdin"}, login.password);
     ASSERT_EQ(run.exitCode, 0) << run.err;
@@ -334,7 +334,7 @@ TEST_F(SorvelProgram, AStrictPublishUploadsNothingWhenThePreflightReportFindsFau
     EXPECT_TRUE(sandbox->requestLog().entries(Endpoint::CreateTrack).empty());
     EXPECT_EQ(sandbox->storedFiles().size(), storedBefore);
     const std::filesystem::path kept = document["rendered_folder"].GetString();
-    EXPECT_TRUE(std::filesystem::exists(kept / "Take.wav")) << "the rendered file is kept for another try";
+    EXPECT_TRUE(std::filesystem::exists(kept / "001" / "Take.wav")) << "the rendered file is kept for another try";
 
     // The new take of the product's own track keeps its code: no fault, and the upload goes on.
     run = sorvel({"publish", "--user", login.username, "--password-stdin", "--strict", "--no-progress", "--product",

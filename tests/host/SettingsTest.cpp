@@ -108,9 +108,11 @@ TEST_F(SettingsTest, AFileOthersCanReadIsRefusedWithoutItsSecret)
 TEST_F(SettingsTest, BadFilesAndIncompleteOrWrongValuesAreExplained)
 {
     const std::pair<const char*, const char*> cases[] = {
-        {"", "is not a JSON object"},
+        {"", "is not valid JSON: line 1, column 1: The document is empty."},
         {"[1, 2]", "is not a JSON object"},
-        {"{\"ServerURL\": ", "is not a JSON object"},
+        {"{\"ServerURL\": ", "is not valid JSON: line 1, column 15: Invalid value."},
+        {"{\n  \"ServerURL\": \"https://\u00fcber/\"\n  \"LoginURL\": \"x\"}", "line 3, column 3: Missing a comma"},
+        {"{\"Überall\": \"x\",}", "line 1, column 17: Missing a name for object member."},
         {R"({"ServerUrl": "https://x/"})", "unknown setting \"ServerUrl\""},
         {R"({"PartnerID": 7})", "\"PartnerID\" must be a text"},
         {R"({"ServerURL": "https://api.example.com/"})", "LoginURL, PartnerID, PartnerKey missing"},

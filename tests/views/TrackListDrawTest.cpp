@@ -7,6 +7,8 @@
 #include "ViewTestSupport.h"
 
 #include "framework/graphics/ViewStyle.h"
+#include "framework/interfaces/TrackRowState.h"
+#include "framework/services/TextServices.h"
 #include "plugin/views/TrackList.h"
 
 #include <gtest/gtest.h>
@@ -76,23 +78,24 @@ TEST_F(TrackTableCells, EveryStatusRowHasItsTextColoursAndBar)
         uint32 bar;
         uint32 textColor;
         int32 barWidth; // of 200
+        int32 state;    // the status cell's value
     };
     auto uploadingRow = row(nullptr, localTrack("up", LocalTrack::kUploading));
     const Case cases[] = {
-        {row(remoteTrack("R"), nullptr), "Uploaded", kOnServer, kStatus, 200},
-        {row(nullptr, localTrack("bad", LocalTrack::kNotUploaded, true)), "Invalid Format", kError, kStatus, 200},
-        {row(nullptr, localTrack("bad", LocalTrack::kUploaded, true)), "Invalid Format", kError, kStatus, 200},
-        {row(nullptr, localTrack("new")), "Add", kUpload, kStatus, 200},
-        {row(remoteTrack("R"), localTrack("mix")), "Replace", kReplace, kStatus, 200},
-        {row(nullptr, localTrack("new", LocalTrack::kUploaded)), "Add - Upload Complete", kSuccess, kStatus, 200},
+        {row(remoteTrack("R"), nullptr), "Uploaded", kOnServer, kStatus, 200, Engine::kRowOnService},
+        {row(nullptr, localTrack("bad", LocalTrack::kNotUploaded, true)), "Invalid Format", kError, kStatus, 200, Engine::kRowUnsupportedFormat},
+        {row(nullptr, localTrack("bad", LocalTrack::kUploaded, true)), "Invalid Format", kError, kStatus, 200, Engine::kRowUnsupportedFormat},
+        {row(nullptr, localTrack("new")), "Add", kUpload, kStatus, 200, Engine::kRowWaiting},
+        {row(remoteTrack("R"), localTrack("mix")), "Replace", kReplace, kStatus, 200, Engine::kRowWaiting},
+        {row(nullptr, localTrack("new", LocalTrack::kUploaded)), "Add - Upload Complete", kSuccess, kStatus, 200, Engine::kRowUploaded},
         {row(remoteTrack("R"), localTrack("mix", LocalTrack::kUploaded)), "Replace - Upload Complete", kSuccess,
-         kStatus, 200},
-        {row(nullptr, localTrack("new", LocalTrack::kUploadFailed)), "Add - Upload Failed", kError, kStatus, 200},
+         kStatus, 200, Engine::kRowUploaded},
+        {row(nullptr, localTrack("new", LocalTrack::kUploadFailed)), "Add - Upload Failed", kError, kStatus, 200, Engine::kRowFailed},
         {row(remoteTrack("R"), localTrack("mix", LocalTrack::kUploadFailed)), "Replace - Upload Failed", kError,
-         kStatus, 200},
-        {uploadingRow, "Add - 50.0% uploaded", kUploading, kStatusUp, 100},
-        {row(remoteTrack("R"), localTrack("waiting", LocalTrack::kUploading)), "Replace", kReplace, kStatus, 200},
-        {row(nullptr, localTrack("waiting", LocalTrack::kUploading)), "Add", kUpload, kStatus, 200},
+         kStatus, 200, Engine::kRowFailed},
+        {uploadingRow, "Add - 50.0% uploaded", kUploading, kStatusUp, 100, Engine::kRowUploading},
+        {row(remoteTrack("R"), localTrack("waiting", LocalTrack::kUploading)), "Replace", kReplace, kStatus, 200, Engine::kRowUploading},
+        {row(nullptr, localTrack("waiting", LocalTrack::kUploading)), "Add", kUpload, kStatus, 200, Engine::kRowUploading},
     };
     for (const Case& c : cases)
         table->appendItem(c.row);
@@ -117,6 +120,13 @@ TEST_F(TrackTableCells, EveryStatusRowHasItsTextColoursAndBar)
             << "only the current row is bold: " << c.text;
         EXPECT_STREQ(drawn.texts[0].font.face, "Arial");
         EXPECT_EQ(drawn.texts[0].font.size, 12);
+        ValueRecord value;
+        ASSERT_EQ(static_cast<IItemModel&>(*table).getCellValue(index, table->columns().indexOf(TrackItem::kStatusColumn),
+                                                                value),
+                  kResultOk)
+            << c.text;
+        EXPECT_EQ(value.type, ValueRecord::kInt) << c.text;
+        EXPECT_EQ(value.intValue, c.state) << c.text;
     }
 
     // The percentage is the progress narrowed to single precision, with one decimal.
@@ -259,4 +269,42 @@ TEST_F(TrackTableCells, AStyleWithoutAColourDrawsInBlack)
     ASSERT_EQ(port->texts.size(), 1u);
     EXPECT_EQ(port->texts[0].rgba, kText);
     EXPECT_EQ(port->texts[0].font.size, 12);
+}
+
+TEST_F(TrackTableCells, TheValuesBehindTheCellsStayWhenALanguageFileTranslatesTheirWords)
+{
+    table->appendItem(row(remoteTrack("Tunnel"), localTrack("mix", LocalTrack::kUploaded)));
+    table->appendItem(row(nullptr, localTrack("new")));
+    table->appendItem(row(remoteTrack("Headlights"), nullptr));
+    auto& model = static_cast<IItemModel&>(*table);
+    const int32 status = table->columns().indexOf(TrackItem::kStatusColumn);
+    const int32 title = table->columns().indexOf(TrackItem::kRemoteTrackColumn);
+    const int32 file = table->columns().indexOf(TrackItem::kLocalTrackColumn);
+    auto text = [&](int32 row, int32 column) {
+        ValueRecord value;
+        if (model.getCellValue(row, column, value) != kResultOk)
+            return std::string("(none)");
+        EXPECT_EQ(value.type, ValueRecord::kString);
+        return std::string(value.text, value.textLength);
+    };
+
+    ASSERT_EQ(SetLocalizedText("Sorvel", "Replace", "Ersetzen"), kResultOk);
+    ASSERT_EQ(SetLocalizedText("Sorvel", "Upload Complete", "Hochgeladen"), kResultOk);
+    EXPECT_EQ(paint(0, TrackItem::kStatusColumn).texts[0].text, "Ersetzen - Hochgeladen");
+    ValueRecord value;
+    ASSERT_EQ(model.getCellValue(0, status, value), kResultOk);
+    EXPECT_EQ(value.intValue, Engine::kRowUploaded);
+    ClearLocalizedTexts("Sorvel");
+    EXPECT_EQ(paint(0, TrackItem::kStatusColumn).texts[0].text, "Replace - Upload Complete")
+        << "the English text is the fallback again";
+
+    // The product's track by name, the file by its whole path; no value where the row has none.
+    EXPECT_EQ(text(0, title), "Tunnel");
+    EXPECT_EQ(text(1, title), "(none)") << "a new file pairs no track";
+    EXPECT_EQ(text(2, title), "Headlights");
+    EXPECT_EQ(text(1, file), tooltip(1, TrackItem::kLocalTrackColumn)) << "the whole path";
+    EXPECT_EQ(text(2, file), "(none)");
+    EXPECT_EQ(model.getCellValue(0, table->columns().indexOf(TrackItem::kRemoveColumn), value), kInvalidArgument);
+    EXPECT_EQ(model.getCellValue(3, status, value), kInvalidArgument) << "no such row";
+    EXPECT_EQ(model.getCellValue(0, 9, value), kInvalidArgument) << "no such column";
 }

@@ -1,0 +1,37 @@
+#include "host/app/Complaint.h"
+
+#include <cstdarg>
+#include <cstdio>
+
+namespace Host {
+
+namespace {
+
+std::string last; // the user-interface thread says everything
+
+} // namespace
+
+void complain(const char* format, ...)
+{
+    va_list arguments;
+    va_start(arguments, format);
+    va_list copy;
+    va_copy(copy, arguments);
+    const int length = std::vsnprintf(nullptr, 0, format, copy);
+    va_end(copy);
+    std::string text(length > 0 ? static_cast<size_t>(length) : 0, '\0');
+    if (length > 0)
+        std::vsnprintf(text.data(), text.size() + 1, format, arguments);
+    va_end(arguments);
+    while (!text.empty() && text.back() == '\n')
+        text.pop_back();
+    std::fprintf(stderr, "sorvel: %s\n", text.c_str());
+    last = text;
+}
+
+const std::string& lastComplaint()
+{
+    return last;
+}
+
+} // namespace Host
