@@ -20,6 +20,7 @@
 #include "framework/data/Url.h"
 
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
@@ -109,6 +110,11 @@ Runtime::Runtime() = default;
 void Runtime::setStallTimeout(uint32 seconds)
 {
     stallTimeoutSeconds = seconds;
+}
+
+uint32 Runtime::stallTimeout()
+{
+    return stallTimeoutSeconds ? stallTimeoutSeconds : kDefaultStallTimeoutSeconds;
 }
 
 Runtime::~Runtime()
@@ -303,15 +309,19 @@ int Runtime::signIn(const LoginOptions& options)
 {
     Gadget& gadget = *gadget_;
     takeServiceFailure(); // what failed before this command is not its reason
+    const auto started = std::chrono::steady_clock::now();
     if (!gadget.settle(kTimeoutMs, &gInterrupted))
         return waitFailure();
-    // A request of the gadget's start (a silent sign-in) that got no answer: the service is not
-    // answering, and a sign-in would only wait as long again.
-    if (const std::string failure = takeServiceFailure(); !failure.empty())
-    {
-        complain("the service did not answer (%s). Try again in a moment.", failure.c_str());
-        return kServiceFailed;
-    }
+    // The gadget's start (a silent sign-in with the stored login) waited a whole time-out for an
+    // answer that did not come: the service is not answering, and a sign-in would only wait as
+    // long again. A quick failure (a dropped connection) is worth the sign-in that follows.
+    if (gadget.phase() != Gadget::kSignedIn &&
+        std::chrono::steady_clock::now() - started >= std::chrono::seconds(stallTimeout()))
+        if (const std::string failure = takeServiceFailure(); !failure.empty())
+        {
+            complain("cannot sign in: the service did not answer (%s). Try again in a moment.", failure.c_str());
+            return kServiceFailed;
+        }
     if (gadget.phase() == Gadget::kSignedIn && (options.user.empty() || gadget.text("Credentials.username") == options.user))
         return kDone;
 

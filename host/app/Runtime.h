@@ -57,6 +57,10 @@ public:
     /// How long a request may go without any data moving before it fails (the network module's
     /// stall time-out); 0 keeps the module's default. Applies to runtimes started afterwards.
     static void setStallTimeout(KVX::uint32 seconds);
+    /// The stall time-out in force, in seconds.
+    static KVX::uint32 stallTimeout();
+    /// The network module's own stall time-out, which --timeout replaces.
+    static constexpr KVX::uint32 kDefaultStallTimeoutSeconds = 30;
 
     /// Starts everything up to an opened gadget. On failure returns the exit code, having said
     /// why on standard error.

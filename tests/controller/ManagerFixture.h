@@ -1,5 +1,7 @@
 #pragma once
 
+#include "framework/interfaces/TextKeys.h"
+
 // What the controller's tests share: the service emulator on a port of its own, the host's side
 // (a configuration provider registered with the plug-in manager, an alert presenter and a URL
 // opener that record what reaches them), and a Manager driven as a form drives it: parameters
@@ -314,8 +316,8 @@ protected:
     std::filesystem::path folder;
 };
 
-inline const std::string kLoginFailed = "Login failed. Please note that usernames and passwords are case sensitive.";
-inline const std::string kSessionExpired = "Session expired. Please login again.";
-inline const std::string kAddNew = "-- Add a new Product --";
+inline const std::string kLoginFailed = Engine::TextKeys::kLoginFailed;
+inline const std::string kSessionExpired = Engine::TextKeys::kSessionExpired;
+inline const std::string kAddNew = Engine::TextKeys::kAddNewProduct;
 
 } // namespace ControllerTests

@@ -176,7 +176,7 @@ TEST_F(ManagerUploads, AFailedBatchShowsOneAlertAndAnExpiredSessionSignsOut)
     list({file("Broken")}, "Broken Album");
     sandbox.injectFault(Endpoint::Upload, Fault::httpStatus(500));
     ASSERT_TRUE(upload());
-    EXPECT_EQ(alerts->shown, std::vector<std::string>{"Upload failed!"});
+    EXPECT_EQ(alerts->shown, std::vector<std::string>{Engine::TextKeys::kUploadFailed});
     EXPECT_EQ(rows(), (std::vector<Row>{{"", "Broken", "Add - Upload Failed"}}));
     EXPECT_TRUE(browser->opened.empty());
     EXPECT_EQ(phase(), Manager::kSignedIn);

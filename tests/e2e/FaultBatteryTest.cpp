@@ -5,6 +5,7 @@
 // for another try. Every case also checks that the program ends in time, the source files are
 // untouched, the user's cache holds nothing but a kept batch, the stored login is unchanged, no
 // product or track is created twice and no one-time upload address is posted to twice.
+#include "framework/interfaces/TextKeys.h"
 #include "tests/e2e/SorvelProgram.h"
 #include "tests/security/ShellCommand.h"
 #include "tests/support/LoopbackSocket.h"
@@ -173,16 +174,16 @@ TEST_F(FaultSuite, EveryStepFailingInEveryWayEndsAsTheUserExpects)
     };
 
     // What each step's failure means to the user; a kind listed under a step differs from it.
-    const Outcome signInRefused{3, "Login failed. Please note that usernames and passwords are case sensitive.", "", false};
+    const Outcome signInRefused{3, Engine::TextKeys::kLoginFailed, "", false};
     const Outcome noAnswerAtSignIn{1, "cannot sign in: the service did not answer", "", false};
-    const Outcome sessionExpiredEarly{3, "Session expired. Please login again.", "", false};
+    const Outcome sessionExpiredEarly{3, Engine::TextKeys::kSessionExpired, "", false};
     const Outcome notListed{1, "the account's products could not be listed", "", false};
     const Outcome uploaded{0, "", "uploaded uploaded", false};
-    const Outcome productFailed{1, "Upload failed!", "add add", true};
-    const Outcome productExpired{3, "Session expired. Please login again.", "add add", true};
-    const Outcome trackFailed{1, "Upload failed!", "failed add", true};
+    const Outcome productFailed{1, Engine::TextKeys::kUploadFailed, "add add", true};
+    const Outcome productExpired{3, Engine::TextKeys::kSessionExpired, "add add", true};
+    const Outcome trackFailed{1, Engine::TextKeys::kUploadFailed, "failed add", true};
     // The expired session signs the user out, which lays the rows out anew.
-    const Outcome trackExpired{3, "Session expired. Please login again.", "add add", true};
+    const Outcome trackExpired{3, Engine::TextKeys::kSessionExpired, "add add", true};
 
     struct StepPlan
     {
@@ -310,7 +311,7 @@ TEST_F(FaultSuite, EveryStepFailingInEveryWayEndsAsTheUserExpects)
         }
         if (expected.exitCode == 0)
         {
-            EXPECT_EQ(run.err.find("sorvel: Upload failed!"), std::string::npos) << run.err;
+            EXPECT_EQ(run.err.find(std::string("sorvel: ") + Engine::TextKeys::kUploadFailed), std::string::npos) << run.err;
         }
 
         // The report: one row per file, in the states given; none when it ended before the table.
@@ -441,7 +442,7 @@ TEST_F(FaultSuite, AConnectionClosedWithoutAnAnswerIsNeverFollowedByTheSameReque
         sandbox->injectFault(endpoint, Fault::dropConnection());
         const ProgramRun run = publishAs("Single", file);
         EXPECT_EQ(run.exitCode, 1) << run.err;
-        EXPECT_NE(run.err.find("Upload failed!"), std::string::npos) << run.err;
+        EXPECT_NE(run.err.find(Engine::TextKeys::kUploadFailed), std::string::npos) << run.err;
         EXPECT_NE(run.err.find("the request was not sent again"), std::string::npos) << run.err;
         EXPECT_EQ(sandbox->requestLog().entries(endpoint).size(), 1u) << "sent again";
         EXPECT_TRUE(sandbox->storedFiles().empty());

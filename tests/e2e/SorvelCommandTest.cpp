@@ -1,6 +1,7 @@
 // The built `sorvel` program run as a user runs it, against the service emulator on a port of its
 // own, configured through the environment.
 
+#include "framework/interfaces/TextKeys.h"
 #include "host/terminal/TextWidth.h"
 #include "tests/e2e/SorvelProgram.h"
 
@@ -66,8 +67,7 @@ TEST_F(SorvelProgram, RefusalsAndFailuresEndWithTheirMessageAndExitCode)
     // A wrong password: 3, with the login message.
     ProgramRun run = sorvel({"publish", "--user", login.username, "--password-stdin", file}, "wrong password");
     EXPECT_EQ(run.exitCode, 3) << run.err;
-    EXPECT_NE(run.err.find("Login failed. Please note that usernames and passwords are case sensitive."),
-              std::string::npos)
+    EXPECT_NE(run.err.find(Engine::TextKeys::kLoginFailed), std::string::npos)
         << run.err;
     expectNoSecretIn(run, "wrong password");
 
@@ -75,13 +75,13 @@ TEST_F(SorvelProgram, RefusalsAndFailuresEndWithTheirMessageAndExitCode)
     sandbox->injectFault(Endpoint::Upload, Fault::httpStatus(500));
     run = sorvel({"publish", "--user", login.username, "--password-stdin", "--no-progress", file}, login.password);
     EXPECT_EQ(run.exitCode, 1) << run.err;
-    EXPECT_NE(run.err.find("Upload failed!"), std::string::npos) << run.err;
+    EXPECT_NE(run.err.find(Engine::TextKeys::kUploadFailed), std::string::npos) << run.err;
 
     // The session expires during the upload: 3, with the session message.
     sandbox->injectFault(Endpoint::UploadToken, Fault::statusCode(403));
     run = sorvel({"publish", "--user", login.username, "--password-stdin", "--no-progress", file}, login.password);
     EXPECT_EQ(run.exitCode, 3) << run.err;
-    EXPECT_NE(run.err.find("Session expired. Please login again."), std::string::npos) << run.err;
+    EXPECT_NE(run.err.find(Engine::TextKeys::kSessionExpired), std::string::npos) << run.err;
 
     // A missing file: 2, and nothing is sent.
     const size_t requests = sandbox->requestLog().size();
@@ -278,7 +278,7 @@ TEST_F(SorvelProgram, CheckReportsTheFiguresWithoutSigningInAndExitsByTheWorstFi
     EXPECT_STREQ(track["isrc"].GetString(), "us-rc1-76-07839") << "codes are reported as typed";
     EXPECT_NEAR(track["sample_peak_dbfs"].GetDouble(), -14.0, 0.1);
     EXPECT_NEAR(track["integrated_loudness_lufs"].GetDouble(), -14.7, 0.5) << "a sine's mean square on two channels";
-    EXPECT_EQ(track["channels_identical"].GetInt(), 1);
+    EXPECT_TRUE(track["channels_identical"].GetBool());
     EXPECT_NEAR(track["seconds"].GetDouble(), 2.0, 0.01);
     EXPECT_TRUE(sandbox->requestLog().entries(Endpoint::SignIn).empty()) << "nothing was sent";
     EXPECT_TRUE(std::filesystem::is_empty(home / "cache" / "sorvel" / "render")) << "the check keeps no files";
