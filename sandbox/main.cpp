@@ -34,6 +34,9 @@ Options:
   --quiet           print no line per request
   --help            show this text
 
+SIGUSR1 makes every token handed out so far answer 403, as an expired sign-in does (the sandbox
+says "Sessions expired." and goes on).
+
 Exit status: 0 after an interrupt, 1 when the sandbox cannot start, 2 for bad arguments.
 )";
 
@@ -120,11 +123,12 @@ int main(int argc, char** argv)
     if (options.tlsCertFile.empty() != options.tlsKeyFile.empty())
         return usageError("--tls-cert and --tls-key go together");
 
-    // The server threads inherit this mask, so the interrupt reaches the sigwait below.
+    // The server threads inherit this mask, so the signals reach the sigwait below.
     sigset_t stopSignals;
     sigemptyset(&stopSignals);
     sigaddset(&stopSignals, SIGINT);
     sigaddset(&stopSignals, SIGTERM);
+    sigaddset(&stopSignals, SIGUSR1);
     pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
 
     std::mutex printing;
@@ -167,7 +171,13 @@ int main(int argc, char** argv)
     std::fflush(stdout);
 
     int received = 0;
-    sigwait(&stopSignals, &received);
+    // SIGUSR1 ends every sign-in, so that a client's handling of an expired one can be watched.
+    while (sigwait(&stopSignals, &received) == 0 && received == SIGUSR1)
+    {
+        sandbox.expireSessions();
+        std::printf("Sessions expired.\n");
+        std::fflush(stdout);
+    }
     std::printf("Stopping on %s.\n", received == SIGINT ? "SIGINT" : "SIGTERM");
     std::fflush(stdout);
     sandbox.stop();

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <cstdio>
 #include <set>
+#include <utility>
 
 namespace Host {
 
@@ -96,6 +97,31 @@ std::string classOfStyle(const std::string& style)
     return name;
 }
 
+/// A name as words: "trackList" reads "Track list".
+std::string wordsOf(const std::string& name)
+{
+    std::string words;
+    for (char c : name)
+    {
+        const unsigned char letter = static_cast<unsigned char>(c);
+        if (c == '_' || c == '-' || c == '.')
+            words += ' ';
+        else if (std::isupper(letter) && !words.empty() && words.back() != ' ')
+            words += std::string(" ") + char(std::tolower(letter));
+        else
+            words += words.empty() ? char(std::toupper(letter)) : c;
+    }
+    return words;
+}
+
+/// What the keys do in a list, as its grid's description.
+const char* const kGridKeys =
+    "Arrow keys move between rows and cells and select the row; Control with an arrow moves without selecting. "
+    "Space selects the row, Shift and Space the rows from the last one chosen, Control and Space adds or takes "
+    "out the row. Enter edits the selected rows in the fields below. Delete removes the file of the selected rows. "
+    "Control and X picks the selected rows up, Control and V drops them on the row in focus, Control, Shift and V "
+    "after the last row; Escape puts them back.";
+
 std::string joinPath(const std::string& base, const std::string& path)
 {
     if (base.empty())
@@ -113,12 +139,16 @@ public:
         IThemeElement* form = theme_.getForm(name.c_str());
         if (!form || depth > kMaxViewDepth)
             return;
-        std::string style = boxStyle(*form);
+        // A window's width is where the page starts laying it out; a view fills its place.
+        std::string style = boxStyle(*form, depth == 0 ? kWindow : kView);
+        // A label outside a form names nothing inside it.
+        const std::string outerLabel = std::exchange(labelledBy_, {});
         // A window paints its background colour; a form shown inside another lets it show through.
         html_ += std::string("<div class=\"form") + (depth == 0 ? " bg" : "") + styleClass(*form) + "\" data-form=\"" + escapeHtml(name) + "\"" +
                  styleAttribute(style) + ">";
         children(*form, base, depth);
         html_ += "</div>";
+        labelledBy_ = outerLabel;
     }
 
     std::string takeHtml() { return std::move(html_); }
@@ -169,9 +199,58 @@ public:
 private:
     void children(IThemeElement& element, const std::string& base, int depth)
     {
-        for (uint32 i = 0; i < element.countChildren(); ++i)
-            if (IThemeElement* child = element.getChild(i))
-                this->element(*child, base, depth);
+        const uint32 count = element.countChildren();
+        for (uint32 i = 0; i < count; ++i)
+        {
+            IThemeElement* child = element.getChild(i);
+            if (!child)
+                continue;
+            IThemeElement* next = i + 1 < count ? element.getChild(i + 1) : nullptr;
+            if (next && std::strcmp(child->getType(), "Label") == 0 && isLabelled(*next))
+            {
+                // A label in front of a control names it; in front of a box, the controls in it.
+                const std::string id = newId();
+                if (isField(*next))
+                {
+                    controlId_ = newId();
+                    html_ += "<label class=\"label" + styleClass(*child) + "\" id=\"" + id + "\" for=\"" + controlId_ + "\">";
+                }
+                else
+                    html_ += "<span class=\"label" + styleClass(*child) + "\" id=\"" + id + "\">";
+                html_ += escapeHtml(attributeOf(*child, "title")) + (isField(*next) ? "</label>" : "</span>");
+                const std::string outer = std::exchange(labelledBy_, id);
+                this->element(*next, base, depth);
+                labelledBy_ = outer;
+                controlId_.clear();
+                ++i;
+                continue;
+            }
+            this->element(*child, base, depth);
+        }
+    }
+
+    /// A field a label can name by itself.
+    static bool isField(IThemeElement& element)
+    {
+        const std::string type = element.getType();
+        return type == "EditBox" || type == "SelectBox";
+    }
+
+    /// Whether a label just before `element` names it (a field or a list) or the fields in it (a box).
+    static bool isLabelled(IThemeElement& element)
+    {
+        const std::string type = element.getType();
+        return isField(element) || type == "ListView" || type == "Vertical" || type == "Horizontal" || type == "Variant";
+    }
+
+    std::string newId() { return "e" + std::to_string(++ids_); }
+
+    /// The attributes that name a field: the id its label points to, or the label it points to.
+    std::string naming()
+    {
+        if (!controlId_.empty())
+            return " id=\"" + std::exchange(controlId_, {}) + "\"";
+        return labelledBy_.empty() ? std::string() : " aria-labelledby=\"" + labelledBy_ + "\"";
     }
 
     /// Registers the element's binding and returns its data attribute (" data-p=..." for a
@@ -213,14 +292,26 @@ private:
         return style.empty() ? std::string() : " style=\"" + escapeHtml(style) + "\"";
     }
 
+    /// How an element's size from the theme becomes CSS. The page must reflow: a narrow or zoomed
+    /// window shrinks what is wider than it (page.css limits widths to the space there is) and
+    /// lets what holds text grow in height, so that nothing is cut off.
+    enum Sizing
+    {
+        kWindow,  ///< a window: its width as --width, which page.css starts from
+        kView,    ///< a form shown inside another: takes the size of the place it is shown in
+        kBox,     ///< boxes and variants: their width, a height they may grow beyond
+        kControl, ///< controls: their width and height
+        kFill,    ///< a list: as wide as its box, its own height (it scrolls inside)
+    };
+
     /// Size, margin, spacing, background image and shape of a box, as CSS.
-    std::string boxStyle(IThemeElement& element)
+    std::string boxStyle(IThemeElement& element, Sizing sizing)
     {
         std::string css;
-        if (std::string width = pixels(element, "width"); !width.empty())
-            css += "width:" + width + ";min-width:" + width + ";";
-        if (std::string height = pixels(element, "height"); !height.empty())
-            css += "height:" + height + ";min-height:" + height + ";";
+        if (std::string width = pixels(element, "width"); !width.empty() && sizing != kView && sizing != kFill)
+            css += (sizing == kWindow ? "--width:" : "width:") + width + ";";
+        if (std::string height = pixels(element, "height"); !height.empty() && sizing != kView)
+            css += (sizing == kControl || sizing == kFill ? "height:" : "min-height:") + height + ";";
         if (std::string margin = pixels(element, "margin"); !margin.empty())
             css += "padding:" + margin + ";";
         if (std::string spacing = pixels(element, "spacing"); !spacing.empty())
@@ -320,7 +411,7 @@ private:
         if (type == "Vertical" || type == "Horizontal")
         {
             html_ += "<div class=\"box " + std::string(type == "Vertical" ? "v" : "h") + styleClass(element) + "\"" +
-                     styleAttribute(boxStyle(element)) + ">";
+                     styleAttribute(boxStyle(element, kBox)) + ">";
             children(element, base, depth);
             html_ += "</div>";
         }
@@ -337,7 +428,7 @@ private:
             html_ += "<div class=\"variant" + styleClass(element) + "\"" + bind(element, base);
             if (const char* fallback = element.getAttribute("default"))
                 html_ += " data-default=\"" + escapeHtml(fallback) + "\"";
-            html_ += styleAttribute(boxStyle(element)) + ">";
+            html_ += styleAttribute(boxStyle(element, kBox)) + ">";
             for (uint32 i = 0; i < element.countChildren(); ++i)
                 if (IThemeElement* child = element.getChild(i))
                 {
@@ -357,13 +448,14 @@ private:
         else if (type == "EditBox")
         {
             const bool secret = options.find(" password ") != std::string::npos;
-            const std::string style = styleAttribute(boxStyle(element));
+            const std::string style = styleAttribute(boxStyle(element, kControl));
             if (options.find(" multiline ") != std::string::npos)
-                html_ += "<textarea class=\"edit" + styleClass(element) + "\"" + bind(element, base) + style + "></textarea>";
+                html_ += "<textarea class=\"edit" + styleClass(element) + "\"" + naming() + bind(element, base) + style +
+                         "></textarea>";
             else
                 html_ += std::string("<input class=\"edit") + styleClass(element) + "\" type=\"" +
                          (secret ? "password" : "text") + "\" autocomplete=\"" + (secret ? "current-password" : "off") +
-                         "\" spellcheck=\"false\"" + bind(element, base, secret) + style + ">";
+                         "\" spellcheck=\"false\"" + naming() + bind(element, base, secret) + style + ">";
         }
         else if (type == "CheckBox")
             html_ += "<label class=\"check" + styleClass(element) + "\"><input type=\"checkbox\"" + bind(element, base) +
@@ -371,7 +463,7 @@ private:
         else if (type == "Button" || type == "DialogButton")
             html_ += "<button type=\"button\" class=\"button" + std::string(element.getAttribute("image") ? "" : " flat") +
                      styleClass(element) + "\"" + bind(element, base) +
-                     styleAttribute(boxStyle(element)) + ">" + icon(element) + "<span>" + title + "</span></button>";
+                     styleAttribute(boxStyle(element, kControl)) + ">" + icon(element) + "<span>" + title + "</span></button>";
         else if (type == "Link")
         {
             const std::string binding = bind(element, base);
@@ -390,8 +482,8 @@ private:
             html_ += "</a>";
         }
         else if (type == "SelectBox")
-            html_ += "<select class=\"select" + styleClass(element) + "\"" + bind(element, base) +
-                     styleAttribute(boxStyle(element)) + "></select>";
+            html_ += "<select class=\"select" + styleClass(element) + "\"" + naming() + bind(element, base) +
+                     styleAttribute(boxStyle(element, kControl)) + "></select>";
         else if (type == "BusyIndicator")
             html_ += imageElement(attributeOf(element, "image"), {}, true, " data-busy" + bind(element, base));
         else if (type == "Image")
@@ -406,8 +498,18 @@ private:
                 binding.style = attributeOf(element, "style");
                 binding.headerStyle = attributeOf(element, "headerStyle");
             }
-            html_ += "<div class=\"list\"" + data + styleAttribute(boxStyle(element)) +
-                     "><canvas tabindex=\"0\"></canvas><table class=\"rows\" aria-label=\"Tracks\"></table></div>";
+            // The painting is for the eye; what a screen reader and the keyboard use is the grid
+            // laid over it, cell on cell, which page.js fills from the same state. Files come in
+            // by a button as well as by a drop.
+            const std::string help = newId();
+            const std::string name = labelledBy_.empty() ? " aria-label=\"" + escapeHtml(wordsOf(record.name ? record.name : "")) + "\""
+                                                         : " aria-labelledby=\"" + labelledBy_ + "\"";
+            html_ += "<div class=\"list\"" + data + styleAttribute(boxStyle(element, kFill)) +
+                     "><div class=\"surface\"><canvas aria-hidden=\"true\"></canvas><div class=\"grid\" role=\"grid\""
+                     " aria-multiselectable=\"true\"" + name + " aria-describedby=\"" + help + "\"></div></div></div>"
+                     "<p id=\"" + help + "\" hidden>" + kGridKeys + "</p>"
+                     "<div class=\"list-actions\" hidden><button type=\"button\" class=\"button flat\">Add audio files…</button>"
+                     "<input type=\"file\" multiple accept=\"audio/*,.wav,.flac,.aiff,.aif,.ogg,.mp3\" hidden tabindex=\"-1\"></div>";
         }
         else
         {
@@ -422,6 +524,9 @@ private:
     std::string html_;
     std::set<std::string> styles_;
     std::set<std::string> images_;
+    int ids_ = 0;
+    std::string labelledBy_; ///< the label naming the fields being written, if any
+    std::string controlId_;  ///< the id the next field takes, which its label points to
 };
 
 } // namespace
@@ -438,17 +543,26 @@ GadgetPage GadgetPage::build(ITheme& theme, const std::vector<std::string>& form
         std::string html = builder.takeHtml();
         if (html.empty())
             continue;
-        body += "<section class=\"panel\">" + html + "</section>";
+        // Each window is a region named by its title, so that a screen reader can go to it.
+        const char* windowTitle = theme.getForm(name.c_str())->getAttribute("title");
+        body += "<section class=\"panel\"" +
+                (windowTitle && *windowTitle ? " aria-label=\"" + escapeHtml(windowTitle) + "\"" : std::string()) + ">" + html +
+                "</section>";
         main = name;
     }
-    page.html = "<!DOCTYPE html>\n<html lang=\"en\"><head><meta charset=\"utf-8\"><title>" + escapeHtml(title) +
+    // The alert is a modal dialog named by its message; the announcer reads out, politely, what
+    // changes where the user is not (an upload's progress).
+    page.html = "<!DOCTYPE html>\n<html lang=\"en\"><head><meta charset=\"utf-8\">"
+                "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\"><title>" +
+                escapeHtml(title) +
                 "</title><meta name=\"referrer\" content=\"no-referrer\"><link rel=\"stylesheet\" href=\"page.css\">"
                 "<link rel=\"stylesheet\" href=\"theme.css\"></head><body data-main=\"" +
-                escapeHtml(main) + "\"><main class=\"gadget\">" +
-                body +
-                "</main><div id=\"alert\" class=\"alert\" role=\"alertdialog\" aria-modal=\"true\" hidden><p></p>"
-                "<button type=\"button\">OK</button></div><div id=\"offline\" class=\"offline\" hidden>"
-                "The host has ended. Close this page.</div><script src=\"page.js\"></script></body></html>\n";
+                escapeHtml(main) + "\"><main class=\"gadget\"><h1 class=\"visually-hidden\">" + escapeHtml(title) + "</h1>" + body +
+                "<div id=\"announcer\" class=\"visually-hidden\" aria-live=\"polite\"></div></main>"
+                "<div id=\"alert\" class=\"alert\" role=\"alertdialog\" aria-modal=\"true\" aria-labelledby=\"alert-text\" hidden>"
+                "<p id=\"alert-text\"></p><button type=\"button\" class=\"button\">OK</button></div>"
+                "<div id=\"offline\" class=\"offline\" role=\"alert\" hidden>The host has ended. Close this page.</div>"
+                "<script src=\"page.js\"></script></body></html>\n";
     page.images.assign(builder.images().begin(), builder.images().end());
     page.themeCss = builder.css();
     return page;

@@ -364,8 +364,13 @@ void GadgetServer::route()
     action(base + "/list/column", [](GadgetSession& session, const Form& form) {
         return session.resizeColumn(fieldOf(form, "key"), numberOf(form, "column", -1), numberOf(form, "width", 0));
     });
-    action(base + "/list/remove",
-           [](GadgetSession& session, const Form& form) { return session.removeSelectedRows(fieldOf(form, "key")); });
+    action(base + "/list/select", [](GadgetSession& session, const Form& form) {
+        return session.selectRow(fieldOf(form, "key"), numberOf(form, "row", -1), fieldOf(form, "shift") == "1",
+                                 fieldOf(form, "ctrl") == "1");
+    });
+    action(base + "/list/remove", [](GadgetSession& session, const Form& form) {
+        return session.removeRows(fieldOf(form, "key"), numbersOf(fieldOf(form, "rows")));
+    });
     action(base + "/list/move", [](GadgetSession& session, const Form& form) {
         return session.moveRows(fieldOf(form, "key"), numbersOf(fieldOf(form, "rows")), numberOf(form, "row", -1));
     });

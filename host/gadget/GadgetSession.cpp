@@ -59,6 +59,8 @@ Variant valueOf(const ValueRecord& record)
 /// Records what a list view draws: filled rectangles and texts with their font, colour and
 /// alignment, in the order drawn, as the page paints them again. Texts are measured with the
 /// graphics module's metrics, so the model shortens what does not fit as it would on screen.
+/// While the model paints a cell, the texts it draws are also kept as that cell's words: what
+/// the page reads aloud is what the model painted, not a guess from where the text landed.
 class DrawingRecorder : public Object, public IGraphicsPort
 {
 public:
@@ -66,9 +68,34 @@ public:
     /// page is shown, and most of its texts are the same each time.
     using Widths = std::unordered_map<std::string, double>;
 
-    explicit DrawingRecorder(Widths& widths) : widths_(widths) {}
+    DrawingRecorder(Widths& widths, int32 rows, int32 columns)
+        : widths_(widths), cells_(static_cast<size_t>(std::max(rows, 0)),
+                                  std::vector<std::string>(static_cast<size_t>(std::max(columns, 0))))
+    {
+    }
 
     Ref<AttributeArray> operations = makeRef<AttributeArray>();
+
+    /// The texts drawn from now until endCell belong to the cell (`row`, `column`).
+    void beginCell(int32 row, int32 column)
+    {
+        const bool inside = row >= 0 && size_t(row) < cells_.size() && column >= 0 && size_t(column) < cells_[size_t(row)].size();
+        cell_ = inside ? &cells_[size_t(row)][size_t(column)] : nullptr;
+    }
+    void endCell() { cell_ = nullptr; }
+    /// The words of every cell, row by row: the texts the model drew into it, joined by a blank.
+    Ref<AttributeArray> cellTexts() const
+    {
+        auto rows = makeRef<AttributeArray>();
+        for (const std::vector<std::string>& row : cells_)
+        {
+            auto texts = makeRef<AttributeArray>();
+            for (const std::string& text : row)
+                texts->append(Variant(text.c_str()));
+            rows->append(arrayVariant(texts));
+        }
+        return rows;
+    }
 
     tresult fillRect(const RectRecord& rect, uint32 rgba) override
     {
@@ -92,6 +119,8 @@ public:
                               Variant(hexColor(rgba).c_str()), Variant(int64(alignment))})
             operation->append(value);
         operations->append(arrayVariant(operation));
+        if (cell_ && *text)
+            *cell_ += (cell_->empty() ? "" : " ") + std::string(text);
         return kResultOk;
     }
     tresult measureText(const char* text, const FontRecord& font, double& width) override
@@ -128,6 +157,8 @@ public:
 private:
     static constexpr size_t kMaxWidths = 50000;
     Widths& widths_;
+    std::vector<std::vector<std::string>> cells_;
+    std::string* cell_ = nullptr;
 };
 
 int32 metricOf(IViewStyle* style, const char* name, int32 fallback)
@@ -141,11 +172,14 @@ int32 metricOf(IViewStyle* style, const char* name, int32 fallback)
 } // namespace
 
 /// A model as the page's list view draws it: its columns at the widths the user dragged them to,
-/// everything else the model's own.
+/// everything else the model's own. Each cell it paints is named to the recorder first.
 class ResizedColumns : public Object, public IItemModel
 {
 public:
-    ResizedColumns(IItemModel& model, const std::map<int32, int32>& widths) : model_(model), widths_(widths) {}
+    ResizedColumns(IItemModel& model, const std::map<int32, int32>& widths, DrawingRecorder& recorder)
+        : model_(model), widths_(widths), recorder_(recorder)
+    {
+    }
 
     tresult getColumn(int32 column, ColumnRecord& record) override
     {
@@ -158,7 +192,10 @@ public:
     int32 countRows() override { return model_.countRows(); }
     tresult paintCell(int32 row, int32 column, const RectRecord& rect, IGraphicsPort* port, IViewStyle* style) override
     {
-        return model_.paintCell(row, column, rect, port, style);
+        recorder_.beginCell(row, column);
+        const tresult result = model_.paintCell(row, column, rect, port, style);
+        recorder_.endCell();
+        return result;
     }
     tresult attachView(IItemView* view) override { return model_.attachView(view); }
     tresult detachView(IItemView* view) override { return model_.detachView(view); }
@@ -188,6 +225,7 @@ public:
 private:
     IItemModel& model_;
     const std::map<int32, int32>& widths_;
+    DrawingRecorder& recorder_;
 };
 
 /// The list view of one of the page's tables, as the model sees it: it holds the selection in
@@ -255,18 +293,22 @@ public:
         const int32 rowHeight = std::max(metricOf(style_, "rowHeight", 20), 1);
         const int32 rows = model_->countRows();
         int32 width = 0;
-        auto resized = makeRef<ResizedColumns>(*model_, columnWidths_);
+        auto recorder = makeRef<DrawingRecorder>(widths_, rows, model_->countColumns());
+        auto resized = makeRef<ResizedColumns>(*model_, columnWidths_, *recorder);
         auto columns = makeRef<AttributeArray>();
         auto sizable = makeRef<AttributeArray>();
+        auto titles = makeRef<AttributeArray>();
+        auto identifiers = makeRef<AttributeArray>();
         for (int32 column = 0; column < resized->countColumns(); ++column)
         {
             ColumnRecord record{};
             resized->getColumn(column, record);
             columns->append(Variant(int64(std::max(record.width, 0))));
             sizable->append(Variant((record.flags & ColumnRecord::kSizable) != 0));
+            titles->append(Variant(record.title ? record.title : ""));
+            identifiers->append(Variant(record.identifier ? record.identifier : ""));
             width += std::max(record.width, 0);
         }
-        auto recorder = makeRef<DrawingRecorder>(widths_);
         if (IGraphicsHelper* helper = GetGraphicsHelper(); helper && style_)
             helper->drawListView(resized, style_, headerStyle_, recorder, {0, 0, width, header + rows * rowHeight});
         auto selection = makeRef<AttributeArray>();
@@ -305,6 +347,9 @@ public:
         table->set("rowHeight", Variant(int64(rowHeight)));
         table->set("columns", arrayVariant(columns));
         table->set("sizable", arrayVariant(sizable));
+        table->set("titles", arrayVariant(titles));
+        table->set("identifiers", arrayVariant(identifiers));
+        table->set("cells", arrayVariant(recorder->cellTexts()));
         table->set("selection", arrayVariant(selection));
         table->set("selectColor", Variant(hexColor(select).c_str()));
         table->set("tooltips", arrayVariant(tooltips));
@@ -601,6 +646,17 @@ std::string GadgetSession::clickCell(const std::string& key, int row, int column
     return "";
 }
 
+std::string GadgetSession::selectRow(const std::string& key, int row, bool shift, bool ctrl)
+{
+    TableView* table = tableOf(key);
+    if (!table)
+        return "no such list";
+    if (row < 0 || row >= table->model()->countRows())
+        return "no such row";
+    table->click(row, shift, ctrl);
+    return "";
+}
+
 std::string GadgetSession::resizeColumn(const std::string& key, int column, int width)
 {
     TableView* table = tableOf(key);
@@ -612,22 +668,23 @@ std::string GadgetSession::resizeColumn(const std::string& key, int column, int 
     return "";
 }
 
-std::string GadgetSession::removeSelectedRows(const std::string& key)
+std::string GadgetSession::removeRows(const std::string& key, std::vector<int> rows)
 {
     TableView* table = tableOf(key);
     if (!table)
         return "no such list";
     IItemModel* model = table->model();
-    std::vector<int32> rows;
-    for (int32 i = 0; i < table->countSelectedRows(); ++i)
-        rows.push_back(table->getSelectedRow(i));
+    if (rows.empty())
+        for (int32 i = 0; i < table->countSelectedRows(); ++i)
+            rows.push_back(table->getSelectedRow(i));
     // From the last row up, so that the rows still to go keep their numbers.
     std::sort(rows.rbegin(), rows.rend());
+    rows.erase(std::unique(rows.begin(), rows.end()), rows.end());
     bool removed = false;
     for (int32 row : rows)
         if (row >= 0 && row < model->countRows() && model->canRemoveRow(row) == kResultOk)
             removed = model->removeRow(row) == kResultOk || removed;
-    return removed ? "" : "the selected rows cannot be removed now";
+    return removed ? "" : "the rows cannot be removed now";
 }
 
 std::string GadgetSession::moveRows(const std::string& key, const std::vector<int>& rows, int row)

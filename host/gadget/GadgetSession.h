@@ -47,10 +47,15 @@ public:
     /// A click at (`row`, `column`) of a list: the model's own reaction (the remove column), else
     /// the selection changes as a list view's does with shift (range) and ctrl (toggle).
     std::string clickCell(const std::string& key, int row, int column, bool shift, bool ctrl);
+    /// The selection changed from the keyboard: `row` alone, or with shift the range from the row
+    /// last chosen, or with ctrl toggled, as a click would; the model's own reaction to a click in
+    /// a cell (the remove column) is not asked for.
+    std::string selectRow(const std::string& key, int row, bool shift, bool ctrl);
     /// A column dragged to `width` pixels, if the model lets the user size it.
     std::string resizeColumn(const std::string& key, int column, int width);
-    /// The selected rows removed, as far as the model lets them go (the Delete key).
-    std::string removeSelectedRows(const std::string& key);
+    /// `rows` removed, as far as the model lets them go; the selected rows when `rows` is empty
+    /// (the Delete key).
+    std::string removeRows(const std::string& key, std::vector<int> rows);
     /// Rows of the list dragged onto `row` (-1: after the last).
     std::string moveRows(const std::string& key, const std::vector<int>& rows, int row);
     /// Files (paths on this machine) dropped onto `row` of the list from outside.

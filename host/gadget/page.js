@@ -3,7 +3,8 @@
 //   data-p     a parameter ("<controller>:<name>"): edit boxes, check boxes, buttons, select
 //              boxes, texts, variants on a parameter
 //   data-prop  a property: variants and busy indicators
-//   data-list  a list the component publishes: painted from the drawing the host recorded
+//   data-list  a list the component publishes: painted from the drawing the host recorded, and
+//              laid over with a grid of the same cells for the keyboard and screen readers
 // Changes arrive as server-sent events; what the user does is posted, one request after the
 // other, in the order it happened.
 'use strict';
@@ -19,6 +20,8 @@
       if (!response.ok) {
         const reason = (await response.text()).trim();
         if (response.status === 409 && path === 'list/drop') showAlert(reason);
+        // What the keyboard asked of a list and the list refused is said, not only logged.
+        else if (response.status === 409 && path.startsWith('list/')) announce(reason);
         else console.warn(`${path}: ${reason}`);
       }
       return response;
@@ -38,20 +41,70 @@
   /// Posts `fields` to `path` after everything posted before.
   function post(path, fields) { return enqueue(() => send(path, fields)); }
 
-  // Alerts of the plug-in, one at a time, in the order they came.
+  const isShown = (element) => !!element && element.isConnected && element.getClientRects().length > 0;
+  const isUsable = (element) => isShown(element) && !element.disabled;
+  const fieldsIn = (root) => [...root.querySelectorAll('input, textarea, select, button, a[href], [tabindex="0"]')]
+    .filter((element) => isUsable(element) && element.type !== 'file');
+
+  /// The gadget's window: its first field that takes input gets the focus.
+  function focusWindow() {
+    const main = document.querySelector(`[data-form="${document.body.dataset.main}"]`) || document.body;
+    const field = fieldsIn(main)[0];
+    if (field) field.focus();
+    return main;
+  }
+
+  // --- Announcements: a polite live region, one line per message ------------------------------
+
+  const announcer = document.getElementById('announcer');
+  function announce(text) {
+    if (!text) return;
+    const line = document.createElement('p');
+    line.textContent = text;
+    announcer.append(line);
+    while (announcer.childElementCount > 20) announcer.firstElementChild.remove();
+  }
+
+  // --- Alerts of the plug-in: modal dialogs, one at a time, in the order they came --------------
+
   const alertBox = document.getElementById('alert');
+  const alertText = document.getElementById('alert-text');
+  const alertButton = alertBox.querySelector('button');
   const alerts = [];
+  let focusBeforeAlert = null;
   function showAlert(text) {
     alerts.push(text);
-    if (alertBox.hidden) nextAlert();
+    if (alertBox.hidden) {
+      const active = document.activeElement;
+      focusBeforeAlert = focusLost && !isUsable(active) ? focusLost.element : active;
+      focusLost = null;
+      nextAlert();
+    }
   }
   function nextAlert() {
-    if (!alerts.length) { alertBox.hidden = true; return; }
-    alertBox.querySelector('p').textContent = alerts.shift();
-    alertBox.hidden = false;
-    alertBox.querySelector('button').focus();
+    if (alerts.length) {
+      alertText.textContent = alerts.shift();
+      alertBox.hidden = false;
+      // Behind the dialog nothing can be reached until it is closed.
+      document.querySelector('main').inert = true;
+      alertButton.focus();
+      return;
+    }
+    alertBox.hidden = true;
+    document.querySelector('main').inert = false;
+    // The focus goes back where it was, or, when that has gone (signed out), to the window.
+    const back = focusBeforeAlert;
+    focusBeforeAlert = null;
+    if (back && back !== document.body && isUsable(back)) back.focus();
+    else focusWindow();
   }
-  alertBox.querySelector('button').addEventListener('click', nextAlert);
+  alertButton.addEventListener('click', nextAlert);
+  alertBox.addEventListener('keydown', (event) => {
+    if (event.key === 'Escape') {
+      event.preventDefault();
+      nextAlert();
+    }
+  });
 
   // --- Controls bound to parameters -------------------------------------------------------
 
@@ -100,7 +153,14 @@
     }
   }
 
-  /// The child a variant shows: the one whose case is the value, else the one at its index.
+  /// The field whose case a variant hid while it had the focus, and that variant: the focus goes
+  /// back to the field when it is shown again (the login view after a refused sign-in), else to
+  /// the first field of the case shown.
+  let focusLost = null;
+
+  /// The child a variant shows: the one whose case is the value, else the one at its index. The
+  /// focus follows: when the field in focus goes with its case, the first field of the case shown
+  /// takes it (the Cancel button after Upload), so that it is never left on nothing.
   function applyVariant(variant) {
     const value = variant.dataset.p ? (state.values[variant.dataset.p] || {}).v : state.props[variant.dataset.prop];
     const cases = [...variant.children].filter((child) => child.classList.contains('case'));
@@ -112,7 +172,26 @@
       const index = Math.min(Math.max(Math.trunc(Number(value) || 0), 0), cases.length - 1);
       shown = cases[index];
     }
+    const focused = document.activeElement;
+    const hadFocus = variant.contains(focused);
     for (const child of cases) child.hidden = child !== shown;
+    if (hadFocus && !isUsable(focused) && !(focusLost && focusLost.variant.contains(variant))) {
+      focusLost = { variant, element: focused };
+    }
+  }
+
+  function restoreFocus() {
+    if (!focusLost || !alertBox.hidden) return;
+    const active = document.activeElement;
+    if (active && active !== document.body && isUsable(active)) {
+      focusLost = null;
+      return;
+    }
+    const field = isUsable(focusLost.element) ? focusLost.element : fieldsIn(focusLost.variant)[0];
+    if (field) {
+      field.focus();
+      focusLost = null;
+    }
   }
 
   // --- Lists ------------------------------------------------------------------------------
@@ -149,8 +228,11 @@
   }
 
   function paintList(element, table) {
+    element.classList.toggle('checked', (table.checks || []).length > 0);
     const canvas = element.querySelector('canvas');
-    const width = Math.max(table.columns.reduce((sum, column) => sum + column, 0), element.clientWidth - 2);
+    const box = getComputedStyle(element);
+    const inside = element.clientWidth - parseFloat(box.paddingLeft) - parseFloat(box.paddingRight);
+    const width = Math.max(table.columns.reduce((sum, column) => sum + column, 0), Math.floor(inside));
     const height = Math.max(table.header + table.rows * table.rowHeight, 1);
     const ratio = window.devicePixelRatio || 1;
     canvas.width = Math.round(width * ratio);
@@ -160,7 +242,6 @@
     const context = canvas.getContext('2d');
     context.setTransform(ratio, 0, 0, ratio, 0, 0);
     context.clearRect(0, 0, width, height);
-    const texts = new Map(); // row -> column -> text, for the table that reads aloud
     for (const operation of table.drawing) {
       const [kind, x, y, w, h] = operation;
       if (kind === 'r') {
@@ -178,11 +259,6 @@
         context.textAlign = ['left', 'center', 'right'][alignment] || 'left';
         context.fillText(text, alignment === 1 ? x + w / 2 : alignment === 2 ? x + w : x, y + h / 2);
         context.restore();
-        const cell = cellAt(table, x + 1, y + 1);
-        const row = cell ? cell.row : -1;
-        const column = cell ? cell.column : cellAt({ ...table, header: 0 }, x + 1, 0).column;
-        if (!texts.has(row)) texts.set(row, new Map());
-        texts.get(row).set(column, text);
       }
     }
     // The selection tints the rows it covers, under their texts' colour.
@@ -190,21 +266,279 @@
     context.fillStyle = table.selectColor;
     for (const row of table.selection) context.fillRect(0, table.header + row * table.rowHeight, width, table.rowHeight - 1);
     context.globalCompositeOperation = 'source-over';
+  }
 
-    const rows = element.querySelector('table.rows');
-    const lines = [];
-    for (let row = -1; row < table.rows; row += 1) {
-      const line = document.createElement('tr');
-      line.dataset.row = row;
-      if (table.selection.includes(row)) line.setAttribute('aria-selected', 'true');
-      for (let column = 0; column < table.columns.length; column += 1) {
-        const cell = document.createElement(row < 0 ? 'th' : 'td');
-        cell.textContent = (texts.get(row) && texts.get(row).get(column)) || '';
-        line.append(cell);
-      }
-      lines.push(line);
+  // --- The grid over a list: the same rows and cells as words, for the keyboard and screen readers
+
+  /// What the page keeps per list: the cell in focus (row -1 is the header), the rows picked up
+  /// to be dropped elsewhere, and what was last said of each row's state.
+  const views = new Map();
+  function viewOf(element) {
+    if (!views.has(element)) views.set(element, { row: 0, column: 0, carried: null, said: new Map() });
+    return views.get(element);
+  }
+
+  const wordsOf = (name) => String(name).replace(/[_.-]+/g, ' ').replace(/([a-z])([A-Z])/g, '$1 $2')
+    .toLowerCase().replace(/^./, (first) => first.toUpperCase());
+  const verdictOf = (check) => (check === 'ok' ? 'OK' : wordsOf(check));
+  const checkOf = (table, row) => (table.checks || []).find(([checked]) => checked === row);
+  const tooltipOf = (table, row, column) => {
+    const tip = table.tooltips.find(([r, c]) => r === row && c === column);
+    return tip ? tip[2] : '';
+  };
+
+  /// The grid's columns: the verdict of the pre-flight report first when a row has one (its badge
+  /// stands left of the rows), then the list's own columns, each where the painting has it.
+  function gridColumns(table) {
+    const columns = [];
+    if ((table.checks || []).length) columns.push({ title: 'Check', left: -70, width: 66, column: -1 });
+    let left = 0;
+    table.columns.forEach((width, column) => {
+      const title = (table.titles || [])[column] || wordsOf((table.identifiers || [])[column] || `Column ${column + 1}`);
+      columns.push({ title, left, width, column });
+      left += width;
+    });
+    return columns;
+  }
+
+  /// The words and the description of one cell of the grid.
+  function cellOf(table, row, column) {
+    if (column.column < 0) {
+      const check = checkOf(table, row);
+      if (!check) return ['', ''];
+      const [, report] = check;
+      return [verdictOf(report.check), report.findings.map((finding) => `${finding.severity}: ${finding.text}`).join('; ')];
     }
-    rows.replaceChildren(...lines);
+    const text = ((table.cells || [])[row] || [])[column.column] || '';
+    const tip = tooltipOf(table, row, column.column);
+    return [text, tip !== text ? tip : ''];
+  }
+
+  /// Makes `parent` hold `count` children, adding them with `make` or taking the last ones away.
+  function resize(parent, count, make) {
+    while (parent.childElementCount > count) parent.lastElementChild.remove();
+    while (parent.childElementCount < count) parent.append(make());
+  }
+
+  function setText(cell, text, description) {
+    let words = cell.firstElementChild;
+    if (!words) {
+      words = document.createElement('span');
+      words.className = 'visually-hidden';
+      cell.append(words);
+    }
+    if (words.textContent !== text) words.textContent = text;
+    if (description) cell.title = description; else cell.removeAttribute('title');
+  }
+
+  function place(element, left, top, width, height) {
+    element.style.left = `${left}px`;
+    element.style.top = `${top}px`;
+    element.style.width = `${width}px`;
+    element.style.height = `${height}px`;
+  }
+
+  function cellElement(grid, row, column) {
+    const line = grid.children[row + 1];
+    return line ? line.children[column] : null;
+  }
+
+  /// Brings the grid in step with the list: the rows in order with their selection, each cell
+  /// with the words the model painted into it. Elements are changed in place, never made anew,
+  /// so that the cell in focus keeps it while an upload changes the rows around it.
+  function renderGrid(element, table) {
+    const grid = element.querySelector('.grid');
+    const view = viewOf(element);
+    const columns = gridColumns(table);
+    const total = table.columns.reduce((sum, width) => sum + width, 0);
+    const hadFocus = grid.contains(document.activeElement);
+    grid.style.width = `${total}px`;
+    grid.style.height = `${table.header + table.rows * table.rowHeight}px`;
+    grid.setAttribute('aria-rowcount', String(table.rows + 1));
+    grid.setAttribute('aria-colcount', String(columns.length));
+    resize(grid, table.rows + 1, () => document.createElement('div'));
+    [...grid.children].forEach((line, index) => {
+      const row = index - 1;
+      line.setAttribute('role', 'row');
+      line.setAttribute('aria-rowindex', String(index + 1));
+      line.dataset.row = String(row);
+      const top = row < 0 ? 0 : table.header + row * table.rowHeight;
+      const height = row < 0 ? table.header : table.rowHeight;
+      place(line, 0, top, total, height);
+      if (row >= 0) line.setAttribute('aria-selected', String(table.selection.includes(row)));
+      line.classList.toggle('carried', !!view.carried && view.carried.includes(row));
+      resize(line, columns.length, () => document.createElement('div'));
+      [...line.children].forEach((cell, position) => {
+        const column = columns[position];
+        cell.setAttribute('role', row < 0 ? 'columnheader' : 'gridcell');
+        cell.setAttribute('aria-colindex', String(position + 1));
+        cell.dataset.column = String(position);
+        place(cell, column.left, 0, column.width, height);
+        if (row < 0) setText(cell, column.title, '');
+        else setText(cell, ...cellOf(table, row, column));
+      });
+    });
+    // One cell is reached by Tab: the one in focus, kept inside what the grid has now.
+    view.row = Math.min(Math.max(view.row, -1), table.rows - 1);
+    view.column = Math.min(Math.max(view.column, 0), columns.length - 1);
+    for (const cell of grid.querySelectorAll('[role=gridcell], [role=columnheader]')) cell.tabIndex = -1;
+    const current = cellElement(grid, view.row, view.column);
+    if (current) {
+      current.tabIndex = 0;
+      if (hadFocus && document.activeElement !== current) current.focus({ preventScroll: false });
+    }
+  }
+
+  /// Moves the focus to a cell; `select` says what happens to the selection: "only" the row,
+  /// "extend" from the row last chosen, or "keep".
+  function focusCell(element, row, column, select) {
+    const table = listOf(element);
+    const view = viewOf(element);
+    const columns = gridColumns(table);
+    view.row = Math.min(Math.max(row, -1), table.rows - 1);
+    view.column = Math.min(Math.max(column, 0), columns.length - 1);
+    const grid = element.querySelector('.grid');
+    for (const cell of grid.querySelectorAll('[tabindex="0"]')) cell.tabIndex = -1;
+    const cell = cellElement(grid, view.row, view.column);
+    if (cell) {
+      cell.tabIndex = 0;
+      cell.focus();
+    }
+    if (view.row >= 0 && select !== 'keep') {
+      post('list/select', { key: element.dataset.list, row: view.row, shift: select === 'extend' ? 1 : 0, ctrl: 0 });
+    }
+  }
+
+  /// Resolves with the state once `condition` holds for it (at once when it does now); rejects
+  /// after `timeout` milliseconds.
+  function stateWhere(condition, timeout = 10000) {
+    return new Promise((resolve, reject) => {
+      if (condition(state)) { resolve(state); return; }
+      const watcher = (next) => {
+        if (!condition(next)) return;
+        watchers.splice(watchers.indexOf(watcher), 1);
+        clearTimeout(timer);
+        resolve(next);
+      };
+      const timer = setTimeout(() => {
+        watchers.splice(watchers.indexOf(watcher), 1);
+        reject(new Error('the state did not come'));
+      }, timeout);
+      watchers.push(watcher);
+    });
+  }
+
+  /// The row's words, cell after cell, as a screen reader would read it.
+  function rowWords(table, row) {
+    return gridColumns(table).map((column) => cellOf(table, row, column)[0]).filter((text) => text).join(', ');
+  }
+
+  /// Opens the row in focus in the fields below the list (the inspector): selects it unless it
+  /// already is, then gives the focus to the first field that can be edited.
+  async function editRow(element, row) {
+    const key = element.dataset.list;
+    if (!listOf(element).selection.includes(row)) post('list/select', { key, row, shift: 0, ctrl: 0 });
+    try {
+      await stateWhere((next) => next.lists[key] && next.lists[key].selection.includes(row));
+    } catch (error) {
+      return;
+    }
+    const after = [...document.querySelectorAll('input[type=text], textarea')].filter((field) =>
+      isUsable(field) && (element.compareDocumentPosition(field) & Node.DOCUMENT_POSITION_FOLLOWING));
+    if (after.length) after[0].focus();
+    else announce('The selected rows have nothing to edit.');
+  }
+
+  /// Drops the rows picked up on `row` (the list's row count: after the last row).
+  async function dropCarried(element, row) {
+    const view = viewOf(element);
+    const key = element.dataset.list;
+    const rows = view.carried;
+    view.carried = null;
+    const cells = JSON.stringify(listOf(element).cells);
+    const response = await post('list/move', { key, rows: rows.join(','), row });
+    if (!response || !response.ok) {
+      renderGrid(element, listOf(element));
+      return;
+    }
+    try {
+      // A move changes the cells; the list then selects the row where the first file landed.
+      const next = await stateWhere((now) => now.lists[key] && JSON.stringify(now.lists[key].cells) !== cells);
+      const landed = next.lists[key].selection[0];
+      focusCell(element, landed, view.column, 'keep');
+      announce(`Dropped. ${rowWords(next.lists[key], landed)}`);
+    } catch (error) {
+      announce('Dropped.');
+    }
+  }
+
+  function onGridKey(element, event) {
+    const table = listOf(element);
+    if (!table) return;
+    const view = viewOf(element);
+    const key = element.dataset.list;
+    const ctrl = event.ctrlKey || event.metaKey;
+    const last = gridColumns(table).length - 1;
+    const follow = event.shiftKey ? 'extend' : ctrl ? 'keep' : 'only';
+    const page = Math.max(Math.floor(element.clientHeight / table.rowHeight) - 1, 1);
+    const { row, column } = view;
+    const inRow = row >= 0 && row < table.rows;
+    switch (event.key) {
+      case 'ArrowDown': focusCell(element, Math.min(row + 1, table.rows - 1), column, follow); break;
+      case 'ArrowUp': {
+        // Above the first row is the header, which selects nothing.
+        const up = Math.max(row - 1, -1);
+        focusCell(element, up, column, up < 0 ? 'keep' : follow);
+        break;
+      }
+      case 'ArrowRight': focusCell(element, row, Math.min(column + 1, last), 'keep'); break;
+      case 'ArrowLeft': focusCell(element, row, Math.max(column - 1, 0), 'keep'); break;
+      case 'Home':
+        if (ctrl) focusCell(element, Math.min(0, table.rows - 1), column, event.shiftKey ? 'extend' : 'only');
+        else focusCell(element, row, 0, 'keep');
+        break;
+      case 'End':
+        if (ctrl) focusCell(element, table.rows - 1, column, event.shiftKey ? 'extend' : 'only');
+        else focusCell(element, row, last, 'keep');
+        break;
+      case 'PageDown': focusCell(element, Math.min(row + page, table.rows - 1), column, follow); break;
+      case 'PageUp': focusCell(element, Math.max(row - page, 0), column, follow); break;
+      case ' ':
+        if (!inRow) return;
+        post('list/select', { key, row, shift: event.shiftKey ? 1 : 0, ctrl: ctrl ? 1 : 0 });
+        break;
+      case 'Enter':
+        if (!inRow) return;
+        editRow(element, row);
+        break;
+      case 'Delete':
+      case 'Backspace': {
+        if (!inRow) return;
+        const rows = table.selection.includes(row) ? table.selection : [row];
+        post('list/remove', { key, rows: rows.join(',') });
+        break;
+      }
+      case 'Escape':
+        if (!view.carried) return;
+        view.carried = null;
+        renderGrid(element, table);
+        announce('Nothing was moved.');
+        break;
+      default: {
+        const letter = event.key.toLowerCase();
+        if (ctrl && letter === 'x' && inRow) {
+          view.carried = table.selection.includes(row) ? [...table.selection] : [row];
+          renderGrid(element, table);
+          announce(`${view.carried.length === 1 ? 'One row' : `${view.carried.length} rows`} picked up. ` +
+                   'Control and V drops on the row in focus, Control, Shift and V after the last row, Escape puts back.');
+        } else if (ctrl && letter === 'v' && view.carried && (inRow || event.shiftKey)) {
+          dropCarried(element, event.shiftKey ? table.rows : row);
+        } else {
+          return;
+        }
+      }
+    }
+    event.preventDefault();
   }
 
   // --- Pre-flight report: a badge per row, the selected row's figures beside the inspector ---
@@ -253,11 +587,11 @@
     if (!badges) {
       badges = document.createElement('div');
       badges.className = 'badges';
+      // The grid's first column says the same in words.
+      badges.setAttribute('aria-hidden', 'true');
       element.append(badges);
     }
     const checks = table.checks || [];
-    // In a gutter left of the rows, which the table makes room for while a row has a report.
-    element.classList.toggle('checked', checks.length > 0);
     badges.replaceChildren(...checks.map(([row, report]) => {
       const badge = document.createElement('span');
       badge.className = `badge ${report.check}`;
@@ -267,6 +601,7 @@
       badge.style.top = `${table.header + row * table.rowHeight + Math.max((table.rowHeight - 16) / 2, 0)}px`;
       return badge;
     }));
+    if (!checks.length && !document.getElementById('preflight')) return;
 
     const panel = preflightPanel(element);
     const selected = checks.find(([row]) => row === table.selection[0]);
@@ -300,36 +635,59 @@
     panel.replaceChildren(heading, figures, findings);
   }
 
-  function point(canvas, event) {
-    const box = canvas.getBoundingClientRect();
-    return [event.clientX - box.left, event.clientY - box.top];
+  // --- What an upload changes in a list, said once ---------------------------------------------
+
+  const percentage = /\d+(?:[.,]\d+)?\s*%/;
+
+  /// Says what changed in the list's state column since the state before: a row's new state
+  /// once, and its progress at most every quarter.
+  function announceRows(element, before, after) {
+    const view = viewOf(element);
+    const status = (after.identifiers || []).indexOf('status');
+    const name = (after.identifiers || []).indexOf('remote_track');
+    if (status < 0 || !before || before.rows !== after.rows) {
+      view.said.clear();
+      return;
+    }
+    for (let row = 0; row < after.rows; row += 1) {
+      const title = ((after.cells || [])[row] || [])[name] || `Row ${row + 1}`;
+      const was = ((before.cells || [])[row] || [])[status] || '';
+      const now = ((after.cells || [])[row] || [])[status] || '';
+      if (was === now || ((before.cells || [])[row] || [])[name] !== ((after.cells || [])[row] || [])[name]) continue;
+      const matched = now.match(percentage);
+      const quarter = matched ? Math.floor(parseFloat(matched[0].replace(',', '.')) / 25) : -1;
+      const words = now.replace(percentage, '%');
+      const said = view.said.get(row);
+      if (said && said.words === words && quarter <= said.quarter) continue;
+      view.said.set(row, { words, quarter });
+      announce(`${title}: ${now}`);
+    }
   }
 
   for (const element of document.querySelectorAll('[data-list]')) {
     const key = element.dataset.list;
     const canvas = element.querySelector('canvas');
+    const grid = element.querySelector('.grid');
     canvas.draggable = true;
 
+    grid.addEventListener('keydown', (event) => onGridKey(element, event));
+    grid.addEventListener('focusin', (event) => {
+      const cell = event.target.closest('[role=gridcell], [role=columnheader]');
+      if (!cell) return;
+      const view = viewOf(element);
+      view.row = Number(cell.parentElement.dataset.row);
+      view.column = Number(cell.dataset.column);
+    });
+
     canvas.addEventListener('click', (event) => {
-      const cell = cellAt(listOf(element), ...point(canvas, event));
+      const table = listOf(element);
+      const cell = cellAt(table, ...point(canvas, event));
       if (cell && cell.row >= 0 && cell.column >= 0) {
         post('list/click', { key, row: cell.row, column: cell.column, shift: event.shiftKey ? 1 : 0,
           ctrl: event.ctrlKey || event.metaKey ? 1 : 0 });
-      }
-    });
-    // The keyboard: up and down move the selection (with shift, extend it), Delete removes the
-    // selected rows.
-    canvas.addEventListener('keydown', (event) => {
-      const table = listOf(element);
-      if (!table) return;
-      if (event.key === 'Delete' || event.key === 'Backspace') {
-        event.preventDefault();
-        post('list/remove', { key });
-      } else if ((event.key === 'ArrowDown' || event.key === 'ArrowUp') && table.rows > 0) {
-        event.preventDefault();
-        const last = table.selection.length ? table.selection[table.selection.length - 1] : -1;
-        const row = Math.min(Math.max(last + (event.key === 'ArrowDown' ? 1 : -1), 0), table.rows - 1);
-        post('list/click', { key, row, column: 1, shift: event.shiftKey ? 1 : 0, ctrl: 0 });
+        // The keyboard goes on from the cell clicked.
+        const offset = gridColumns(table).length - table.columns.length;
+        focusCell(element, cell.row, cell.column + offset, 'keep');
       }
     });
     // A sizable column's header border is dragged to a new width.
@@ -346,12 +704,13 @@
       const start = event.clientX;
       const width = table.columns[column];
       const left = table.columns.slice(0, column).reduce((sum, each) => sum + each, 0);
-      const place = (clientX) => {
-        guide.style.left = `${canvas.offsetLeft + left + Math.max(width + clientX - start, 16)}px`;
+      const placeGuide = (clientX) => {
+        guide.style.left = `${canvas.offsetLeft + canvas.parentElement.offsetLeft + left +
+          Math.max(width + clientX - start, 16)}px`;
       };
-      place(start);
+      placeGuide(start);
       guide.hidden = false;
-      const move = (moved) => place(moved.clientX);
+      const move = (moved) => placeGuide(moved.clientX);
       const up = (released) => {
         window.removeEventListener('mousemove', move);
         window.removeEventListener('mouseup', up);
@@ -365,8 +724,7 @@
       const table = listOf(element);
       canvas.style.cursor = borderAt(table, ...point(canvas, event)) >= 0 ? 'col-resize' : '';
       const cell = cellAt(table, ...point(canvas, event));
-      const tip = cell && table.tooltips.find(([row, column]) => row === cell.row && column === cell.column);
-      canvas.title = tip ? tip[2] : '';
+      canvas.title = cell ? tooltipOf(table, cell.row, cell.column) : '';
     });
 
     // Rows dragged within the list move there; files dragged in from the desktop are sent to
@@ -401,20 +759,47 @@
         post('list/move', { key, rows, row });
         return;
       }
-      const files = [...event.dataTransfer.files];
-      enqueue(async () => {
-        const ids = [];
-        for (const file of files) {
-          try {
-            const response = await fetch(`file?name=${encodeURIComponent(file.name)}`, { method: 'POST', body: file });
-            if (response.ok) ids.push((await response.json()).id);
-            else showAlert(`${file.name}: ${(await response.text()).trim()}`);
-          } catch (error) {
-            showAlert(`${file.name}: ${error}`);
-          }
-        }
-        if (ids.length) await send('list/drop', { key, files: ids.join(','), row });
+      addFiles(key, [...event.dataTransfer.files], row);
+    });
+
+    // The keyboard's way to bring files: a button that opens the file chooser; the files chosen
+    // go after the last row.
+    let actions = element.nextElementSibling;
+    while (actions && !actions.classList.contains('list-actions')) actions = actions.nextElementSibling;
+    if (actions) {
+      const chooser = actions.querySelector('input[type=file]');
+      actions.querySelector('button').addEventListener('click', () => chooser.click());
+      chooser.addEventListener('change', () => {
+        const files = [...chooser.files];
+        chooser.value = '';
+        if (files.length) addFiles(key, files, listOf(element).rows);
       });
+    }
+    viewOf(element).actions = actions;
+
+    // The painting fills the list's width, which follows the window's.
+    new ResizeObserver(() => { if (listOf(element)) paintList(element, listOf(element)); }).observe(element);
+  }
+
+  function point(canvas, event) {
+    const box = canvas.getBoundingClientRect();
+    return [event.clientX - box.left, event.clientY - box.top];
+  }
+
+  /// Sends `files` to the host, which keeps them in its cache folder, then drops them on `row`.
+  function addFiles(key, files, row) {
+    return enqueue(async () => {
+      const ids = [];
+      for (const file of files) {
+        try {
+          const response = await fetch(`file?name=${encodeURIComponent(file.name)}`, { method: 'POST', body: file });
+          if (response.ok) ids.push((await response.json()).id);
+          else showAlert(`${file.name}: ${(await response.text()).trim()}`);
+        } catch (error) {
+          showAlert(`${file.name}: ${error}`);
+        }
+      }
+      if (ids.length) await send('list/drop', { key, files: ids.join(','), row });
     });
   }
 
@@ -423,6 +808,7 @@
   const watchers = [];
 
   function apply(next) {
+    const before = state;
     state = next;
     for (const element of document.querySelectorAll('[data-p]')) {
       const value = state.values[element.dataset.p];
@@ -432,13 +818,26 @@
     for (const busy of document.querySelectorAll('[data-busy]')) busy.hidden = !Number(state.props[busy.dataset.prop]);
     for (const element of document.querySelectorAll('[data-list]')) {
       const table = listOf(element);
-      if (table) {
-        paintList(element, table);
-        paintChecks(element, table);
+      if (!table) continue;
+      paintChecks(element, table);
+      paintList(element, table);
+      renderGrid(element, table);
+      announceRows(element, before.lists[element.dataset.list], table);
+      const { actions } = viewOf(element);
+      if (actions) {
+        // Shown once the list takes files; while it does not (an upload runs) the button rests.
+        if (table.drops) actions.hidden = false;
+        actions.querySelector('button').disabled = !table.drops;
       }
     }
+    // The start and the end of an upload, once each.
+    const uploading = Number(state.props[':isUploading']) === 1;
+    if (':isUploading' in before.props && uploading !== (Number(before.props[':isUploading']) === 1)) {
+      announce(uploading ? 'Upload started.' : 'Upload ended.');
+    }
+    restoreFocus();
     document.body.dataset.ready = 'true';
-    for (const watcher of watchers) watcher(state);
+    for (const watcher of [...watchers]) watcher(state);
   }
 
   const offline = document.getElementById('offline');
@@ -455,11 +854,8 @@
   // that can take input.
   events.addEventListener('activate', () => {
     window.focus();
-    const main = document.querySelector(`[data-form="${document.body.dataset.main}"]`) || document.body;
-    main.scrollIntoView({ block: 'start' });
-    const field = [...main.querySelectorAll('input, textarea, select, button')]
-      .find((element) => element.offsetParent && !element.disabled);
-    if (field) field.focus();
+    if (!alertBox.hidden) return;
+    focusWindow().scrollIntoView({ block: 'start' });
   });
   events.onopen = () => { offline.hidden = true; };
   events.onerror = () => { offline.hidden = events.readyState === EventSource.OPEN; };

@@ -1,6 +1,7 @@
 #!/usr/bin/python3
 """Browser tests of `sorvel gadget`: the real page in Debian's headless Chromium, driven through
-chromium-driver, against the standalone sandbox. Every test saves a screenshot.
+chromium-driver, against the standalone sandbox. Every test saves a screenshot. The page is held
+to axe-core (tests/gadget/vendor/axe-core, run in the page) in every state it can be in.
 
 Environment (set by CTest): SORVEL_PROGRAM, SORVEL_SANDBOX_PROGRAM, SORVEL_SHOTS (the folder of
 the screenshots).
@@ -11,6 +12,7 @@ import json
 import math
 import os
 import re
+import select
 import signal
 import socket
 import struct
@@ -35,6 +37,14 @@ SHOTS = os.environ.get("SORVEL_SHOTS", "build/browser-shots")
 # Every upload is answered this late, so that an upload can be watched and cancelled.
 UPLOAD_DELAY_MS = 1200
 WAIT = 30
+AXE = os.path.join(os.path.dirname(os.path.abspath(__file__)), "vendor", "axe-core", "axe.min.js")
+AXE_VERSION = "4.10.3"
+# The rules the page is held to: WCAG 2.0 and 2.1, levels A and AA. The best-practice rules run too
+# and are reported.
+WCAG_TAGS = ["wcag2a", "wcag2aa", "wcag21a", "wcag21aa"]
+GRID = '[data-list=":trackList"] [role=grid]'
+# With checked_files(): the third file's ISRC is malformed.
+CHECKED_ISRCS = ["--isrc", "QZDEM2600201", "--isrc", "qz-dem-26-00202", "--isrc", "QZ-DEM-26"]
 
 
 def write_tone(path, seconds=1.0, frequency=440.0, amplitude=6000):
@@ -68,6 +78,16 @@ class Sandbox:
     def environment(self):
         return {"SORVEL_SERVER_URL": self.fields["API base URL"], "SORVEL_LOGIN_URL": self.fields["Login URL"],
                 "SORVEL_PARTNER_ID": self.fields["Partner id"], "SORVEL_PARTNER_KEY": self.fields["Partner key"]}
+
+    def expire_sessions(self):
+        """Ends every sign-in handed out so far (the sandbox's SIGUSR1) once the sandbox says so."""
+        self.process.send_signal(signal.SIGUSR1)
+        deadline = time.monotonic() + WAIT
+        while time.monotonic() < deadline:
+            ready, _, _ = select.select([self.process.stdout], [], [], deadline - time.monotonic())
+            if ready and "Sessions expired." in self.process.stdout.readline():
+                return
+        raise AssertionError("the sandbox did not expire the sessions")
 
     def stop(self):
         self.process.send_signal(signal.SIGTERM)
@@ -119,11 +139,14 @@ class GadgetPageTest(unittest.TestCase):
             path = os.path.join(cls.media.name, f"{name}.wav")
             write_tone(path, 1.0, frequency)
             cls.files.append(path)
+        # A full-scale tone: the pre-flight report warns of its clipping and loudness.
+        cls.hot = os.path.join(cls.media.name, "Too Hot.wav")
+        write_tone(cls.hot, 3.0, 997.0, 32767)
         options = webdriver.ChromeOptions()
         options.binary_location = "/usr/bin/chromium"
         for flag in ("--headless=new", "--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run",
                      "--disable-background-networking", "--disable-component-update", "--disable-sync",
-                     "--disable-dev-shm-usage", "--window-size=1100,800", "--force-device-scale-factor=1"):
+                     "--disable-dev-shm-usage", "--window-size=1280,800", "--force-device-scale-factor=1"):
             options.add_argument(flag)
         cls.profile = tempfile.TemporaryDirectory(prefix="sorvel-chromium-")
         options.add_argument(f"--user-data-dir={cls.profile.name}")
@@ -141,6 +164,7 @@ class GadgetPageTest(unittest.TestCase):
         self.host = None
 
     def tearDown(self):
+        self.driver.execute_cdp_cmd("Emulation.clearDeviceMetricsOverride", {})
         for handle in self.driver.window_handles[1:]:
             self.driver.switch_to.window(handle)
             self.driver.close()
@@ -190,11 +214,90 @@ class GadgetPageTest(unittest.TestCase):
         """The file names of the rows (the file column shows the end of each path)."""
         return [os.path.basename(row[2]) for row in self.rows()]
 
+    def grid(self):
+        """The track table as a screen reader reads it: its column headers, and per row its cells'
+        words and whether it is selected."""
+        return self.driver.execute_script("""
+            const grid = document.querySelector(arguments[0]);
+            const words = (cell) => cell.textContent;
+            const lines = [...grid.querySelectorAll('[role=row]')];
+            return {
+              headers: [...lines[0].querySelectorAll('[role=columnheader]')].map(words),
+              rows: lines.slice(1).map((line) => [...line.querySelectorAll('[role=gridcell]')].map(words)),
+              selected: lines.slice(1).map((line) => line.getAttribute('aria-selected') === 'true'),
+              rowIndexes: lines.map((line) => Number(line.getAttribute('aria-rowindex'))),
+              rowCount: Number(grid.getAttribute('aria-rowcount')),
+            };""", GRID)
+
     def rows(self):
-        """The track table's rows as the page reads them aloud: [remove, track, file, state]."""
+        """The track table's rows as the grid reads them: [remove, track, file, state] (without the
+        pre-flight verdict that comes first while rows have one)."""
+        grid = self.grid()
+        skip = 1 if grid["headers"][:1] == ["Check"] else 0
+        return [row[skip:] for row in grid["rows"]]
+
+    def selection(self):
+        return self.state()["lists"][":trackList"]["selection"]
+
+    def active(self):
+        """What has the focus: its binding key, role and words."""
+        return self.driver.execute_script("""
+            const element = document.activeElement;
+            return {key: element.dataset.p || '', role: element.getAttribute('role') || element.tagName.toLowerCase(),
+                    text: element.textContent.trim(), row: element.closest('[role=row]') ?
+                      Number(element.closest('[role=row]').dataset.row) : null};""")
+
+    def keys(self, *keys, held=None):
+        """Types `keys` into whatever has the focus, holding the modifier `held` down."""
+        actions = ActionChains(self.driver)
+        if held:
+            actions.key_down(held)
+        actions.send_keys(*keys)
+        if held:
+            actions.key_up(held)
+        actions.perform()
+
+    def tab_to(self, script, what, limit=40):
+        """Presses Tab until the focused element satisfies `script` (JavaScript on `element`)."""
+        for _ in range(limit):
+            if self.driver.execute_script(f"const element = document.activeElement; return !!({script});"):
+                return
+            self.keys(Keys.TAB)
+            # Wherever the focus stops, it is seen.
+            ring = self.driver.execute_script("""
+                const element = document.activeElement, style = getComputedStyle(element);
+                return element === document.body || (style.outlineStyle !== 'none' && parseFloat(style.outlineWidth) >= 2) ||
+                       style.boxShadow !== 'none';""")
+            self.assertTrue(ring, f"no focus ring on {self.active()}")
+        raise AssertionError(f"Tab did not reach {what}; the focus is on {self.active()}")
+
+    def announcements(self):
         return self.driver.execute_script(
-            "return [...document.querySelectorAll('[data-list=\":trackList\"] table.rows tr')]"
-            ".filter(row => row.dataset.row >= 0).map(row => [...row.cells].map(cell => cell.textContent))")
+            "return [...document.getElementById('announcer').children].map((line) => line.textContent)")
+
+    def axe(self, name):
+        """Runs axe-core on the page as it is; fails on any violation of the WCAG 2.0 and 2.1 A and
+        AA rules, and on any of the best-practice rules; prints the count of each."""
+        if not self.driver.execute_script("return !!window.axe"):
+            with open(AXE, encoding="utf-8") as source:
+                self.driver.execute_script(source.read())
+            self.assertEqual(self.driver.execute_script("return axe.version"), AXE_VERSION)
+        found = self.driver.execute_async_script("""
+            const done = arguments[arguments.length - 1];
+            axe.run(document, {runOnly: {type: 'tag', values: arguments[0]}, resultTypes: ['violations']})
+              .then((result) => done(result.violations.map((violation) => ({
+                rule: violation.id, tags: violation.tags,
+                nodes: violation.nodes.map((node) => `${node.target.join(' ')}: ${node.failureSummary}`)}))))
+              .catch((error) => done([{rule: 'axe failed', tags: [], nodes: [String(error)]}]));""",
+            WCAG_TAGS + ["best-practice"])
+        wcag = [violation for violation in found if set(violation["tags"]) & set(WCAG_TAGS) or not violation["tags"]]
+        practice = [violation for violation in found if violation not in wcag]
+        count = lambda violations: sum(len(violation["nodes"]) for violation in violations)
+        print(f"axe-core {AXE_VERSION}, {name}: {count(wcag)} WCAG A/AA violations, {count(practice)} best-practice",
+              flush=True)
+        self.shot(f"axe-{re.sub(r'[^a-z0-9]+', '-', name.lower()).strip('-')}")
+        self.assertEqual(wcag, [], f"WCAG violations, {name}")
+        self.assertEqual(practice, [], f"best-practice findings, {name}")
 
     def type_into(self, key, text, enter=True):
         field = self.css(f'[data-p="{key}"]')
@@ -258,6 +361,63 @@ class GadgetPageTest(unittest.TestCase):
             canvas.dispatchEvent(new DragEvent('drop', at));
         """)
         self.idle()
+
+    def checked_files(self):
+        """Three files whose pre-flight verdicts differ: ok, warning (the hot one), error (with
+        CHECKED_ISRCS)."""
+        return [self.files[0], self.hot, self.files[1]]
+
+    def replace_host(self, files=(), arguments=()):
+        """Ends the host under test, as the user would, and opens the page of a new one."""
+        self.assertEqual(self.host.stop(), 0)
+        self.assertEqual(self.host.leftovers, [])
+        self.host = None
+        return self.open_gadget(files, arguments)
+
+    def choose_menu_entry(self, index):
+        """Chooses entry `index` (negative: from the end) of the shown product list, as the
+        keyboard does on a closed select box."""
+        self.driver.execute_script("""
+            const select = [...document.querySelectorAll('[data-p=":titlesList"]')].find(s => s.offsetParent);
+            select.selectedIndex = arguments[0] < 0 ? select.options.length + arguments[0] : arguments[0];
+            select.dispatchEvent(new Event('change'));""", index)
+        self.idle()
+
+    def assert_grid_is_the_model(self):
+        """The grid holds the list model's rows in their order, each cell with the words the model
+        painted into it, where it painted them, and the model's selection."""
+        self.idle()
+        table, grid = self.driver.execute_script("""
+            const table = window.sorvelGadget.state.lists[':trackList'];
+            const grid = document.querySelector(arguments[0]);
+            const lines = [...grid.querySelectorAll('[role=row]')];
+            return [table, {
+              headers: [...lines[0].querySelectorAll('[role=columnheader]')].map((cell) => cell.textContent),
+              rows: lines.slice(1).map((line) => [...line.querySelectorAll('[role=gridcell]')].map((cell) => cell.textContent)),
+              selected: lines.slice(1).map((line) => line.getAttribute('aria-selected') === 'true'),
+              indexes: lines.map((line) => Number(line.getAttribute('aria-rowindex'))),
+              count: Number(grid.getAttribute('aria-rowcount'))}];""", GRID)
+        rows = table["rows"]
+        checked = len(table["checks"]) > 0
+        self.assertEqual(grid["headers"], (["Check"] if checked else []) + ["Remove", "Track", "File", "State"])
+        self.assertEqual(len(grid["rows"]), rows)
+        self.assertEqual((grid["count"], grid["indexes"]), (rows + 1, list(range(1, rows + 2))))
+        self.assertEqual([row[1 if checked else 0:] for row in grid["rows"]], table["cells"])
+        self.assertEqual(grid["selected"], [row in table["selection"] for row in range(rows)])
+        # The texts painted inside each cell's rectangle are the cell's words.
+        painted = [["" for _ in table["columns"]] for _ in range(rows)]
+        for operation in table["drawing"]:
+            if operation[0] != "t" or not operation[5] or operation[2] < table["header"]:
+                continue
+            row = (operation[2] - table["header"]) // table["rowHeight"]
+            column = next(index for index in range(len(table["columns"])) if operation[1] < sum(table["columns"][:index + 1]))
+            painted[row][column] = (painted[row][column] + " " + operation[5]).strip()
+        self.assertEqual(painted, table["cells"])
+        if checked:
+            verdicts = {row: {"ok": "OK", "warning": "Warning", "error": "Error"}[report["check"]]
+                        for row, report in table["checks"]}
+            self.assertEqual([row[0] for row in grid["rows"]], [verdicts.get(row, "") for row in range(rows)])
+        return grid
 
     def alert_text(self):
         box = self.css("#alert")
@@ -334,8 +494,8 @@ class GadgetPageTest(unittest.TestCase):
         self.driver.execute_script("""
             window.seenStates = [];
             window.sorvelGadget.watch(state => {
-              const list = document.querySelectorAll('[data-list=":trackList"] table.rows tr');
-              window.seenStates.push([...list].map(row => row.cells[3] ? row.cells[3].textContent : ''));
+              const list = document.querySelectorAll('[data-list=":trackList"] [role=row]');
+              window.seenStates.push([...list].map(row => row.lastElementChild ? row.lastElementChild.textContent : ''));
             });""")
         self.css('[data-p=":upload"]').click()
         self.idle()
@@ -379,17 +539,18 @@ class GadgetPageTest(unittest.TestCase):
         self.wait_until(lambda: self.state()["lists"][":trackList"]["selection"] == [0, 1], "a range")
         self.click_cell(0, modifier=Keys.CONTROL)
         self.wait_until(lambda: self.state()["lists"][":trackList"]["selection"] == [1], "row 0 taken out")
-        canvas = self.css('[data-list=":trackList"] canvas')
-        canvas.send_keys(Keys.ARROW_UP)
+        # The keyboard goes on from the cell clicked last.
+        self.assertEqual(self.active()["row"], 0)
+        self.keys(Keys.ARROW_DOWN)
+        self.idle()
+        self.wait_until(lambda: self.state()["lists"][":trackList"]["selection"] == [1], "the row below, by key")
+        self.keys(Keys.ARROW_UP)
         self.idle()
         self.wait_until(lambda: self.state()["lists"][":trackList"]["selection"] == [0], "the row above, by key")
 
     def test_the_preflight_report_marks_every_row_and_shows_the_selected_rows_figures(self):
-        hot = os.path.join(self.media.name, "Too Hot.wav")
-        write_tone(hot, 3.0, 997.0, 32767)
-        files = [self.files[0], hot, self.files[1]]
         # The third file's ISRC is malformed; the second file clips and is far too loud.
-        self.open_gadget(files, ["--isrc", "QZDEM2600201", "--isrc", "qz-dem-26-00202", "--isrc", "QZ-DEM-26"])
+        self.open_gadget(self.checked_files(), CHECKED_ISRCS)
         self.sign_in()
         self.wait_until(lambda: len(self.rows()) == 3, "three rows")
         badges = lambda: self.driver.execute_script(
@@ -465,7 +626,7 @@ class GadgetPageTest(unittest.TestCase):
         self.wait_until(lambda: self.files_listed() == ["Morning Song.wav"], "the row removed by its X")
         # The keyboard: the selected row goes with Delete.
         self.click_cell(0)
-        self.css('[data-list=":trackList"] canvas').send_keys(Keys.DELETE)
+        self.keys(Keys.DELETE)
         self.idle()
         self.wait_until(lambda: self.rows() == [], "the row removed by the Delete key")
 
@@ -485,6 +646,11 @@ class GadgetPageTest(unittest.TestCase):
         self.wait_until(lambda: len(self.rows()) == 2, "the dropped file's row")
         self.assertEqual(self.files_listed()[1], "Dropped Take.wav")
         self.shot("file-dropped")
+        # The same without a drag: the button's file chooser adds after the last row.
+        self.css('[data-list=":trackList"] ~ .list-actions input[type=file]').send_keys(self.files[1])
+        self.idle()
+        self.wait_until(lambda: self.files_listed() == ["Morning Song.wav", "Dropped Take.wav", "Evening Tune.wav"],
+                        "the chosen file's row")
 
         self.driver.execute_script("document.getElementById('desktop').remove()")
         self.driver.execute_script("""
@@ -494,10 +660,10 @@ class GadgetPageTest(unittest.TestCase):
         self.drop("transfer.items.add(document.getElementById('desktop').files[0]);", 2)
         self.wait_until(lambda: self.alert_text(), "the refusal")
         self.assertIn("audio", self.alert_text())
-        self.assertEqual(len(self.rows()), 2)
+        self.assertEqual(len(self.rows()), 3)
         cache = os.path.join(self.host.home.name, "cache", "sorvel", "dropped")
         stored = [name for _, _, names in os.walk(cache) for name in names]
-        self.assertEqual(stored, ["Dropped Take.wav"], "a refused file is not kept")
+        self.assertEqual(sorted(stored), ["Dropped Take.wav", "Evening Tune.wav"], "a refused file is not kept")
 
     def test_an_upload_is_cancelled_with_the_cancel_button(self):
         self.signed_in(self.files)
@@ -533,6 +699,268 @@ class GadgetPageTest(unittest.TestCase):
         self.css('[data-p="ActivityInfo:onCreateAccount"]').click()
         self.wait_until(lambda: self.driver.execute_script(
             "return document.activeElement.dataset.p === 'Credentials:username'"), "the window brought forward")
+
+    # --- accessibility ----------------------------------------------------------------------
+
+    def test_every_state_of_the_page_is_clean_under_axe(self):
+        # A host without files: signed out, refused, signed in, expired.
+        self.open_gadget()
+        self.axe("signed out")
+        self.sign_in(password="not-the-password")
+        self.wait_until(lambda: self.alert_text(), "the refusal's alert")
+        self.assertEqual(self.active()["role"], "button", "the alert takes the focus")
+        self.assertEqual(self.driver.execute_script("return document.activeElement.closest('[role=alertdialog]').id"), "alert")
+        self.assertTrue(self.driver.execute_script("return document.querySelector('main').inert"),
+                        "nothing behind the alert can be reached")
+        self.wait_until(lambda: self.prop(":loginPhase") == 0 and self.css('[data-p=":signIn"]').is_enabled(),
+                        "back to the login view, Sign in enabled again")
+        self.axe("failed sign-in alert")
+        self.keys(Keys.ESCAPE)
+        self.wait_until(lambda: self.alert_text() is None, "the alert closed by Escape")
+        self.assertEqual(self.active()["key"], ":signIn", "the focus is back on the button that was pressed")
+
+        self.sign_in()
+        self.wait_until(lambda: self.form_shown("ActivityInfoView") and self.css('[data-p="ActivityInfo:userName"]').text
+                        and not self.prop("Client:isBusy"), "the dashboard's figures")
+        self.assertIn(self.active()["key"], (":signOut", ":openDashboard"), "the focus went on into the manager's view")
+        self.axe("signed in with the dashboard")
+
+        self.sandbox.expire_sessions()
+        self.choose_menu_entry(-1)  # "Refresh": the products asked for with the expired sign-in
+        self.wait_until(lambda: self.alert_text() == "Session expired. Please login again.", "the expiry's alert")
+        self.wait_until(lambda: self.form_shown("LoginView"), "signed out")
+        self.axe("session expired")
+        self.keys(Keys.ESCAPE)
+        self.wait_until(lambda: self.alert_text() is None, "the alert closed")
+        self.assertEqual(self.active()["key"], "Credentials:username",
+                         "what had the focus has gone; the window's first field takes it")
+
+        # A host with three rendered files and their pre-flight reports.
+        self.replace_host(self.checked_files(), CHECKED_ISRCS)
+        self.sign_in()
+        self.wait_until(lambda: len(self.rows()) == 3 and self.grid()["headers"][0] == "Check", "the files with verdicts")
+        self.axe("files listed")
+        self.click_cell(1)
+        self.wait_until(lambda: self.form_shown("TrackInfoView") and self.css("#preflight").get_attribute("data-row") == "1",
+                        "the row in the inspector, its report beside")
+        self.axe("one row in the inspector, its pre-flight warnings")
+        self.click_cell(2)
+        self.wait_until(lambda: self.css("#preflight").get_attribute("data-row") == "2", "the third row's report")
+        self.assertIn("error", self.css("#preflight ul").text)
+        self.axe("pre-flight findings with an error")
+        self.click_cell(0)
+        self.click_cell(1, modifier=Keys.CONTROL)
+        self.wait_until(lambda: self.css('[data-p="TrackInfo:name"]').get_attribute("value") == "Multiple Tracks Selected",
+                        "two rows in the inspector")
+        self.axe("several rows selected")
+        self.type_into(":newProductName", "Checked Release")
+        self.css('[data-p=":upload"]').click()
+        self.idle()
+        self.wait_until(lambda: any("%" in row[3] for row in self.rows()), "a row uploading")
+        self.axe("uploading")
+        self.wait_until(lambda: self.prop(":isUploading") == 0, "the upload to end")
+        self.wait_until(lambda: all(row[3] == "Uploaded" for row in self.rows()), "the rows the service holds")
+        self.axe("finished")
+
+    def test_a_keyboard_alone_signs_in_chooses_the_product_edits_two_rows_and_uploads(self):
+        self.open_gadget(self.files)
+        self.driver.execute_script("""
+            window.mouseEvents = [];
+            for (const type of ['mousedown', 'mouseup', 'mousemove', 'pointerdown', 'pointerup', 'wheel', 'dragstart'])
+              document.addEventListener(type, (event) => window.mouseEvents.push(type), true);""")
+        # The files handed over brought the window forward, its first field in focus.
+        self.wait_until(lambda: self.active()["key"] == "Credentials:username", "the user name field in focus")
+        self.keys(self.sandbox.user, Keys.TAB, self.sandbox.password)
+        self.tab_to("element.dataset.p === ':signIn'", "Sign in")
+        self.keys(Keys.ENTER)
+        self.wait_until(lambda: self.prop(":loginPhase") == 2 and not self.prop("Client:isBusy"), "signed in")
+        self.wait_until(lambda: self.active()["key"] == ":signOut", "the focus on the manager's first control")
+
+        # The product: its list in the new-product variant, the first entry by the Home key.
+        self.tab_to("element.tagName === 'SELECT'", "the product list")
+        product = self.state()["values"][":titlesList"]["e"][0]
+        self.keys(Keys.HOME)
+        self.wait_until(lambda: self.value(":replaceMode") == 1 and len(self.rows()) == 4, "the product's tracks and the files")
+        self.assertEqual(self.state()["values"][":titlesList"]["e"][self.value(":titlesList")], product)
+        self.assertEqual(self.active()["key"], ":titlesList", "the focus follows into the wide product list")
+        self.assertEqual([row[3] for row in self.rows()], ["Uploaded", "Uploaded", "Add", "Add"])
+
+        # The grid: Tab reaches one cell of it; the arrows go to the first file, Shift takes the next.
+        self.tab_to("element.getAttribute('role') === 'gridcell'", "the track table")
+        self.keys(Keys.ARROW_DOWN, Keys.ARROW_DOWN)
+        self.keys(Keys.ARROW_DOWN, held=Keys.SHIFT)
+        self.wait_until(lambda: self.selection() == [2, 3], "the two files selected")
+        self.assertEqual(self.grid()["selected"], [False, False, True, True])
+        # Along the row: the verdict, the remove column, the title.
+        self.assertEqual(self.active()["text"], "OK")
+        self.keys(Keys.ARROW_RIGHT, Keys.ARROW_RIGHT)
+        self.assertEqual(self.active()["text"], "Evening Tune")
+        self.css('[data-list=":trackList"]').screenshot(os.path.join(SHOTS, "grid-focus.png"))
+        # Enter opens them in the inspector; the title is shared by two, so the genre comes first.
+        self.keys(Keys.ENTER)
+        self.wait_until(lambda: self.active()["key"] == "TrackInfo:genre", "the inspector's first field that can be edited")
+        self.assertEqual(self.css('[data-p="TrackInfo:name"]').get_attribute("value"), "Multiple Tracks Selected")
+        self.keys("Ambient", Keys.TAB)
+        self.wait_until(lambda: self.value("TrackInfo:genre") == "Ambient; Ambient", "the genre of both rows")
+
+        self.tab_to("element.dataset.p === ':upload'", "Upload")
+        self.keys(Keys.ENTER)
+        self.wait_until(lambda: self.prop(":isUploading") == 1, "the upload to start")
+        self.wait_until(lambda: self.prop(":isUploading") == 0, "the upload to end")
+        self.wait_until(lambda: [row[3] for row in self.rows()] == ["Uploaded"] * 4, "every row on the service")
+        self.assertEqual([row[1] for row in self.rows()], ["Headlights", "Tunnel", "Morning Song", "Evening Tune"])
+        self.shot("keyboard-uploaded")
+        self.assertEqual(self.driver.execute_script("return window.mouseEvents"), [], "not one mouse event")
+
+        # What was said: each row's progress at most once a quarter, its end once, the batch's start and end once.
+        said = self.announcements()
+        self.assertEqual((said.count("Upload started."), said.count("Upload ended.")), (1, 1), said)
+        for name in ("Morning Song", "Evening Tune"):
+            self.assertEqual(said.count(f"{name}: Add - Upload Complete"), 1, said)
+            quarters = [int(float(re.search(r"([\d.]+)%", line).group(1)) // 25) for line in said
+                        if line.startswith(f"{name}: ") and "%" in line]
+            self.assertTrue(quarters, f"the progress of {name} was said: {said}")
+            self.assertEqual(quarters, sorted(set(quarters)), f"once a quarter at most: {said}")
+
+    def test_the_grid_reads_as_the_list_model_and_the_selection_goes_both_ways(self):
+        self.open_gadget(self.checked_files(), CHECKED_ISRCS)
+        self.sign_in()
+        self.wait_until(lambda: len(self.rows()) == 3 and len(self.state()["lists"][":trackList"]["checks"]) == 3,
+                        "three rows with their verdicts")
+        grid = self.assert_grid_is_the_model()
+        self.assertEqual([row[0] for row in grid["rows"]], ["OK", "Warning", "Error"])
+        self.assertEqual([row[2] for row in grid["rows"]], ["Morning Song", "Too Hot", "Evening Tune"])
+        self.assertEqual([os.path.basename(row[3]) for row in grid["rows"]], ["Morning Song.wav", "Too Hot.wav", "Evening Tune.wav"])
+        self.assertEqual([row[4] for row in grid["rows"]], ["Add"] * 3)
+
+        # The mouse selects in the painting; the grid follows.
+        self.click_cell(1)
+        self.wait_until(lambda: self.grid()["selected"] == [False, True, False], "row 1 selected in the grid")
+        self.click_cell(2, modifier=Keys.CONTROL)
+        self.wait_until(lambda: self.grid()["selected"] == [False, True, True], "rows 1 and 2 selected in the grid")
+        self.assert_grid_is_the_model()
+        # The keyboard selects in the grid; the list and the inspector follow.
+        steps = (((Keys.ARROW_UP,), None, [1]),            # the row above alone
+                 ((Keys.ARROW_DOWN,), Keys.CONTROL, [1]),  # Control moves without selecting
+                 ((Keys.SPACE,), Keys.CONTROL, [1, 2]),    # Control and Space add the row
+                 ((Keys.ARROW_UP, Keys.ARROW_UP), Keys.CONTROL, [1, 2]),
+                 ((Keys.SPACE,), Keys.SHIFT, [0, 1, 2]),   # Shift and Space: from the row chosen last
+                 ((Keys.SPACE,), None, [0]))               # Space: this row alone
+        for keys, held, selection in steps:
+            self.keys(*keys, held=held)
+            self.idle()
+            self.wait_until(lambda: self.selection() == selection, f"{selection} selected by {keys} with {held}")
+            self.assert_grid_is_the_model()
+        self.wait_until(lambda: self.css('[data-p="TrackInfo:name"]').get_attribute("value") == "Morning Song",
+                        "the inspector shows the row")
+
+        # Delete removes the file of the row in focus; the focus stays in the grid.
+        self.keys(Keys.DELETE)
+        self.wait_until(lambda: [row[1] for row in self.rows()] == ["Too Hot", "Evening Tune"], "the first row removed")
+        self.assertEqual(self.active()["role"], "gridcell")
+        self.assert_grid_is_the_model()
+
+        # With a product chosen, a file is put on one of its tracks without a drag: Control and X
+        # on the file, Control and V on the track.
+        self.choose_menu_entry(self.state()["values"][":titlesList"]["e"].index("Field Recordings"))
+        self.wait_until(lambda: [row[1] for row in self.rows()] == ["Rain on Tin", "Too Hot", "Evening Tune"],
+                        "the product's track above the files")
+        self.tab_to("element.getAttribute('role') === 'gridcell'", "the track table")
+        self.keys(Keys.END, held=Keys.CONTROL)
+        self.wait_until(lambda: self.selection() == [2], "the last row")
+        self.keys("x", held=Keys.CONTROL)
+        self.wait_until(lambda: any("picked up" in line for line in self.announcements()), "the pick-up said")
+        self.keys(Keys.ARROW_UP, Keys.ARROW_UP, held=Keys.CONTROL)
+        self.keys("v", held=Keys.CONTROL)
+        self.wait_until(lambda: [row[3] for row in self.rows()] == ["Replace", "Add"], "the track replaced by the file")
+        self.assertEqual(os.path.basename(self.rows()[0][2]), "Evening Tune.wav")
+        self.wait_until(lambda: any(line.startswith("Dropped.") and "Replace" in line for line in self.announcements()),
+                        "the drop said")
+        self.assert_grid_is_the_model()
+        # Control, Shift and V drop after the last row: the file leaves the track again.
+        self.assertEqual(self.active()["row"], 0)
+        self.keys("x", held=Keys.CONTROL)
+        self.keys("V", held=Keys.CONTROL)  # with Shift: the capital
+        self.wait_until(lambda: [row[1] for row in self.rows()] == ["Rain on Tin", "Too Hot", "Evening Tune"]
+                        and self.rows()[0][3] == "Uploaded", "the file on a row of its own at the end")
+        # Escape puts back what was picked up; a track of the service cannot be removed.
+        self.keys(Keys.HOME, held=Keys.CONTROL)
+        self.keys("x", held=Keys.CONTROL)
+        self.keys(Keys.ESCAPE)
+        self.wait_until(lambda: "Nothing was moved." in self.announcements(), "the pick-up undone")
+        self.keys(Keys.DELETE)
+        self.wait_until(lambda: "the rows cannot be removed now" in self.announcements(), "the refusal said")
+        self.assertEqual(len(self.rows()), 3)
+        self.assert_grid_is_the_model()
+
+    def test_nothing_is_cut_off_at_1280_by_800_at_200_percent_and_at_320_pixels_wide(self):
+        self.open_gadget(self.checked_files(), CHECKED_ISRCS)
+        self.sign_in()
+        self.wait_until(lambda: len(self.rows()) == 3 and self.grid()["headers"][0] == "Check", "the files with verdicts")
+        self.assertEqual(self.cut_off_texts(), [], "a new product")
+        self.choose_menu_entry(1)
+        self.wait_until(lambda: self.value(":replaceMode") == 1 and len(self.rows()) == 4, "a product with a track")
+        self.click_cell(1)
+        self.wait_until(lambda: self.form_shown("TrackInfoView") and self.css("#preflight").is_displayed(),
+                        "the inspector and the report")
+        for name, width, height, scale in (("1280x800", 1280, 800, 1), ("zoom-200", 640, 400, 2), ("reflow-320", 320, 640, 1)):
+            self.driver.execute_cdp_cmd("Emulation.setDeviceMetricsOverride",
+                                        {"width": width, "height": height, "deviceScaleFactor": scale, "mobile": False})
+            self.driver.execute_async_script(
+                "const done = arguments[0]; requestAnimationFrame(() => requestAnimationFrame(() => done()))")
+            self.assertEqual(self.cut_off_texts(), [], name)
+            self.driver.execute_cdp_cmd("Emulation.setDeviceMetricsOverride",
+                                        {"width": width, "height": self.driver.execute_script(
+                                            "return document.documentElement.scrollHeight"),
+                                         "deviceScaleFactor": scale, "mobile": False})
+            self.shot(f"layout-{name}")
+            if name == "1280x800":
+                # The whole table is in view, the State column's words too.
+                self.assertTrue(self.driver.execute_script("""
+                    const list = document.querySelector('[data-list=":trackList"]').getBoundingClientRect();
+                    const state = [...document.querySelectorAll(arguments[0] + ' [role=columnheader]')].pop().getBoundingClientRect();
+                    return state.right <= list.right && state.left >= list.left;""", GRID))
+
+    def cut_off_texts(self):
+        """Texts of the page that are cut off, or that only sideways scrolling of the page would show."""
+        return self.driver.execute_script("""
+            const problems = [];
+            const width = document.documentElement.clientWidth;
+            if (document.documentElement.scrollWidth > width + 1)
+              problems.push(`the page scrolls sideways: ${document.documentElement.scrollWidth} > ${width} pixels`);
+            const shown = (element) => element.getClientRects().length > 0;
+            const name = (element) => `${element.tagName.toLowerCase()}.${String(element.className).replace(/ /g, '.')}` +
+              ` "${element.textContent.trim().slice(0, 40)}"`;
+            for (const element of document.querySelectorAll('main *')) {
+              if (!shown(element) || element.closest('.list, .visually-hidden')) continue;
+              for (const node of element.childNodes) {
+                if (node.nodeType !== Node.TEXT_NODE || !node.textContent.trim()) continue;
+                const range = document.createRange();
+                range.selectNodeContents(node);
+                for (const box of range.getClientRects()) {
+                  if (box.width === 0) continue;
+                  if (box.left < -0.5 || box.right > width + 0.5) problems.push(`${name(element)} runs out of the window`);
+                  for (let outer = element.parentElement; outer; outer = outer.parentElement) {
+                    const style = getComputedStyle(outer);
+                    if (style.overflowX === 'visible' && style.overflowY === 'visible') continue;
+                    const limit = outer.getBoundingClientRect();
+                    if (box.left < limit.left - 0.5 || box.right > limit.right + 0.5 || box.top < limit.top - 0.5 ||
+                        box.bottom > limit.bottom + 0.5) problems.push(`${name(element)} is cut off by ${name(outer)}`);
+                  }
+                }
+              }
+            }
+            // A select box shows its chosen entry whole (the arrow takes 16 pixels of it).
+            const context = document.createElement('canvas').getContext('2d');
+            for (const select of document.querySelectorAll('main select')) {
+              if (!shown(select) || select.selectedIndex < 0) continue;
+              const style = getComputedStyle(select);
+              context.font = `${style.fontSize} ${style.fontFamily}`;
+              const text = select.options[select.selectedIndex].text;
+              const needed = context.measureText(text).width + parseFloat(style.paddingLeft) + parseFloat(style.paddingRight) + 16;
+              if (needed > select.clientWidth + 0.5) problems.push(`"${text}" needs ${needed} pixels, its box has ${select.clientWidth}`);
+            }
+            return problems;""")
 
     def test_the_page_uses_loopback_only_and_tells_when_the_host_has_ended(self):
         self.signed_in()

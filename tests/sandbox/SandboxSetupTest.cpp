@@ -90,9 +90,16 @@ struct ProgramResult
     std::string output;
 };
 
-// Runs sorvel-sandbox with the arguments and waits for it; the given signal is sent once the
-// output holds `waitFor`. Gives up, killing the program, after ten seconds.
-ProgramResult runProgram(std::vector<std::string> arguments, const std::string& waitFor = {}, int signal = SIGTERM)
+// A signal sent to the program once its output holds `waitFor`.
+struct SignalStep
+{
+    std::string waitFor;
+    int signal;
+};
+
+// Runs sorvel-sandbox with the arguments and waits for it, sending the signals of `steps` in
+// turn. Gives up, killing the program, after ten seconds.
+ProgramResult runProgram(std::vector<std::string> arguments, const std::vector<SignalStep>& steps)
 {
     int pipeEnds[2];
     EXPECT_EQ(pipe(pipeEnds), 0);
@@ -113,7 +120,7 @@ ProgramResult runProgram(std::vector<std::string> arguments, const std::string& 
 
     ProgramResult result;
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    bool signalled = false;
+    size_t step = 0;
     for (;;)
     {
         const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
@@ -129,17 +136,19 @@ ProgramResult runProgram(std::vector<std::string> arguments, const std::string& 
         if (got <= 0)
             break;
         result.output.append(buffer, static_cast<size_t>(got));
-        if (!waitFor.empty() && !signalled && result.output.find(waitFor) != std::string::npos)
-        {
-            kill(child, signal);
-            signalled = true;
-        }
+        if (step < steps.size() && result.output.find(steps[step].waitFor) != std::string::npos)
+            kill(child, steps[step++].signal);
     }
     close(pipeEnds[0]);
     int status = 0;
     waitpid(child, &status, 0);
     result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
     return result;
+}
+
+ProgramResult runProgram(std::vector<std::string> arguments, const std::string& waitFor = {}, int signal = SIGTERM)
+{
+    return runProgram(std::move(arguments), waitFor.empty() ? std::vector<SignalStep>{} : std::vector<SignalStep>{{waitFor, signal}});
 }
 
 } // namespace
@@ -336,6 +345,13 @@ TEST(SandboxProgram, PrintsWhereItListensAndStopsOnSignals)
     result = runProgram({"--port=0", "--quiet"}, "Press Ctrl+C to stop.", SIGINT);
     EXPECT_EQ(result.exitCode, 0) << result.output;
     EXPECT_NE(result.output.find("Stopping on SIGINT"), std::string::npos);
+
+    // SIGUSR1 ends the sign-ins and the sandbox goes on until it is stopped.
+    result = runProgram({"--port=0", "--quiet"}, {{"Press Ctrl+C to stop.", SIGUSR1}, {"Sessions expired.", SIGUSR1},
+                                                  {"Sessions expired.\nSessions expired.", SIGTERM}});
+    EXPECT_EQ(result.exitCode, 0) << result.output;
+    EXPECT_NE(result.output.find("Sessions expired.\nSessions expired.\nStopping on SIGTERM"), std::string::npos)
+        << result.output;
 }
 
 TEST(SandboxProgram, ArgumentsAndStartFailuresGiveHonestExitCodes)
