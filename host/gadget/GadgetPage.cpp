@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <cctype>
 #include <cmath>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <cstdio>
 #include <set>
 #include <utility>
 
@@ -213,7 +213,8 @@ private:
                 if (isField(*next))
                 {
                     controlId_ = newId();
-                    html_ += "<label class=\"label" + styleClass(*child) + "\" id=\"" + id + "\" for=\"" + controlId_ + "\">";
+                    html_ += "<label class=\"label" + styleClass(*child) + "\" id=\"" + id + "\" for=\"" + controlId_ +
+                             "\">";
                 }
                 else
                     html_ += "<span class=\"label" + styleClass(*child) + "\" id=\"" + id + "\">";
@@ -240,7 +241,8 @@ private:
     static bool isLabelled(IThemeElement& element)
     {
         const std::string type = element.getType();
-        return isField(element) || type == "ListView" || type == "Vertical" || type == "Horizontal" || type == "Variant";
+        return isField(element) || type == "ListView" || type == "Vertical" || type == "Horizontal" ||
+               type == "Variant";
     }
 
     std::string newId() { return "e" + std::to_string(++ids_); }
@@ -450,8 +452,8 @@ private:
             const bool secret = options.find(" password ") != std::string::npos;
             const std::string style = styleAttribute(boxStyle(element, kControl));
             if (options.find(" multiline ") != std::string::npos)
-                html_ += "<textarea class=\"edit" + styleClass(element) + "\"" + naming() + bind(element, base) + style +
-                         "></textarea>";
+                html_ += "<textarea class=\"edit" + styleClass(element) + "\"" + naming() + bind(element, base) +
+                         style + "></textarea>";
             else
                 html_ += std::string("<input class=\"edit") + styleClass(element) + "\" type=\"" +
                          (secret ? "password" : "text") + "\" autocomplete=\"" + (secret ? "current-password" : "off") +
@@ -461,9 +463,10 @@ private:
             html_ += "<label class=\"check" + styleClass(element) + "\"><input type=\"checkbox\"" + bind(element, base) +
                      "><span>" + title + "</span></label>";
         else if (type == "Button" || type == "DialogButton")
-            html_ += "<button type=\"button\" class=\"button" + std::string(element.getAttribute("image") ? "" : " flat") +
-                     styleClass(element) + "\"" + bind(element, base) +
-                     styleAttribute(boxStyle(element, kControl)) + ">" + icon(element) + "<span>" + title + "</span></button>";
+            html_ += "<button type=\"button\" class=\"button" +
+                     std::string(element.getAttribute("image") ? "" : " flat") + styleClass(element) + "\"" +
+                     bind(element, base) + styleAttribute(boxStyle(element, kControl)) + ">" + icon(element) +
+                     "<span>" + title + "</span></button>";
         else if (type == "Link")
         {
             const std::string binding = bind(element, base);
@@ -502,14 +505,20 @@ private:
             // laid over it, cell on cell, which page.js fills from the same state. Files come in
             // by a button as well as by a drop.
             const std::string help = newId();
-            const std::string name = labelledBy_.empty() ? " aria-label=\"" + escapeHtml(wordsOf(record.name ? record.name : "")) + "\""
-                                                         : " aria-labelledby=\"" + labelledBy_ + "\"";
-            html_ += "<div class=\"list\"" + data + styleAttribute(boxStyle(element, kFill)) +
-                     "><div class=\"surface\"><canvas aria-hidden=\"true\"></canvas><div class=\"grid\" role=\"grid\""
-                     " aria-multiselectable=\"true\"" + name + " aria-describedby=\"" + help + "\"></div></div></div>"
-                     "<p id=\"" + help + "\" hidden>" + kGridKeys + "</p>"
-                     "<div class=\"list-actions\" hidden><button type=\"button\" class=\"button flat\">Add audio files…</button>"
-                     "<input type=\"file\" multiple accept=\"audio/*,.wav,.flac,.aiff,.aif,.ogg,.mp3\" hidden tabindex=\"-1\"></div>";
+            const std::string name = labelledBy_.empty()
+                                         ? " aria-label=\"" + escapeHtml(wordsOf(record.name ? record.name : "")) + "\""
+                                         : " aria-labelledby=\"" + labelledBy_ + "\"";
+            html_ +=
+                "<div class=\"list\"" + data + styleAttribute(boxStyle(element, kFill)) + "><div class=\"surface\">";
+            html_ += "<canvas aria-hidden=\"true\"></canvas>";
+            html_ += "<div class=\"grid\" role=\"grid\" aria-multiselectable=\"true\"" + name + " aria-describedby=\"" +
+                     help + "\">";
+            html_ += "</div></div></div>";
+            html_ += "<p id=\"" + help + "\" hidden>" + std::string(kGridKeys) + "</p>";
+            html_ += "<div class=\"list-actions\" hidden><button type=\"button\" class=\"button flat\">Add audio "
+                     "files…</button>";
+            html_ += "<input type=\"file\" multiple accept=\"audio/*,.wav,.flac,.aiff,.aif,.ogg,.mp3\" hidden "
+                     "tabindex=\"-1\"></div>";
         }
         else
         {
@@ -546,8 +555,8 @@ GadgetPage GadgetPage::build(ITheme& theme, const std::vector<std::string>& form
         // Each window is a region named by its title, so that a screen reader can go to it.
         const char* windowTitle = theme.getForm(name.c_str())->getAttribute("title");
         body += "<section class=\"panel\"" +
-                (windowTitle && *windowTitle ? " aria-label=\"" + escapeHtml(windowTitle) + "\"" : std::string()) + ">" + html +
-                "</section>";
+                (windowTitle && *windowTitle ? " aria-label=\"" + escapeHtml(windowTitle) + "\"" : std::string()) +
+                ">" + html + "</section>";
         main = name;
     }
     // The alert is a modal dialog named by its message; the announcer reads out, politely, what
@@ -557,9 +566,11 @@ GadgetPage GadgetPage::build(ITheme& theme, const std::vector<std::string>& form
                 escapeHtml(title) +
                 "</title><meta name=\"referrer\" content=\"no-referrer\"><link rel=\"stylesheet\" href=\"page.css\">"
                 "<link rel=\"stylesheet\" href=\"theme.css\"></head><body data-main=\"" +
-                escapeHtml(main) + "\"><main class=\"gadget\"><h1 class=\"visually-hidden\">" + escapeHtml(title) + "</h1>" + body +
+                escapeHtml(main) + "\"><main class=\"gadget\"><h1 class=\"visually-hidden\">" + escapeHtml(title) +
+                "</h1>" + body +
                 "<div id=\"announcer\" class=\"visually-hidden\" aria-live=\"polite\"></div></main>"
-                "<div id=\"alert\" class=\"alert\" role=\"alertdialog\" aria-modal=\"true\" aria-labelledby=\"alert-text\" hidden>"
+                "<div id=\"alert\" class=\"alert\" role=\"alertdialog\" aria-modal=\"true\" "
+                "aria-labelledby=\"alert-text\" hidden>"
                 "<p id=\"alert-text\"></p><button type=\"button\" class=\"button\">OK</button></div>"
                 "<div id=\"offline\" class=\"offline\" role=\"alert\" hidden>The host has ended. Close this page.</div>"
                 "<script src=\"page.js\"></script></body></html>\n";

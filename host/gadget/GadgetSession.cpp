@@ -79,7 +79,8 @@ public:
     /// The texts drawn from now until endCell belong to the cell (`row`, `column`).
     void beginCell(int32 row, int32 column)
     {
-        const bool inside = row >= 0 && size_t(row) < cells_.size() && column >= 0 && size_t(column) < cells_[size_t(row)].size();
+        const bool inside =
+            row >= 0 && size_t(row) < cells_.size() && column >= 0 && size_t(column) < cells_[size_t(row)].size();
         cell_ = inside ? &cells_[size_t(row)][size_t(column)] : nullptr;
     }
     void endCell() { cell_ = nullptr; }

@@ -242,11 +242,14 @@
     const context = canvas.getContext('2d');
     context.setTransform(ratio, 0, 0, ratio, 0, 0);
     context.clearRect(0, 0, width, height);
+    // What the list drew across all its columns (backgrounds, the header, the lines between rows)
+    // goes on across a list that is wider than its columns.
+    const drawn = table.columns.reduce((sum, column) => sum + column, 0);
     for (const operation of table.drawing) {
       const [kind, x, y, w, h] = operation;
       if (kind === 'r') {
         context.fillStyle = operation[5];
-        context.fillRect(x, y, w, h);
+        context.fillRect(x, y, x === 0 && w === drawn ? width : w, h);
       } else if (kind === 't') {
         const [, , , , , text, , , , color, alignment] = operation;
         context.save();
@@ -515,7 +518,9 @@
       case 'Backspace': {
         if (!inRow) return;
         const rows = table.selection.includes(row) ? table.selection : [row];
-        post('list/remove', { key, rows: rows.join(',') });
+        post('list/remove', { key, rows: rows.join(',') }).then((response) => {
+          if (response && response.ok) announce(rows.length === 1 ? 'Removed.' : `${rows.length} removed.`);
+        });
         break;
       }
       case 'Escape':

@@ -79,7 +79,8 @@ TEST(GadgetPage, EveryFieldIsNamedByItsLabelAndTheTrackTableIsAGridOverItsPainti
     const auto labelOf = [&](const std::string& key) -> std::string {
         const std::smatch field = [&] {
             std::smatch match;
-            std::regex_search(html, match, std::regex("<(input|textarea|select)[^>]* id=\"(e[0-9]+)\"[^>]* data-p=\"" + key + "\""));
+            std::regex_search(html, match,
+                              std::regex("<(input|textarea|select)[^>]* id=\"(e[0-9]+)\"[^>]* data-p=\"" + key + "\""));
             return match;
         }();
         if (field.empty())
@@ -91,14 +92,20 @@ TEST(GadgetPage, EveryFieldIsNamedByItsLabelAndTheTrackTableIsAGridOverItsPainti
     };
     EXPECT_EQ(labelOf("Credentials:username"), "User name");
     EXPECT_EQ(labelOf("Credentials:password"), "Password");
-    for (const auto& [key, label] : std::vector<std::pair<std::string, std::string>>{
-             {"TrackInfo:name", "Title"}, {"TrackInfo:genre", "Genre"}, {"TrackInfo:year", "Year"},
-             {"TrackInfo:arranger", "Arranger"}, {"TrackInfo:composer", "Composer"}, {"TrackInfo:songwriter", "Songwriter"},
-             {"TrackInfo:isrc", "ISRC"}, {"TrackInfo:comment", "Comment"}})
+    for (const auto& [key, label] :
+         std::vector<std::pair<std::string, std::string>>{{"TrackInfo:name", "Title"},
+                                                          {"TrackInfo:genre", "Genre"},
+                                                          {"TrackInfo:year", "Year"},
+                                                          {"TrackInfo:arranger", "Arranger"},
+                                                          {"TrackInfo:composer", "Composer"},
+                                                          {"TrackInfo:songwriter", "Songwriter"},
+                                                          {"TrackInfo:isrc", "ISRC"},
+                                                          {"TrackInfo:comment", "Comment"}})
         EXPECT_EQ(labelOf(key), label) << key;
     // A label in front of a box names every field in it: the product's name and both lists.
     std::smatch heading;
-    ASSERT_TRUE(std::regex_search(html, heading, std::regex("<span class=\"label[^\"]*\" id=\"(e[0-9]+)\">Select or Add Product</span>")));
+    ASSERT_TRUE(std::regex_search(
+        html, heading, std::regex("<span class=\"label[^\"]*\" id=\"(e[0-9]+)\">Select or Add Product</span>")));
     EXPECT_EQ(occurrences(html, "aria-labelledby=\"" + heading[1].str() + "\""), 3u);
     EXPECT_EQ(occurrences(html, "aria-labelledby=\"" + heading[1].str() + "\" data-p=\":titlesList\""), 2u);
     EXPECT_EQ(occurrences(html, "aria-labelledby=\"" + heading[1].str() + "\" data-p=\":newProductName\""), 1u);
@@ -108,14 +115,18 @@ TEST(GadgetPage, EveryFieldIsNamedByItsLabelAndTheTrackTableIsAGridOverItsPainti
 
     // The track table: the painting is hidden from screen readers, the grid over it is what
     // they and the keyboard use, with its keys as its description.
-    EXPECT_NE(html.find("<canvas aria-hidden=\"true\"></canvas><div class=\"grid\" role=\"grid\" aria-multiselectable=\"true\" "
-                        "aria-label=\"Track list\" aria-describedby=\""),
-              std::string::npos);
+    EXPECT_NE(
+        html.find(
+            "<canvas aria-hidden=\"true\"></canvas><div class=\"grid\" role=\"grid\" aria-multiselectable=\"true\" "
+            "aria-label=\"Track list\" aria-describedby=\""),
+        std::string::npos);
     std::smatch keys;
-    ASSERT_TRUE(std::regex_search(html, keys, std::regex("aria-describedby=\"(e[0-9]+)\"></div></div></div><p id=\"\\1\" hidden>([^<]*)</p>")));
+    ASSERT_TRUE(std::regex_search(
+        html, keys, std::regex("aria-describedby=\"(e[0-9]+)\"></div></div></div><p id=\"\\1\" hidden>([^<]*)</p>")));
     EXPECT_NE(keys[2].str().find("Control and X picks the selected rows up"), std::string::npos);
-    EXPECT_NE(html.find("<div class=\"list-actions\" hidden><button type=\"button\" class=\"button flat\">Add audio files"),
-              std::string::npos);
+    EXPECT_NE(
+        html.find("<div class=\"list-actions\" hidden><button type=\"button\" class=\"button flat\">Add audio files"),
+        std::string::npos);
 
     // One level-one heading, each window a named region, the alert a modal dialog named by its
     // message, and a polite announcer.
@@ -125,12 +136,14 @@ TEST(GadgetPage, EveryFieldIsNamedByItsLabelAndTheTrackTableIsAGridOverItsPainti
     EXPECT_NE(html.find("<section class=\"panel\" aria-label=\"Sorvel Client\">"), std::string::npos);
     EXPECT_NE(html.find("role=\"alertdialog\" aria-modal=\"true\" aria-labelledby=\"alert-text\""), std::string::npos);
     EXPECT_NE(html.find("<p id=\"alert-text\"></p>"), std::string::npos);
-    EXPECT_NE(html.find("<div id=\"announcer\" class=\"visually-hidden\" aria-live=\"polite\"></div></main>"), std::string::npos);
+    EXPECT_NE(html.find("<div id=\"announcer\" class=\"visually-hidden\" aria-live=\"polite\"></div></main>"),
+              std::string::npos);
 
     // The page reflows: a window's width is where layout starts, views and lists take their
     // place's width, nothing is held to a minimum width, boxes may grow taller than the theme says.
     EXPECT_NE(html.find("data-form=\"SorvelClient\" style=\"--width:700px;min-height:560px;\""), std::string::npos);
-    EXPECT_NE(html.find("data-form=\"ManagerView\" style=\"background-image"), std::string::npos) << "no size of its own";
+    EXPECT_NE(html.find("data-form=\"ManagerView\" style=\"background-image"), std::string::npos)
+        << "no size of its own";
     EXPECT_EQ(html.find("min-width:"), std::string::npos);
     EXPECT_NE(html.find("data-list=\":trackList\" style=\"height:250px;\""), std::string::npos);
     EXPECT_NE(html.find("data-p=\"Credentials:username\" style=\"width:140px;height:26px;"), std::string::npos);

@@ -148,7 +148,8 @@ ProgramResult runProgram(std::vector<std::string> arguments, const std::vector<S
 
 ProgramResult runProgram(std::vector<std::string> arguments, const std::string& waitFor = {}, int signal = SIGTERM)
 {
-    return runProgram(std::move(arguments), waitFor.empty() ? std::vector<SignalStep>{} : std::vector<SignalStep>{{waitFor, signal}});
+    return runProgram(std::move(arguments),
+                      waitFor.empty() ? std::vector<SignalStep>{} : std::vector<SignalStep>{{waitFor, signal}});
 }
 
 } // namespace
@@ -347,7 +348,8 @@ TEST(SandboxProgram, PrintsWhereItListensAndStopsOnSignals)
     EXPECT_NE(result.output.find("Stopping on SIGINT"), std::string::npos);
 
     // SIGUSR1 ends the sign-ins and the sandbox goes on until it is stopped.
-    result = runProgram({"--port=0", "--quiet"}, {{"Press Ctrl+C to stop.", SIGUSR1}, {"Sessions expired.", SIGUSR1},
+    result = runProgram({"--port=0", "--quiet"}, {{"Press Ctrl+C to stop.", SIGUSR1},
+                                                  {"Sessions expired.", SIGUSR1},
                                                   {"Sessions expired.\nSessions expired.", SIGTERM}});
     EXPECT_EQ(result.exitCode, 0) << result.output;
     EXPECT_NE(result.output.find("Sessions expired.\nSessions expired.\nStopping on SIGTERM"), std::string::npos)
