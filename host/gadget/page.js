@@ -317,10 +317,29 @@
     return [text, tip !== text ? tip : ''];
   }
 
-  /// Makes `parent` hold `count` children, adding them with `make` or taking the last ones away.
+  /// Makes `parent` hold `count` children, adding them with `make` (given the new child's index)
+  /// or taking the last ones away.
   function resize(parent, count, make) {
     while (parent.childElementCount > count) parent.lastElementChild.remove();
-    while (parent.childElementCount < count) parent.append(make());
+    while (parent.childElementCount < count) parent.append(make(parent.childElementCount));
+  }
+
+  /// A row of the grid at `index` (0 is the header), made once and kept while the row is there.
+  function makeLine(index) {
+    const line = document.createElement('div');
+    line.setAttribute('role', 'row');
+    line.setAttribute('aria-rowindex', String(index + 1));
+    line.dataset.row = String(index - 1);
+    return line;
+  }
+
+  function makeCell(line, position) {
+    const cell = document.createElement('div');
+    cell.setAttribute('role', line.dataset.row === '-1' ? 'columnheader' : 'gridcell');
+    cell.setAttribute('aria-colindex', String(position + 1));
+    cell.dataset.column = String(position);
+    cell.tabIndex = -1;
+    return cell;
   }
 
   function setText(cell, text, description) {
@@ -331,14 +350,16 @@
       cell.append(words);
     }
     if (words.textContent !== text) words.textContent = text;
-    if (description) cell.title = description; else cell.removeAttribute('title');
+    if (description && cell.title !== description) cell.title = description;
+    else if (!description && cell.hasAttribute('title')) cell.removeAttribute('title');
   }
 
   function place(element, left, top, width, height) {
-    element.style.left = `${left}px`;
-    element.style.top = `${top}px`;
-    element.style.width = `${width}px`;
-    element.style.height = `${height}px`;
+    const box = `left:${left}px;top:${top}px;width:${width}px;height:${height}px`;
+    if (element.dataset.box !== box) {
+      element.dataset.box = box;
+      element.style.cssText = box;
+    }
   }
 
   function cellElement(grid, row, column) {
@@ -359,23 +380,20 @@
     grid.style.height = `${table.header + table.rows * table.rowHeight}px`;
     grid.setAttribute('aria-rowcount', String(table.rows + 1));
     grid.setAttribute('aria-colcount', String(columns.length));
-    resize(grid, table.rows + 1, () => document.createElement('div'));
+    resize(grid, table.rows + 1, makeLine);
     [...grid.children].forEach((line, index) => {
       const row = index - 1;
-      line.setAttribute('role', 'row');
-      line.setAttribute('aria-rowindex', String(index + 1));
-      line.dataset.row = String(row);
       const top = row < 0 ? 0 : table.header + row * table.rowHeight;
       const height = row < 0 ? table.header : table.rowHeight;
       place(line, 0, top, total, height);
-      if (row >= 0) line.setAttribute('aria-selected', String(table.selection.includes(row)));
+      if (row >= 0) {
+        const selected = String(table.selection.includes(row));
+        if (line.getAttribute('aria-selected') !== selected) line.setAttribute('aria-selected', selected);
+      }
       line.classList.toggle('carried', !!view.carried && view.carried.includes(row));
-      resize(line, columns.length, () => document.createElement('div'));
+      resize(line, columns.length, (position) => makeCell(line, position));
       [...line.children].forEach((cell, position) => {
         const column = columns[position];
-        cell.setAttribute('role', row < 0 ? 'columnheader' : 'gridcell');
-        cell.setAttribute('aria-colindex', String(position + 1));
-        cell.dataset.column = String(position);
         place(cell, column.left, 0, column.width, height);
         if (row < 0) setText(cell, column.title, '');
         else setText(cell, ...cellOf(table, row, column));
@@ -384,7 +402,7 @@
     // One cell is reached by Tab: the one in focus, kept inside what the grid has now.
     view.row = Math.min(Math.max(view.row, -1), table.rows - 1);
     view.column = Math.min(Math.max(view.column, 0), columns.length - 1);
-    for (const cell of grid.querySelectorAll('[role=gridcell], [role=columnheader]')) cell.tabIndex = -1;
+    for (const cell of grid.querySelectorAll('[tabindex="0"]')) cell.tabIndex = -1;
     const current = cellElement(grid, view.row, view.column);
     if (current) {
       current.tabIndex = 0;
@@ -440,7 +458,9 @@
   /// already is, then gives the focus to the first field that can be edited.
   async function editRow(element, row) {
     const key = element.dataset.list;
-    if (!listOf(element).selection.includes(row)) post('list/select', { key, row, shift: 0, ctrl: 0 });
+    const list = await settled(key);
+    if (!list || row >= list.rows) return;
+    if (!list.selection.includes(row)) post('list/select', { key, row, shift: 0, ctrl: 0 });
     try {
       await stateWhere((next) => next.lists[key] && next.lists[key].selection.includes(row));
     } catch (error) {
@@ -450,6 +470,44 @@
       isUsable(field) && (element.compareDocumentPosition(field) & Node.DOCUMENT_POSITION_FOLLOWING));
     if (after.length) after[0].focus();
     else announce('The selected rows have nothing to edit.');
+  }
+
+  /// The list as the host has it once everything asked before has been answered. The keys that
+  /// act on the selection read it here, not from a state that may still be on its way (Shift and
+  /// Down, then at once Delete).
+  function settled(key) {
+    return enqueue(async () => {
+      try {
+        const response = await fetch('state');
+        if (response.ok) return (await response.json()).lists[key] || null;
+      } catch (error) {
+        console.warn(`state: ${error}`);
+      }
+      return state.lists[key] || null;
+    });
+  }
+
+  /// The rows a key acts on: the selection when the row in focus is part of it, else that row.
+  async function rowsAt(element, row) {
+    const list = await settled(element.dataset.list);
+    if (!list || row >= list.rows) return [];
+    return list.selection.includes(row) ? list.selection : [row];
+  }
+
+  async function removeRows(element, row) {
+    const rows = await rowsAt(element, row);
+    if (!rows.length) return;
+    const response = await post('list/remove', { key: element.dataset.list, rows: rows.join(',') });
+    if (response && response.ok) announce(rows.length === 1 ? 'Removed.' : `${rows.length} removed.`);
+  }
+
+  async function pickUp(element, row) {
+    const view = viewOf(element);
+    view.carried = await rowsAt(element, row);
+    renderGrid(element, listOf(element));
+    const count = view.carried.length;
+    announce(`${count === 1 ? 'One row' : `${count} rows`} picked up. ` +
+             'Control and V drops on the row in focus, Control, Shift and V after the last row, Escape puts back.');
   }
 
   /// Drops the rows picked up on `row` (the list's row count: after the last row).
@@ -515,29 +573,26 @@
         editRow(element, row);
         break;
       case 'Delete':
-      case 'Backspace': {
+      case 'Backspace':
         if (!inRow) return;
-        const rows = table.selection.includes(row) ? table.selection : [row];
-        post('list/remove', { key, rows: rows.join(',') }).then((response) => {
-          if (response && response.ok) announce(rows.length === 1 ? 'Removed.' : `${rows.length} removed.`);
-        });
+        removeRows(element, row);
         break;
-      }
       case 'Escape':
-        if (!view.carried) return;
-        view.carried = null;
-        renderGrid(element, table);
-        announce('Nothing was moved.');
+        if (!view.carried && !view.pickingUp) return;
+        (view.pickingUp || Promise.resolve()).then(() => {
+          view.carried = null;
+          renderGrid(element, listOf(element));
+          announce('Nothing was moved.');
+        });
         break;
       default: {
         const letter = event.key.toLowerCase();
         if (ctrl && letter === 'x' && inRow) {
-          view.carried = table.selection.includes(row) ? [...table.selection] : [row];
-          renderGrid(element, table);
-          announce(`${view.carried.length === 1 ? 'One row' : `${view.carried.length} rows`} picked up. ` +
-                   'Control and V drops on the row in focus, Control, Shift and V after the last row, Escape puts back.');
-        } else if (ctrl && letter === 'v' && view.carried && (inRow || event.shiftKey)) {
-          dropCarried(element, event.shiftKey ? table.rows : row);
+          view.pickingUp = pickUp(element, row).finally(() => { view.pickingUp = null; });
+        } else if (ctrl && letter === 'v' && (view.carried || view.pickingUp) && (inRow || event.shiftKey)) {
+          (view.pickingUp || Promise.resolve()).then(() => {
+            if (view.carried) dropCarried(element, event.shiftKey ? listOf(element).rows : row);
+          });
         } else {
           return;
         }
