@@ -318,6 +318,19 @@ public:
                 selection->append(Variant(int64(row)));
         auto tooltips = makeRef<AttributeArray>();
         auto checks = makeRef<AttributeArray>();
+        // What each cell stands for, beside the words it shows: the page decides by these (a row's
+        // state changed) and says the words.
+        auto values = makeRef<AttributeArray>();
+        for (int32 row = 0; row < rows; ++row)
+        {
+            auto rowValues = makeRef<AttributeArray>();
+            for (int32 column = 0; column < model_->countColumns(); ++column)
+            {
+                ValueRecord value;
+                rowValues->append(model_->getCellValue(row, column, value) == kResultOk ? valueOf(value) : Variant());
+            }
+            values->append(arrayVariant(rowValues));
+        }
         for (int32 row = 0; row < rows; ++row)
         {
             bool checked = false;
@@ -351,6 +364,7 @@ public:
         table->set("titles", arrayVariant(titles));
         table->set("identifiers", arrayVariant(identifiers));
         table->set("cells", arrayVariant(recorder->cellTexts()));
+        table->set("values", arrayVariant(values));
         table->set("selection", arrayVariant(selection));
         table->set("selectColor", Variant(hexColor(select).c_str()));
         table->set("tooltips", arrayVariant(tooltips));

@@ -700,7 +700,7 @@
   const percentage = /\d+(?:[.,]\d+)?\s*%/;
 
   /// Says what changed in the list's state column since the state before: a row's new state
-  /// once, and its progress at most every quarter.
+  /// once (its value changed; the words are said), and its progress at most every quarter.
   function announceRows(element, before, after) {
     const view = viewOf(element);
     const status = (after.identifiers || []).indexOf('status');
@@ -709,18 +709,21 @@
       view.said.clear();
       return;
     }
+    const at = (table, kind, row, column) => ((table[kind] || [])[row] || [])[column];
     for (let row = 0; row < after.rows; row += 1) {
-      const title = ((after.cells || [])[row] || [])[name] || `Row ${row + 1}`;
-      const was = ((before.cells || [])[row] || [])[status] || '';
-      const now = ((after.cells || [])[row] || [])[status] || '';
-      if (was === now || ((before.cells || [])[row] || [])[name] !== ((after.cells || [])[row] || [])[name]) continue;
+      const now = at(after, 'cells', row, status) || '';
+      if (now === (at(before, 'cells', row, status) || '') || at(before, 'cells', row, name) !== at(after, 'cells', row, name)) {
+        continue;
+      }
+      // A list that gives its cells no values is judged by its words, the percentage left out.
+      const value = at(after, 'values', row, status);
+      const state = value === undefined || value === null ? now.replace(percentage, '%') : value;
       const matched = now.match(percentage);
       const quarter = matched ? Math.floor(parseFloat(matched[0].replace(',', '.')) / 25) : -1;
-      const words = now.replace(percentage, '%');
       const said = view.said.get(row);
-      if (said && said.words === words && quarter <= said.quarter) continue;
-      view.said.set(row, { words, quarter });
-      announce(`${title}: ${now}`);
+      if (said && said.state === state && quarter <= said.quarter) continue;
+      view.said.set(row, { state, quarter });
+      announce(`${at(after, 'cells', row, name) || `Row ${row + 1}`}: ${now}`);
     }
   }
 
