@@ -10,6 +10,7 @@
 #include <csignal>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <poll.h>
 #include <spawn.h>
 #include <sys/wait.h>
@@ -90,9 +91,11 @@ struct ProgramResult
     std::string output;
 };
 
-// Runs sorvel-sandbox with the arguments and waits for it; the given signal is sent once the
-// output holds `waitFor`. Gives up, killing the program, after ten seconds.
-ProgramResult runProgram(std::vector<std::string> arguments, const std::string& waitFor = {}, int signal = SIGTERM)
+// Runs sorvel-sandbox with the arguments and waits for it; once the output holds `waitFor`,
+// `whileRunning` is called with the output so far and then the given signal is sent. Gives up,
+// killing the program, after ten seconds.
+ProgramResult runProgram(std::vector<std::string> arguments, const std::string& waitFor = {}, int signal = SIGTERM,
+                         const std::function<void(const std::string&)>& whileRunning = {})
 {
     int pipeEnds[2];
     EXPECT_EQ(pipe(pipeEnds), 0);
@@ -131,6 +134,8 @@ ProgramResult runProgram(std::vector<std::string> arguments, const std::string& 
         result.output.append(buffer, static_cast<size_t>(got));
         if (!waitFor.empty() && !signalled && result.output.find(waitFor) != std::string::npos)
         {
+            if (whileRunning)
+                whileRunning(result.output);
             kill(child, signal);
             signalled = true;
         }
@@ -338,12 +343,38 @@ TEST(SandboxProgram, PrintsWhereItListensAndStopsOnSignals)
     EXPECT_NE(result.output.find("Stopping on SIGINT"), std::string::npos);
 }
 
+TEST(SandboxProgram, AFailingLinkResetsEveryNthConnection)
+{
+    // One request per connection, every second connection reset: every second request fails.
+    std::vector<long> statuses;
+    const ProgramResult result = runProgram(
+        {"--port", "0", "--drop-connections", "2", "--requests-per-connection", "1"}, "Press Ctrl+C to stop.",
+        SIGTERM, [&](const std::string& output) {
+            const size_t at = output.find("API base URL: ");
+            ASSERT_NE(at, std::string::npos) << output;
+            const std::string base = output.substr(at + 14, output.find('\n', at) - at - 14);
+            Http http;
+            for (int i = 0; i < 4; ++i)
+                statuses.push_back(http.get(base + "titles").status);
+        });
+    EXPECT_EQ(result.exitCode, 0) << result.output;
+    EXPECT_EQ(statuses, (std::vector<long>{200, 0, 200, 0}));
+    EXPECT_NE(result.output.find("Failing link: every connection numbered a multiple of 2 is reset"),
+              std::string::npos)
+        << result.output;
+    size_t dropped = 0;
+    for (size_t at = 0; (at = result.output.find("the connection was dropped", at)) != std::string::npos; ++at)
+        ++dropped;
+    EXPECT_EQ(dropped, 2u) << result.output;
+}
+
 TEST(SandboxProgram, ArgumentsAndStartFailuresGiveHonestExitCodes)
 {
     ProgramResult result = runProgram({"--help"});
     EXPECT_EQ(result.exitCode, 0);
     EXPECT_NE(result.output.find("Usage: sorvel-sandbox"), std::string::npos);
-    for (const char* option : {"--port", "--bind", "--seed", "--data", "--tls-cert", "--tls-key"})
+    for (const char* option : {"--port", "--bind", "--seed", "--data", "--tls-cert", "--tls-key", "--drop-connections",
+                               "--requests-per-connection"})
         EXPECT_NE(result.output.find(option), std::string::npos) << option;
 
     struct Case
@@ -362,6 +393,8 @@ TEST(SandboxProgram, ArgumentsAndStartFailuresGiveHonestExitCodes)
         {{"--verbose"}, 2, "unknown argument \"--verbose\""},
         {{"--seed"}, 2, "--seed needs a value"},
         {{"--tls-cert", "c.pem"}, 2, "go together"},
+        {{"--drop-connections", "0"}, 2, "--drop-connections takes a number from 1"},
+        {{"--requests-per-connection", "many"}, 2, "--requests-per-connection takes a number from 1"},
         {{"--port", std::to_string(port)}, 1, "Address already in use"},
         {{"--port", "0", "--seed", "/nonexistent/seed.json"}, 1, "cannot open /nonexistent/seed.json"},
     };
