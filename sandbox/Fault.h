@@ -27,8 +27,16 @@ struct Fault
                         // `afterBytes` bytes of the body (0: half of the announced length)
         StopReading,    // the upload target reads none of the body for `delay`, then closes the
                         // connection without a reply (upload target only)
-        CloseMidReply   // the reply's headers announce the whole body, half of it is sent, then
+        CloseMidReply,  // the reply's headers announce the whole body, half of it is sent, then
                         // the connection closes (API endpoints); the request takes effect
+        HoldRequest,    // the request is held before it takes effect: an API request once its body
+                        // is read, an upload in the middle of its body (after `afterBytes` bytes;
+                        // 0: half of the announced length), no more of which is read
+        HoldReply       // the request takes effect (a file post: the file is stored) and its reply
+                        // is held
+        // A held request is logged as soon as it is held, without an HTTP status. It gets no
+        // answer until Sandbox::releaseHeld, the sandbox's stop or `delay` has passed; then its
+        // connection is reset. A test kills its client at that moment.
     };
 
     Kind kind = Kind::StatusCode;
@@ -47,6 +55,11 @@ struct Fault
     static Fault dropConnection(uint64_t afterBytes = 0) { return Fault{Kind::DropConnection, 0, {}, afterBytes, {}}; }
     static Fault stopReading(std::chrono::milliseconds during) { return Fault{Kind::StopReading, 0, during, 0, {}}; }
     static Fault closeMidReply() { return Fault{Kind::CloseMidReply, 0, {}, 0, {}}; }
+    static Fault holdRequest(std::chrono::milliseconds upTo, uint64_t afterBytes = 0)
+    {
+        return Fault{Kind::HoldRequest, 0, upTo, afterBytes, {}};
+    }
+    static Fault holdReply(std::chrono::milliseconds upTo) { return Fault{Kind::HoldReply, 0, upTo, 0, {}}; }
 };
 
 } // namespace SorvelSandbox

@@ -18,7 +18,9 @@ void FaultPlan::arm(Endpoint endpoint, const Fault& fault, unsigned nth, unsigne
         throw std::invalid_argument(std::string("the ") + endpointName(endpoint) + " endpoint answers no JSON envelope");
     if (fault.kind == Fault::Kind::HttpStatus && (fault.value < 100 || fault.value > 599))
         throw std::invalid_argument("an HTTP status lies between 100 and 599");
-    if ((fault.kind == Fault::Kind::Delay || fault.kind == Fault::Kind::StopReading) && fault.delay.count() <= 0)
+    if ((fault.kind == Fault::Kind::Delay || fault.kind == Fault::Kind::StopReading ||
+         fault.kind == Fault::Kind::HoldRequest || fault.kind == Fault::Kind::HoldReply) &&
+        fault.delay.count() <= 0)
         throw std::invalid_argument("a delay must be positive");
     if (fault.kind == Fault::Kind::StopReading && endpoint != Endpoint::Upload)
         throw std::invalid_argument("only the upload target can stop reading a body");

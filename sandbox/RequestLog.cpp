@@ -1,5 +1,8 @@
 #include "RequestLog.h"
 
+#include <algorithm>
+#include <regex>
+
 namespace SorvelSandbox
 {
 
@@ -44,6 +47,26 @@ bool RequestLog::waitForSize(size_t count, std::chrono::milliseconds timeout) co
 {
     std::unique_lock lock(mutex);
     return grown.wait_for(lock, timeout, [&] { return log.size() >= count; });
+}
+
+bool RequestLog::waitFor(const std::function<bool(const LoggedRequest&)>& matches,
+                         std::chrono::milliseconds timeout) const
+{
+    std::unique_lock lock(mutex);
+    return grown.wait_for(lock, timeout, [&] { return std::any_of(log.begin(), log.end(), matches); });
+}
+
+std::map<int64_t, size_t> RequestLog::confirmedUploads() const
+{
+    static const std::regex reportPath(R"(^/api/tracks/(-?[0-9]+)/upload_status(\?.*)?$)");
+    std::lock_guard lock(mutex);
+    std::map<int64_t, size_t> confirmed;
+    std::smatch match;
+    for (const LoggedRequest& entry : log)
+        if (entry.endpoint == Endpoint::UploadStatus && entry.statusCode == 200 &&
+            std::regex_match(entry.target, match, reportPath))
+            ++confirmed[std::stoll(match[1].str())];
+    return confirmed;
 }
 
 } // namespace SorvelSandbox

@@ -6,6 +6,8 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
+#include <functional>
+#include <map>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -30,6 +32,7 @@ struct LoggedRequest
     int statusCode = 0;      // the envelope's "status_code"; 0 for replies without an envelope
     std::string error;       // why the request was refused; empty when it succeeded
     std::optional<Fault::Kind> fault; // the injected fault that shaped the reply
+    uint64_t connection = 0; // the connection it came on, numbered from 1 in the order accepted
 };
 
 // The requests in the order their replies were decided. Thread-safe.
@@ -43,6 +46,11 @@ public:
     void clear();
     // Waits until the log holds at least `count` entries; false when the time-out passed first.
     bool waitForSize(size_t count, std::chrono::milliseconds timeout) const;
+    // Waits until the log holds an entry that `matches`; false when the time-out passed first.
+    bool waitFor(const std::function<bool(const LoggedRequest&)>& matches, std::chrono::milliseconds timeout) const;
+    // How many completion reports (upload_status) the service accepted per track id: each one
+    // that took effect, whether or not its reply reached the client.
+    std::map<int64_t, size_t> confirmedUploads() const;
 
 private:
     mutable std::mutex mutex;

@@ -4,6 +4,7 @@
 #include "ConnectionDrop.h"
 #include "JsonText.h"
 #include "LoginPage.h"
+#include "NumberedConnections.h"
 #include "Refusal.h"
 #include "Service.h"
 #include "UploadTarget.h"
@@ -164,9 +165,17 @@ struct Sandbox::Running
     LoggedRequest describe(Endpoint endpoint, const httplib::Request& request) const;
     void finish(const LoggedRequest& entry);
     void pause(std::chrono::milliseconds delay);
+    // The fault for this request: a dropped connection when the link drops the connection it came
+    // on, else the one armed for it, if any (counted either way).
+    std::optional<Fault> faultFor(Endpoint endpoint);
     // Holds the reply back for a Delay fault; for a DropConnection fault closes the connection,
-    // logs the request and returns true (nothing more is to be answered).
+    // and for a HoldRequest fault holds it and then closes it; after either it has logged the
+    // request and returns true (nothing more is to be answered).
     bool delayOrDrop(const std::optional<Fault>& fault, const httplib::Request& request, LoggedRequest& entry);
+    // Logs the request as held, holds it until it is released, the sandbox stops or the fault's
+    // time has passed, and then resets its connection.
+    void holdThenDrop(const Fault& fault, const httplib::Request& request, LoggedRequest& entry);
+    void releaseHeld();
     std::string origin() const { return scheme + "://" + host + ":" + std::to_string(port); }
     std::string uploadUrlBase(const httplib::Request& request) const;
 
@@ -187,6 +196,7 @@ struct Sandbox::Running
     std::mutex pauseMutex;
     std::condition_variable pauseWake;
     bool stopping = false;
+    uint64_t releases = 0; // counts releaseHeld calls; a held request ends when it changes
 };
 
 bool Sandbox::Running::open(std::string& error)
@@ -264,9 +274,9 @@ bool Sandbox::Running::open(std::string& error)
         return false;
     }
     const size_t threads = std::max<size_t>(options.threads, 2);
-    server->new_task_queue = [threads] { return new httplib::ThreadPool(threads); };
+    server->new_task_queue = [threads] { return new NumberedConnections(threads); };
     server->set_keep_alive_timeout(options.keepAliveTimeout.count());
-    server->set_keep_alive_max_count(1000);
+    server->set_keep_alive_max_count(std::max<size_t>(options.requestsPerConnection, 1));
     // The library's default also sets SO_REUSEPORT, with which a second server binds a port that
     // is in use without an error and the two share its connections. Only SO_REUSEADDR is wanted.
     server->set_socket_options([](socket_t socket) {
@@ -417,6 +427,7 @@ LoggedRequest Sandbox::Running::describe(Endpoint endpoint, const httplib::Reque
     entry.method = request.method;
     entry.target = request.target;
     entry.contentType = originalContentType(request);
+    entry.connection = NumberedConnections::current();
     return entry;
 }
 
@@ -433,17 +444,59 @@ void Sandbox::Running::pause(std::chrono::milliseconds delay)
     pauseWake.wait_for(lock, delay, [this] { return stopping; });
 }
 
+std::optional<Fault> Sandbox::Running::faultFor(Endpoint endpoint)
+{
+    std::optional<Fault> fault = faults.next(endpoint);
+    const uint64_t connection = NumberedConnections::current();
+    if (options.dropEveryNthConnection > 0 && connection > 0 && connection % options.dropEveryNthConnection == 0)
+        return Fault::dropConnection();
+    return fault;
+}
+
 bool Sandbox::Running::delayOrDrop(const std::optional<Fault>& fault, const httplib::Request& request,
                                    LoggedRequest& entry)
 {
     if (fault && fault->kind == Fault::Kind::Delay)
         pause(fault->delay);
+    if (fault && fault->kind == Fault::Kind::HoldRequest)
+    {
+        holdThenDrop(*fault, request, entry);
+        return true;
+    }
     if (!fault || fault->kind != Fault::Kind::DropConnection)
         return false;
     dropConnection(request);
     entry.error = "the connection was dropped (injected fault)";
     finish(entry);
     return true;
+}
+
+void Sandbox::Running::holdThenDrop(const Fault& fault, const httplib::Request& request, LoggedRequest& entry)
+{
+    entry.httpStatus = 0;
+    entry.error = "held without an answer (injected fault)";
+    // Logged before the hold, so that a test waiting for it can act while it lasts; a release
+    // that follows the entry must end the hold, so the count of releases is read before.
+    uint64_t released = 0;
+    {
+        std::lock_guard lock(pauseMutex);
+        released = releases;
+    }
+    finish(entry);
+    {
+        std::unique_lock lock(pauseMutex);
+        pauseWake.wait_for(lock, fault.delay, [&] { return stopping || releases != released; });
+    }
+    dropConnection(request);
+}
+
+void Sandbox::Running::releaseHeld()
+{
+    {
+        std::lock_guard lock(pauseMutex);
+        ++releases;
+    }
+    pauseWake.notify_all();
 }
 
 std::string Sandbox::Running::uploadUrlBase(const httplib::Request& request) const
@@ -461,7 +514,7 @@ void Sandbox::Running::api(Endpoint endpoint, const httplib::Request& request, h
                            const httplib::ContentReader* reader, const Action& action)
 {
     LoggedRequest entry = describe(endpoint, request);
-    const std::optional<Fault> fault = faults.next(endpoint);
+    const std::optional<Fault> fault = faultFor(endpoint);
     if (fault)
         entry.fault = fault->kind;
 
@@ -529,6 +582,13 @@ void Sandbox::Running::api(Endpoint endpoint, const httplib::Request& request, h
             data = errorData(refusal.message);
         }
     }
+    if (fault && fault->kind == Fault::Kind::HoldReply)
+    {
+        // The request took effect; its answer is what is held.
+        entry.statusCode = statusCode;
+        holdThenDrop(*fault, request, entry);
+        return;
+    }
     std::string text = envelope(statusCode, data);
     spoil(fault, text);
     response.status = httpStatus;
@@ -555,7 +615,7 @@ void Sandbox::Running::upload(const httplib::Request& request, httplib::Response
                               const httplib::ContentReader& reader)
 {
     LoggedRequest entry = describe(Endpoint::Upload, request);
-    const std::optional<Fault> fault = faults.next(Endpoint::Upload);
+    const std::optional<Fault> fault = faultFor(Endpoint::Upload);
     if (fault)
         entry.fault = fault->kind;
 
@@ -571,7 +631,8 @@ void Sandbox::Running::upload(const httplib::Request& request, httplib::Response
     }
 
     uint64_t dropAfter = 0;
-    if (fault && fault->kind == Fault::Kind::DropConnection)
+    const bool holdMidBody = fault && fault->kind == Fault::Kind::HoldRequest;
+    if (fault && (fault->kind == Fault::Kind::DropConnection || holdMidBody))
     {
         dropAfter = fault->afterBytes;
         if (dropAfter == 0)
@@ -584,15 +645,32 @@ void Sandbox::Running::upload(const httplib::Request& request, httplib::Response
     if (fault && fault->kind == Fault::Kind::HttpStatus)
         forcedStatus = fault->value;
 
-    UploadTarget::Outcome outcome = uploads->receive(
-        request.matches[1].str(), originalContentType(request), reader, dropAfter,
-        [&request] { dropConnection(request); }, forcedStatus);
+    bool held = false;
+    const auto cut = [&](uint64_t received) {
+        if (!holdMidBody)
+        {
+            dropConnection(request);
+            return;
+        }
+        entry.bodyBytes = received;
+        holdThenDrop(*fault, request, entry);
+        held = true;
+    };
+    UploadTarget::Outcome outcome =
+        uploads->receive(request.matches[1].str(), originalContentType(request), reader, dropAfter, cut, forcedStatus);
+    if (held)
+        return;
     entry.bodyBytes = outcome.bodyBytes;
     if (!outcome.stored)
         entry.error = outcome.message;
     if (outcome.httpStatus == 0)
     {
         finish(entry);
+        return;
+    }
+    if (fault && fault->kind == Fault::Kind::HoldReply)
+    {
+        holdThenDrop(*fault, request, entry);
         return;
     }
     if (fault && fault->kind == Fault::Kind::Delay)
@@ -608,9 +686,15 @@ void Sandbox::Running::upload(const httplib::Request& request, httplib::Response
 void Sandbox::Running::webLogin(const httplib::Request& request, httplib::Response& response)
 {
     LoggedRequest entry = describe(Endpoint::WebLogin, request);
-    const std::optional<Fault> fault = faults.next(Endpoint::WebLogin);
+    const std::optional<Fault> fault = faultFor(Endpoint::WebLogin);
     if (fault)
         entry.fault = fault->kind;
+    // A page changes nothing: holding its request or its reply comes to the same.
+    if (fault && fault->kind == Fault::Kind::HoldReply)
+    {
+        holdThenDrop(*fault, request, entry);
+        return;
+    }
     if (delayOrDrop(fault, request, entry))
         return;
 
@@ -761,6 +845,12 @@ void Sandbox::injectFault(Endpoint endpoint, const Fault& fault, unsigned nth, u
 void Sandbox::clearFaults()
 {
     faults.clear();
+}
+
+void Sandbox::releaseHeld()
+{
+    if (running)
+        running->releaseHeld();
 }
 
 } // namespace SorvelSandbox

@@ -52,6 +52,13 @@ public:
         // Uploaded files are received, parsed and counted but not stored on disk or hashed (for
         // benchmarks of the client). They are listed with the digest "discarded".
         bool discardUploads = false;
+        // A link that fails: every nth connection (counted from 1 in the order accepted; 0: none)
+        // is reset at its first request, which takes no effect (a file post is cut at half its
+        // body). A client that keeps its connections open meets it only when it opens a new one.
+        unsigned dropEveryNthConnection = 0;
+        // How many requests one connection serves before the sandbox closes it after the reply
+        // (at least 1). Fewer make a keep-alive client open connections more often.
+        size_t requestsPerConnection = 1000;
         // Called on a server thread after each request has been logged.
         std::function<void(const LoggedRequest&)> onRequest;
     };
@@ -95,6 +102,9 @@ public:
     // See FaultPlan::arm.
     void injectFault(Endpoint endpoint, const Fault& fault, unsigned nth = 1, unsigned times = 1);
     void clearFaults();
+    // Ends every request held now by a HoldRequest or HoldReply fault: each one's connection is
+    // reset without an answer. Requests held later are held as usual.
+    void releaseHeld();
 
 private:
     struct Running;

@@ -25,7 +25,8 @@ uint64_t drain(const httplib::ContentReader& reader)
 
 UploadTarget::Outcome UploadTarget::receive(std::string_view slotId, const std::string& contentType,
                                             const httplib::ContentReader& reader, uint64_t dropAfter,
-                                            const std::function<void()>& drop, std::optional<int> forcedStatus)
+                                            const std::function<void(uint64_t received)>& drop,
+                                            std::optional<int> forcedStatus)
 {
     Outcome outcome;
     Service::UploadClaim claim;
@@ -81,7 +82,7 @@ UploadTarget::Outcome UploadTarget::receive(std::string_view slotId, const std::
         outcome.bodyBytes += length;
         if (dropAfter > 0 && outcome.bodyBytes >= dropAfter)
         {
-            drop();
+            drop(outcome.bodyBytes);
             dropped = true;
             return false;
         }

@@ -32,11 +32,13 @@ public:
     // With `discardBytes` a received file is counted and checked as usual but not stored.
     UploadTarget(Service& service, bool discardBytes) : service(service), discardBytes(discardBytes) {}
 
-    // `dropAfter` above 0 makes it call `drop` once that many body bytes have arrived and stop
-    // reading. `forcedStatus` replaces the reply's HTTP status: with 200 to 399 the upload is kept
-    // as usual, with any other status the body is checked and then thrown away, leaving the URL open.
+    // `dropAfter` above 0 makes it stop reading once that many body bytes have arrived and call
+    // `drop` with the number received. `forcedStatus` replaces the reply's HTTP status: with 200
+    // to 399 the upload is kept as usual, with any other status the body is checked and then
+    // thrown away, leaving the URL open.
     Outcome receive(std::string_view slotId, const std::string& contentType, const httplib::ContentReader& reader,
-                    uint64_t dropAfter, const std::function<void()>& drop, std::optional<int> forcedStatus);
+                    uint64_t dropAfter, const std::function<void(uint64_t received)>& drop,
+                    std::optional<int> forcedStatus);
 
 private:
     Service& service;

@@ -31,6 +31,12 @@ Options:
   --tls-cert FILE   serve HTTPS with this PEM certificate (needs --tls-key)
   --tls-key FILE    the PEM private key of the certificate
   --slow-upload MS  answer every file upload MS milliseconds late (to watch progress, try cancelling)
+  --drop-connections N
+                    a failing link: reset every Nth connection at its first request, which takes
+                    no effect (a file post is cut at half its body)
+  --requests-per-connection N
+                    close a connection after N requests (default 1000), so that clients open new
+                    ones more often
   --quiet           print no line per request
   --help            show this text
 
@@ -87,7 +93,8 @@ int main(int argc, char** argv)
         }
         const bool takesValue = argument == "--port" || argument == "--bind" || argument == "--seed" ||
                                 argument == "--data" || argument == "--tls-cert" || argument == "--tls-key" ||
-                                argument == "--slow-upload";
+                                argument == "--slow-upload" || argument == "--drop-connections" ||
+                                argument == "--requests-per-connection";
         if (!takesValue)
             return usageError("unknown argument \"" + argument + "\"");
         if (!hasValue)
@@ -108,6 +115,16 @@ int main(int argc, char** argv)
             if (value.size() > 7 || value.find_first_not_of("0123456789") != std::string::npos || std::atoi(value.c_str()) < 1)
                 return usageError("--slow-upload takes milliseconds from 1 to 9999999, not \"" + value + "\"");
             uploadDelayMs = std::atoi(value.c_str());
+        }
+        else if (argument == "--drop-connections" || argument == "--requests-per-connection")
+        {
+            if (value.size() > 6 || value.find_first_not_of("0123456789") != std::string::npos ||
+                std::atoi(value.c_str()) < 1)
+                return usageError(argument + " takes a number from 1 to 999999, not \"" + value + "\"");
+            if (argument == "--drop-connections")
+                options.dropEveryNthConnection = static_cast<unsigned>(std::atoi(value.c_str()));
+            else
+                options.requestsPerConnection = static_cast<size_t>(std::atoi(value.c_str()));
         }
         else if (argument == "--bind")
             options.bindAddress = value;
@@ -167,6 +184,9 @@ int main(int argc, char** argv)
                 static_cast<long long>(login.accountId));
     std::printf("  Data:         %s\n",
                 options.dataDir.empty() ? "kept in a temporary folder until exit" : options.dataDir.c_str());
+    if (options.dropEveryNthConnection > 0)
+        std::printf("  Failing link: every connection numbered a multiple of %u is reset\n",
+                    options.dropEveryNthConnection);
     std::printf("Press Ctrl+C to stop.\n");
     std::fflush(stdout);
 

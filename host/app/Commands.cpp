@@ -5,10 +5,13 @@
 
 #include "framework/services/ICredentialManager.h"
 #include "framework/services/SecurityServices.h"
+#include "host/ledger/PublishLedger.h"
+#include "host/terminal/TextWidth.h"
 
 #include <cctype>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 
 namespace Host {
 
@@ -209,6 +212,90 @@ int signOut(bool forget, bool json)
     else
         std::fprintf(stdout, "Signed out\n");
     return code;
+}
+
+namespace {
+
+/// `seconds` after 1970 as `format` (strftime), in local time or in UTC.
+std::string timeText(int64 seconds, const char* format, bool utc)
+{
+    const std::time_t time = static_cast<std::time_t>(seconds);
+    std::tm parts = {};
+    if (!(utc ? ::gmtime_r(&time, &parts) : ::localtime_r(&time, &parts)))
+        return std::to_string(seconds);
+    char text[64];
+    return std::strftime(text, sizeof text, format, &parts) ? text : std::to_string(seconds);
+}
+
+} // namespace
+
+int showHistory(const std::string& product, bool json)
+{
+    const std::filesystem::path file = PublishLedger::defaultFile();
+    std::vector<PublishLedger::Record> records;
+    std::error_code missing;
+    // Nothing was published yet when there is no ledger; looking must not create one.
+    if (std::filesystem::exists(file, missing))
+    {
+        std::string error;
+        const std::unique_ptr<PublishLedger> ledger = PublishLedger::open(file, error);
+        if (!ledger || !ledger->history(product, records, error))
+        {
+            complain("%s", error.c_str());
+            return kConfiguration;
+        }
+    }
+    if (json)
+    {
+        JsonOutput output;
+        JsonOutput::Value uploads = output.array();
+        for (const PublishLedger::Record& record : records)
+        {
+            JsonOutput::Value entry = output.object();
+            output.set(entry, "published_at", timeText(record.publishedAt, "%Y-%m-%dT%H:%M:%SZ", true));
+            output.set(entry, "published_unix", record.publishedAt);
+            output.set(entry, "product_name", record.productName);
+            output.set(entry, "product_id", record.productId);
+            output.set(entry, "track_name", record.trackName);
+            output.set(entry, "track_id", record.trackId);
+            output.set(entry, "source", record.source);
+            output.set(entry, "format", record.format);
+            output.set(entry, "service", record.service);
+            output.set(entry, "account", record.account);
+            output.set(entry, "content_sha256", record.digests.content);
+            output.set(entry, "metadata_sha256", record.digests.metadata);
+            output.append(uploads, std::move(entry));
+        }
+        output.set("ledger", file.string());
+        output.set("uploads", std::move(uploads));
+        output.print();
+        return kDone;
+    }
+    if (records.empty())
+    {
+        if (product.empty())
+            std::fprintf(stdout, "Nothing published yet.\n");
+        else
+            std::fprintf(stdout, "Nothing published to \"%s\" yet.\n", product.c_str());
+        return kDone;
+    }
+    // Columns are measured in what a terminal shows, as in the track table of `publish`.
+    std::vector<std::string> times;
+    size_t productWidth = 7, trackWidth = 5;
+    for (const PublishLedger::Record& record : records)
+    {
+        times.push_back(timeText(record.publishedAt, "%Y-%m-%d %H:%M:%S", false));
+        productWidth = std::max(productWidth, displayWidth(record.productName));
+        trackWidth = std::max(trackWidth, displayWidth(record.trackName));
+    }
+    const size_t timeWidth = std::max<size_t>(9, displayWidth(times.front()));
+    std::fprintf(stdout, "%s  %s  %s  %s\n", padToWidth("Published", timeWidth).c_str(),
+                 padToWidth("Product", productWidth).c_str(), padToWidth("Track", trackWidth).c_str(), "File");
+    for (size_t i = 0; i < records.size(); ++i)
+        std::fprintf(stdout, "%s  %s  %s  %s\n", padToWidth(times[i], timeWidth).c_str(),
+                     padToWidth(records[i].productName, productWidth).c_str(),
+                     padToWidth(records[i].trackName, trackWidth).c_str(), records[i].source.c_str());
+    return kDone;
 }
 
 } // namespace Host

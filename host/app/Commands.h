@@ -77,5 +77,9 @@ int showDashboard(const LoginOptions& login, bool json);
 int signInOnly(const LoginOptions& login, bool json);
 /// `sorvel signout`: signs out; with `forget` the stored login is removed from the keyring.
 int signOut(bool forget, bool json);
+/// `sorvel history`: what was published, when and to which product, newest first, as the publish
+/// ledger recorded it; only into products named `product` when it is not empty. Needs no sign-in
+/// and creates no ledger. kDone, or kConfiguration after saying why the ledger cannot be read.
+int showHistory(const std::string& product, bool json);
 
 } // namespace Host

@@ -122,6 +122,11 @@ int main(int argc, char** argv)
         addLoginOptions(*command, login);
         command->add_flag("--json", json, "print the result as JSON");
     }
+    std::string historyProduct;
+    CLI::App* historyCommand =
+        app.add_subcommand("history", "list what was published, when and to which product (no sign-in)");
+    historyCommand->add_option("--product", historyProduct, "only what was published to the product of this name");
+    historyCommand->add_flag("--json", json, "print the result as JSON");
     bool forget = false;
     CLI::App* signoutCommand = app.add_subcommand("signout", "sign out");
     signoutCommand->add_flag("--forget", forget, "also remove the stored login from the keyring");
@@ -157,6 +162,8 @@ int main(int argc, char** argv)
             gadgetOptions.fields = givenFields(gadgetFieldValues);
             return showGadget(gadgetOptions);
         }
+        if (*historyCommand)
+            return showHistory(historyProduct, json);
         if (*productsCommand)
             return listProducts(login, json);
         if (*dashboardCommand)

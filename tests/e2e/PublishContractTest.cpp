@@ -3,6 +3,7 @@
 // JSON documents follow their written schema, and waits end when --timeout says.
 
 #include "framework/interfaces/TextKeys.h"
+#include "host/ledger/PublishLedger.h"
 #include "tests/e2e/SorvelProgram.h"
 #include "tests/support/LoopbackSocket.h"
 
@@ -331,6 +332,37 @@ TEST_F(PublishContract, EachCommandsJsonFollowsTheWrittenSchema)
     EXPECT_EQ(run.exitCode, 4) << run.err;
     EXPECT_EQ(schemaError(run.out, "failure"), "");
     EXPECT_NE(run.err.find("line 3, column 15"), std::string::npos) << "where the syntax goes wrong: " << run.err;
+
+    // What was published, as the ledger holds it; and a ledger that cannot be read.
+    const fs::path ledgerFile = home / "state" / "sorvel" / "ledger.sqlite";
+    {
+        std::string error;
+        const std::unique_ptr<Host::PublishLedger> ledger = Host::PublishLedger::open(ledgerFile, error);
+        ASSERT_TRUE(ledger) << error;
+        Host::PublishLedger::Record record;
+        record.service = service.serverUrl;
+        record.account = std::to_string(login.accountId);
+        record.productId = "5001";
+        record.productName = "Night Drive";
+        record.trackId = "9001";
+        record.trackName = "Take";
+        record.source = take;
+        record.digests = {std::string(64, 'c'), std::string(64, 'd')};
+        record.format = "WAV 44100 Hz 16-bit stereo";
+        ASSERT_TRUE(ledger->record(record, error)) << error;
+    }
+    run = sorvel({"history", "--json"}, "");
+    EXPECT_EQ(run.exitCode, 0) << run.err;
+    EXPECT_EQ(schemaError(run.out, "history"), "");
+    document = parse(run.out);
+    ASSERT_TRUE(document.IsObject() && document["uploads"].Size() == 1) << run.out;
+    EXPECT_TRUE(document["uploads"][0]["published_unix"].IsInt64()) << "numbers are numbers";
+    std::ofstream(ledgerFile, std::ios::binary | std::ios::trunc) << std::string(200, 'x');
+    run = sorvel({"history", "--json"}, "");
+    EXPECT_EQ(run.exitCode, 4) << run.err;
+    EXPECT_EQ(schemaError(run.out, "failure"), "");
+    EXPECT_NE(std::string(parse(run.out)["error"].GetString()).find("is not a publish ledger"), std::string::npos)
+        << run.out;
 }
 
 TEST_F(PublishContract, TidyEdges)

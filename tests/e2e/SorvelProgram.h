@@ -180,6 +180,7 @@ protected:
         return {"HOME=" + home.path().string(),
                 "XDG_CONFIG_HOME=" + (home / "config").string(),
                 "XDG_CACHE_HOME=" + (home / "cache").string(),
+                "XDG_STATE_HOME=" + (home / "state").string(),
                 "SORVEL_SERVER_URL=" + service.serverUrl,
                 "SORVEL_LOGIN_URL=" + service.loginUrl,
                 "SORVEL_PARTNER_ID=" + service.partnerId,

@@ -25,7 +25,7 @@ fi
 
 info=$(dpkg-deb -I "$deb")
 depends=$(sed -n 's/^ Depends: //p' <<<"$info")
-for library in libc6 libcurl4 libsndfile1 libsoxr0 libsecret-1-0 libpango-1.0-0 libcairo2 libpugixml1v5 fonts-liberation; do
+for library in libc6 libcurl4 libsndfile1 libsoxr0 libsecret-1-0 libpango-1.0-0 libcairo2 libpugixml1v5 libsqlite3-0 fonts-liberation; do
   grep -q "\b$library\b" <<<"$depends" || fail "Depends lacks $library: $depends"
 done
 grep -q '^ Architecture: amd64\|^ Architecture: arm64' <<<"$info" || fail "no binary architecture: $info"

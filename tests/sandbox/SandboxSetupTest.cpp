@@ -9,6 +9,7 @@
 
 #include <csignal>
 #include <filesystem>
+#include <functional>
 #include <fstream>
 #include <poll.h>
 #include <spawn.h>
@@ -95,6 +96,8 @@ struct SignalStep
 {
     std::string waitFor;
     int signal;
+    /// Called with the output so far just before the signal is sent.
+    std::function<void(const std::string&)> whileRunning = {};
 };
 
 // Runs sorvel-sandbox with the arguments and waits for it, sending the signals of `steps` in
@@ -137,7 +140,11 @@ ProgramResult runProgram(std::vector<std::string> arguments, const std::vector<S
             break;
         result.output.append(buffer, static_cast<size_t>(got));
         if (step < steps.size() && result.output.find(steps[step].waitFor) != std::string::npos)
+        {
+            if (steps[step].whileRunning)
+                steps[step].whileRunning(result.output);
             kill(child, steps[step++].signal);
+        }
     }
     close(pipeEnds[0]);
     int status = 0;
@@ -356,12 +363,38 @@ TEST(SandboxProgram, PrintsWhereItListensAndStopsOnSignals)
         << result.output;
 }
 
+TEST(SandboxProgram, AFailingLinkResetsEveryNthConnection)
+{
+    // One request per connection, every second connection reset: every second request fails.
+    std::vector<long> statuses;
+    const ProgramResult result = runProgram(
+        {"--port", "0", "--drop-connections", "2", "--requests-per-connection", "1"},
+        {{"Press Ctrl+C to stop.", SIGTERM, [&](const std::string& output) {
+            const size_t at = output.find("API base URL: ");
+            ASSERT_NE(at, std::string::npos) << output;
+            const std::string base = output.substr(at + 14, output.find('\n', at) - at - 14);
+            Http http;
+            for (int i = 0; i < 4; ++i)
+                statuses.push_back(http.get(base + "titles").status);
+        }}});
+    EXPECT_EQ(result.exitCode, 0) << result.output;
+    EXPECT_EQ(statuses, (std::vector<long>{200, 0, 200, 0}));
+    EXPECT_NE(result.output.find("Failing link: every connection numbered a multiple of 2 is reset"),
+              std::string::npos)
+        << result.output;
+    size_t dropped = 0;
+    for (size_t at = 0; (at = result.output.find("the connection was dropped", at)) != std::string::npos; ++at)
+        ++dropped;
+    EXPECT_EQ(dropped, 2u) << result.output;
+}
+
 TEST(SandboxProgram, ArgumentsAndStartFailuresGiveHonestExitCodes)
 {
     ProgramResult result = runProgram({"--help"});
     EXPECT_EQ(result.exitCode, 0);
     EXPECT_NE(result.output.find("Usage: sorvel-sandbox"), std::string::npos);
-    for (const char* option : {"--port", "--bind", "--seed", "--data", "--tls-cert", "--tls-key"})
+    for (const char* option : {"--port", "--bind", "--seed", "--data", "--tls-cert", "--tls-key", "--drop-connections",
+                               "--requests-per-connection"})
         EXPECT_NE(result.output.find(option), std::string::npos) << option;
 
     struct Case
@@ -380,6 +413,8 @@ TEST(SandboxProgram, ArgumentsAndStartFailuresGiveHonestExitCodes)
         {{"--verbose"}, 2, "unknown argument \"--verbose\""},
         {{"--seed"}, 2, "--seed needs a value"},
         {{"--tls-cert", "c.pem"}, 2, "go together"},
+        {{"--drop-connections", "0"}, 2, "--drop-connections takes a number from 1"},
+        {{"--requests-per-connection", "many"}, 2, "--requests-per-connection takes a number from 1"},
         {{"--port", std::to_string(port)}, 1, "Address already in use"},
         {{"--port", "0", "--seed", "/nonexistent/seed.json"}, 1, "cannot open /nonexistent/seed.json"},
     };
