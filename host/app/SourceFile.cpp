@@ -1,4 +1,5 @@
 #include "host/app/SourceFile.h"
+#include "host/app/SourceTags.h"
 
 #include "framework/services/IFileTypeRegistry.h"
 #include "framework/services/SystemServices.h"
@@ -95,17 +96,21 @@ bool SourceFile::open(const std::filesystem::path& path, SourceFile& file, std::
 
     Attributes& tags = file.metadata;
     tags.clear();
-    auto take = [&](int id, const char* key) {
-        if (const char* value = sf_get_string(sound, id); value && *value)
+    SourceTags::read(path, tags);
+    // What TagLib found wins; libsndfile's own reading of the common fields fills gaps (a
+    // file whose tags TagLib cannot parse may still carry them in a form libsndfile reads).
+    auto fill = [&](int id, const char* key) {
+        if (const char* value = sf_get_string(sound, id); value && *value && !tags.contains(key))
             tags.set(key, String(value));
     };
-    take(SF_STR_TITLE, "Media:Title");
-    take(SF_STR_ARTIST, "Media:Artist");
-    take(SF_STR_ALBUM, "Media:Album");
-    take(SF_STR_DATE, "Media:Year"); // text: the publisher parses the year out of it
-    take(SF_STR_GENRE, "Media:Genre");
-    take(SF_STR_COMMENT, "Media:Comment");
-    if (const char* number = sf_get_string(sound, SF_STR_TRACKNUMBER); number && *number)
+    fill(SF_STR_TITLE, "Media:Title");
+    fill(SF_STR_ARTIST, "Media:Artist");
+    fill(SF_STR_ALBUM, "Media:Album");
+    fill(SF_STR_DATE, "Media:Year"); // text: the publisher parses the year out of it
+    fill(SF_STR_GENRE, "Media:Genre");
+    fill(SF_STR_COMMENT, "Media:Comment");
+    if (const char* number = sf_get_string(sound, SF_STR_TRACKNUMBER);
+        number && *number && !tags.contains("Media:TrackIndex"))
         tags.set("Media:TrackIndex", static_cast<int64>(std::strtol(number, nullptr, 10)));
     if (info.samplerate > 0)
         tags.set("Media:Length", static_cast<double>(info.frames) / info.samplerate);

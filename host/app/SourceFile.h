@@ -10,8 +10,7 @@
 namespace Host {
 
 /// An audio file given on the command line: its format as a publisher sees it, and the
-/// "Media:" metadata its tags carry (title, artist, album, year, genre, comment, track number,
-/// length).
+/// "Media:" metadata its tags carry (every key SourceTags reads, and its length).
 struct SourceFile
 {
     std::filesystem::path path;

@@ -4,6 +4,7 @@
 #include "framework/interfaces/TextKeys.h"
 #include "host/terminal/TextWidth.h"
 #include "tests/e2e/SorvelProgram.h"
+#include "tests/support/TaggedSound.h"
 
 #include <set>
 #include <sstream>
@@ -344,6 +345,97 @@ TEST_F(SorvelProgram, AStrictPublishUploadsNothingWhenThePreflightReportFindsFau
     EXPECT_NE(run.out.find("Pre-flight report"), std::string::npos) << run.out;
     EXPECT_NE(run.out.find("Replace"), std::string::npos) << run.out;
     EXPECT_EQ(sandbox->storedFiles().size(), storedBefore + 1);
+}
+
+} // namespace
+
+namespace {
+
+using namespace E2E;
+
+/// The named member of a JSON request body, as text.
+std::string member(const rapidjson::Document& body, const char* name)
+{
+    if (!body.IsObject() || !body.HasMember(name))
+        return "(missing)";
+    const auto& value = body[name];
+    return value.IsString() ? value.GetString() : value.IsInt() ? std::to_string(value.GetInt()) : "(not text)";
+}
+
+TEST_F(SorvelProgram, EveryTagOfTheSourceFilesReachesTheServiceAndThePreflightReport)
+{
+    // Four files as labels tag them, each with its own title and code.
+    struct Tagged
+    {
+        const char* file;
+        TestTags::Kind kind;
+        const char* title;
+        const char* isrc;
+    };
+    const Tagged files[] = {
+        {"flac.flac", TestTags::Kind::Flac, "Vorbis Comments", "GBAYE2400001"},
+        {"mp3.mp3", TestTags::Kind::Mp3, "Id3 Frames", "GBAYE2400002"},
+        {"id3.wav", TestTags::Kind::WaveId3, "Id3 Chunk", "GBAYE2400003"},
+        {"info.wav", TestTags::Kind::WaveInfo, "Info List", "GBAYE2400004"},
+    };
+    std::vector<std::string> arguments{"publish", "--user", login.username, "--password-stdin", "--json"};
+    for (const Tagged& one : files)
+    {
+        TestTags::Tags tags;
+        tags.title = one.title;
+        tags.isrc = one.isrc;
+        ASSERT_TRUE(TestTags::writeTagged(home / one.file, one.kind, tags)) << one.file;
+        arguments.push_back((home / one.file).string());
+    }
+    const ProgramRun run = sorvel(arguments, login.password);
+    ASSERT_EQ(run.exitCode, 0) << run.err;
+    const TestTags::Tags tags;
+
+    // The product is named by the album, with the barcode of the tags.
+    const auto titles = sandbox->requestLog().entries(Endpoint::CreateTitle);
+    ASSERT_EQ(titles.size(), 1u);
+    const auto title = parse(titles[0].body);
+    EXPECT_EQ(member(title, "name"), tags.album);
+    EXPECT_EQ(member(title, "upc"), tags.barcode);
+
+    const auto created = sandbox->requestLog().entries(Endpoint::CreateTrack);
+    ASSERT_EQ(created.size(), 4u);
+    for (size_t i = 0; i < created.size(); ++i)
+    {
+        SCOPED_TRACE(files[i].file);
+        const auto track = parse(created[i].body);
+        EXPECT_EQ(member(track, "name"), files[i].title);
+        EXPECT_EQ(member(track, "isrc"), files[i].isrc);
+        EXPECT_EQ(member(track, "year"), "2021");
+        EXPECT_EQ(member(track, "genre"), tags.genre);
+        EXPECT_EQ(member(track, "comment"), tags.comment);
+        EXPECT_EQ(member(track, "composer"), tags.composer);
+        EXPECT_EQ(member(track, "songwriter"), tags.songwriter);
+        // RIFF INFO has no name for the arranger.
+        EXPECT_EQ(member(track, "arranger"), files[i].kind == TestTags::Kind::WaveInfo ? "" : tags.arranger);
+    }
+
+    // A flag overrides the tag; the pre-flight report checks the codes that came from tags.
+    const auto flac = (home / files[0].file).string();
+    ProgramRun checked = sorvel({"check", "--json", flac}, "");
+    ASSERT_EQ(checked.exitCode, 0) << checked.err;
+    EXPECT_STREQ(parse(checked.out)["tracks"][0]["isrc"].GetString(), files[0].isrc);
+    EXPECT_STREQ(parse(checked.out)["tracks"][0]["barcode"].GetString(), tags.barcode.c_str());
+    checked = sorvel({"check", "--json", "--isrc", "QZDEM1400009", flac}, "");
+    ASSERT_EQ(checked.exitCode, 0) << checked.err;
+    EXPECT_STREQ(parse(checked.out)["tracks"][0]["isrc"].GetString(), "QZDEM1400009");
+
+    TestTags::Tags faulty;
+    faulty.isrc = "GB-AYE-24";
+    faulty.barcode = "5012345678901";
+    ASSERT_TRUE(TestTags::writeTagged(home / "faulty.mp3", TestTags::Kind::Mp3, faulty));
+    checked = sorvel({"check", "--json", (home / "faulty.mp3").string()}, "");
+    EXPECT_EQ(checked.exitCode, 5) << checked.out << checked.err;
+    std::set<std::string> codes;
+    for (const auto& finding : parse(checked.out)["tracks"][0]["findings"].GetArray())
+        codes.insert(finding["code"].GetString());
+    EXPECT_TRUE(codes.count("isrc")) << checked.out;
+    EXPECT_TRUE(codes.count("barcode")) << "the barcode's check digit too: " << checked.out;
 }
 
 } // namespace
