@@ -51,9 +51,12 @@ struct GadgetOptions
     std::map<std::string, std::vector<std::string>> fields;
     bool openBrowser = true; ///< else only the address is printed
     unsigned jobs = 0;       ///< files rendered at once; 0: one per core
+    /// Folders whose finished audio files are handed to the gadget while the page is open.
+    std::vector<std::string> watchFolders;
 };
 
-/// Serves the gadget's forms as a page in the user's browser until interrupted.
+/// Serves the gadget's forms as a page in the user's browser until interrupted (kDone), or until
+/// a watched folder can no longer be watched (kUsage, after saying why).
 int showGadget(const GadgetOptions& options);
 
 /// Checks metadata values of the command line that the service cannot take (a year that is not

@@ -1,10 +1,13 @@
 #include "host/app/Commands.h"
 #include "host/app/Complaint.h"
+#include "host/app/LiveHandOver.h"
 #include "host/app/Preflight.h"
 #include "host/app/Rendering.h"
 #include "host/gadget/GadgetPage.h"
 #include "host/gadget/GadgetServer.h"
 #include "host/gadget/GadgetSession.h"
+#include "host/watch/DescriptorWaker.h"
+#include "host/watch/FolderWatch.h"
 
 #include "framework/data/Json.h"
 #include "framework/hostsupport/EventWait.h"
@@ -18,6 +21,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
+#include <memory>
+#include <optional>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -80,20 +85,30 @@ int showGadget(const GadgetOptions& options)
     std::vector<SourceFile> sources;
     if (int code = openSourceFiles(options.files, options.fields, sources); code != kDone)
         return code;
+    // The folders are looked at first: a missing one is a mistake to hear of before anything starts.
+    std::unique_ptr<FolderWatch> watch;
+    if (!options.watchFolders.empty())
+    {
+        std::string error;
+        watch = FolderWatch::create({options.watchFolders.begin(), options.watchFolders.end()}, {}, error);
+        if (!watch)
+        {
+            std::fprintf(stderr, "sorvel: %s\n", error.c_str());
+            return kUsage;
+        }
+    }
 
     Runtime runtime;
     if (int code = runtime.start(); code != kDone)
         return code;
+    const Ref<Engine::IPublisher> publisher = runtime.createPublisher();
+    if (!publisher)
+        return kServiceFailed;
 
     RenderedBatch batch;
     if (!sources.empty())
-    {
-        const Ref<Engine::IPublisher> publisher = runtime.createPublisher();
-        if (!publisher)
-            return kServiceFailed;
         if (int code = renderAndPublish(*publisher, sources, options.fields, options.product, false, options.jobs, batch); code != kDone)
             return code;
-    }
 
     ITheme* theme = GetThemeManager() ? GetThemeManager()->getTheme(kThemeName) : nullptr;
     IThemeElement* clientForm = theme ? theme->getForm("SorvelClient") : nullptr;
@@ -123,14 +138,54 @@ int showGadget(const GadgetOptions& options)
             reports[batch.files[i].output.string()] = preflightDocument(batch.files[i], report.rows[i]);
     }
     auto session = makeRef<GadgetSession>(runtime.gadget().component(), page, kThemeName);
-    session->setFileReports(std::move(reports));
+    session->setFileReports(reports);
+    // From here on the files handed over, the first ones included, are the hand-over's to keep.
+    auto handOver = std::make_unique<LiveHandOver>(runtime, *publisher, *session, options.jobs);
+    handOver->adopt(std::move(batch), std::move(reports));
+    batch = RenderedBatch();
     GadgetServer server(*session, page, *theme, dropFolder);
+
+    // Each finished export of a watched folder goes to the gadget as the files named on the
+    // command line went: with the metadata given once for all files, and the product named.
+    std::map<std::string, std::vector<std::string>> watchedFields;
+    for (const auto& [key, values] : options.fields)
+        if (values.size() == 1)
+            watchedFields[key] = values;
+    bool watchEnded = false;
+    auto takeWatched = [&] {
+        if (!watch || watchEnded)
+            return;
+        for (const FolderWatch::Event& event : watch->collect())
+        {
+            std::string reason = event.message;
+            if (event.kind == FolderWatch::Event::Kind::Finished)
+            {
+                LiveHandOver::Request request{{SourceFile()}, watchedFields, options.product};
+                if (SourceFile::open(event.path, request.sources[0], reason))
+                {
+                    handOver->enqueue(std::move(request));
+                    continue;
+                }
+            }
+            if (event.kind == FolderWatch::Event::Kind::Failed)
+            {
+                std::fprintf(stderr, "sorvel: %s\n", reason.c_str());
+                watchEnded = true;
+                return;
+            }
+            std::printf("Skipped %s: %s\n", event.path.c_str(), reason.c_str());
+            std::fflush(stdout);
+        }
+    };
+    std::unique_ptr<DescriptorWaker> waker;
+
     auto cleanUp = [&] {
+        waker.reset();
         runtime.alerts().onAlert = nullptr;
         runtime.pages().onOpen = nullptr;
         runtime.context().onActivate = nullptr;
         session->close();
-        batch.removeFolder();
+        handOver.reset();
         std::error_code ignored;
         std::filesystem::remove_all(dropFolder, ignored);
     };
@@ -152,25 +207,38 @@ int showGadget(const GadgetOptions& options)
         std::printf("Open this address in a browser on this machine. Press Ctrl+C to stop.\n");
     else
         std::printf("Opened in the browser. Press Ctrl+C to stop.\n");
+    for (const std::filesystem::path& folder : watch ? watch->folders() : std::vector<std::filesystem::path>())
+        std::printf("Watching %s\n", folder.c_str());
     std::fflush(stdout);
+    if (watch)
+        waker = std::make_unique<DescriptorWaker>(watch->descriptor(), takeWatched);
 
     // The page hears of content changes at most every 40 ms: an upload's progress signals far
     // more often than a screen can show, and each state the page is sent is the whole table
-    // drawn again. Alerts and property changes go at once.
+    // drawn again. Alerts and property changes go at once. Files waiting for the gadget are
+    // looked at every 100 ms (the end of an upload and of the reload after it).
     constexpr auto kEventSpacing = std::chrono::milliseconds(40);
+    constexpr auto kWaitingLook = std::chrono::milliseconds(100);
     IRunLoop* loop = GetRunLoop();
     auto lastSent = std::chrono::steady_clock::now() - kEventSpacing;
-    while (!gInterrupted.load(std::memory_order_relaxed))
+    while (!gInterrupted.load(std::memory_order_relaxed) && !watchEnded)
     {
+        takeWatched(); // the files whose settle time passed
+        if (handOver->hasWaiting() && handOver->handOverWaiting() == kInterrupted)
+            break;
         const auto now = std::chrono::steady_clock::now();
         if (session->hasUrgent() || (session->hasPending() && now - lastSent >= kEventSpacing))
         {
             server.broadcast(session->takeEvents());
             lastSent = now;
         }
-        const auto wait = session->hasPending() ? kEventSpacing - (now - lastSent) : std::chrono::milliseconds(250);
-        loop->processEvents(static_cast<uint32>(
-            std::max<long long>(1, std::chrono::duration_cast<std::chrono::milliseconds>(wait).count())));
+        auto wait = session->hasPending() ? std::chrono::duration_cast<std::chrono::milliseconds>(kEventSpacing - (now - lastSent))
+                                          : std::chrono::milliseconds(250);
+        if (handOver->hasWaiting())
+            wait = std::min(wait, kWaitingLook);
+        if (const auto due = watch ? watch->nextDue() : std::nullopt)
+            wait = std::min(wait, std::chrono::duration_cast<std::chrono::milliseconds>(*due - now) + std::chrono::milliseconds(1));
+        loop->processEvents(static_cast<uint32>(std::max<long long>(1, wait.count())));
     }
     // An upload under way is cancelled before its rendered files go.
     if (runtime.gadget().isUploading())
@@ -181,7 +249,7 @@ int showGadget(const GadgetOptions& options)
     server.stop();
     cleanUp();
     std::printf("Stopped.\n");
-    return kDone;
+    return watchEnded ? kUsage : kDone;
 }
 
 } // namespace Host

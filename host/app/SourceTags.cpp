@@ -9,6 +9,7 @@
 #include <taglib/mp4file.h>
 #include <taglib/mp4tag.h>
 #include <taglib/mpegfile.h>
+#include <taglib/tfilestream.h>
 #include <taglib/tpropertymap.h>
 #include <taglib/wavfile.h>
 #include <taglib/xiphcomment.h>
@@ -163,7 +164,12 @@ int64 leadingNumber(const std::string& text)
 
 void SourceTags::read(const std::filesystem::path& path, Attributes& metadata)
 {
-    TagLib::FileRef reference(path.c_str(), false);
+    // Read only: a file opened for writing tells a folder watch, at its close, that it was
+    // written, and the user's file is not this program's to change.
+    TagLib::FileStream stream(path.c_str(), true);
+    if (!stream.isOpen())
+        return;
+    TagLib::FileRef reference(&stream, false);
     if (reference.isNull() || !reference.file()->isValid())
         return;
     const PropertyMap tags = tagsOf(*reference.file());

@@ -109,6 +109,11 @@ int main(int argc, char** argv)
     gadgetCommand->add_flag("--no-browser", noBrowser, "only print the page's address");
     gadgetCommand->add_option("--jobs", gadgetOptions.jobs, "files rendered at once (default: one per core)")
         ->check(CLI::Range(1u, 256u));
+    gadgetCommand->add_option("--watch", gadgetOptions.watchFolders,
+                              "hand each audio file finished in this folder to the gadget while the page is open "
+                              "(repeatable)")
+        ->check(CLI::ExistingDirectory)
+        ->allow_extra_args(false);
     std::map<std::string, std::vector<std::string>> gadgetFieldValues;
     addFieldOptions(*gadgetCommand, gadgetFieldValues);
 

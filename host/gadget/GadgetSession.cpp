@@ -276,6 +276,18 @@ public:
         model_->onSelectionChanged();
     }
 
+    const std::vector<int32>& selection() const { return selection_; }
+    void select(const std::vector<int32>& rows)
+    {
+        selection_.clear();
+        for (int32 row : rows)
+            if (row >= 0 && row < model_->countRows() &&
+                std::find(selection_.begin(), selection_.end(), row) == selection_.end())
+                selection_.push_back(row);
+        anchor_ = selection_.empty() ? -1 : selection_.back();
+        model_->onSelectionChanged();
+    }
+
     /// Gives a column the user may size `width` pixels (within sensible bounds).
     bool resizeColumn(int32 column, int32 width)
     {
@@ -670,6 +682,26 @@ std::string GadgetSession::selectRow(const std::string& key, int row, bool shift
         return "no such row";
     table->click(row, shift, ctrl);
     return "";
+}
+
+std::string GadgetSession::listKey(const std::string& name) const
+{
+    for (const auto& [key, binding] : bindings_)
+        if (binding.kind == PageBinding::kList && binding.name == name && tables_.count(key))
+            return key;
+    return {};
+}
+
+std::vector<int> GadgetSession::selectedRows(const std::string& key) const
+{
+    TableView* table = tableOf(key);
+    return table ? std::vector<int>(table->selection().begin(), table->selection().end()) : std::vector<int>();
+}
+
+void GadgetSession::selectRows(const std::string& key, const std::vector<int>& rows)
+{
+    if (TableView* table = tableOf(key))
+        table->select(std::vector<int32>(rows.begin(), rows.end()));
 }
 
 std::string GadgetSession::resizeColumn(const std::string& key, int column, int width)

@@ -61,6 +61,15 @@ public:
     /// Files (paths on this machine) dropped onto `row` of the list from outside.
     std::string dropFiles(const std::string& key, const std::vector<std::string>& paths, int row);
 
+    /// The key of the list bound to the component's object `name` ("trackList"); "" when the
+    /// page has none.
+    std::string listKey(const std::string& name) const;
+    /// The rows selected in the list `key`, in the order they were selected.
+    std::vector<int> selectedRows(const std::string& key) const;
+    /// Selects exactly `rows` of the list `key` (none: nothing), as the page's clicks would, so
+    /// that the components hear of it.
+    void selectRows(const std::string& key, const std::vector<int>& rows);
+
     /// The pre-flight report of each file the host rendered, by the file's path as the table's
     /// file column names it: rows listing such a file carry it in the state, for a badge and for
     /// the figures shown beside the inspector.

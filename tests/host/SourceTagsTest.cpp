@@ -15,6 +15,8 @@
 #include <taglib/xiphcomment.h>
 
 #include <fstream>
+#include <sys/inotify.h>
+#include <unistd.h>
 
 namespace {
 
@@ -135,6 +137,20 @@ TEST(SourceTags, TwoKindsInOneFileMergeKeyByKeyAndOddValuesAreReadWithCare)
     EXPECT_EQ(text(metadata, "Media:Year"), "Summer 2019");
     EXPECT_FALSE(metadata.contains("Media:TrackIndex"));
     EXPECT_EQ(text(metadata, "Media:Comment"), "given before");
+
+    // Reading opens the file for reading only: a folder watch hears of no write.
+    const int events = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+    ASSERT_GE(events, 0);
+    ASSERT_GE(inotify_add_watch(events, both.c_str(), IN_CLOSE_WRITE | IN_MODIFY | IN_CLOSE_NOWRITE), 0);
+    Host::SourceFile source;
+    std::string error;
+    ASSERT_TRUE(Host::SourceFile::open(both, source, error)) << error;
+    alignas(inotify_event) char buffer[4096];
+    const ssize_t got = ::read(events, buffer, sizeof buffer);
+    ASSERT_GT(got, 0) << "the file was read";
+    for (const char* at = buffer; at < buffer + got; at += sizeof(inotify_event) + reinterpret_cast<const inotify_event*>(at)->len)
+        EXPECT_EQ(reinterpret_cast<const inotify_event*>(at)->mask & (IN_CLOSE_WRITE | IN_MODIFY), 0u);
+    ::close(events);
 
     // Something that is no audio file, and one that is gone, change nothing.
     std::ofstream(folder / "notes.txt") << "not audio";

@@ -1,0 +1,173 @@
+#!/usr/bin/python3
+"""Browser tests of the live gadget: `sorvel gadget --watch FOLDER` takes each export of the folder
+while the page is open, and `sorvel add` hands files to the gadget this user has open. The real
+page in Debian's headless Chromium, against the standalone sandbox, with the helpers of
+gadget_test.py.
+
+Environment (set by CTest): SORVEL_PROGRAM, SORVEL_SANDBOX_PROGRAM, SORVEL_SHOTS.
+"""
+
+import os
+import queue
+import shutil
+import signal
+import subprocess
+import sys
+import tempfile
+import threading
+import time
+import unittest
+
+sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+import gadget_test as base  # noqa: E402
+
+WAIT = base.WAIT
+
+
+class LiveGadgetTest(base.GadgetPageTest):
+    """The helpers and the browser of the page's tests; only the tests below run (load_tests)."""
+
+    @classmethod
+    def setUpClass(cls):
+        super().setUpClass()
+        # The hand-over socket of every gadget started here lives in a folder of this run.
+        cls.runtime = tempfile.TemporaryDirectory(prefix="sorvel-runtime-")
+        os.chmod(cls.runtime.name, 0o700)
+        os.environ["XDG_RUNTIME_DIR"] = cls.runtime.name
+
+    @classmethod
+    def tearDownClass(cls):
+        super().tearDownClass()
+        cls.runtime.cleanup()
+
+    def setUp(self):
+        super().setUp()
+        self.exports = tempfile.mkdtemp(prefix="sorvel-exports-")
+        self.output = ""
+        self.lines = None
+
+    def tearDown(self):
+        super().tearDown()
+        shutil.rmtree(self.exports, ignore_errors=True)
+
+    # --- helpers --------------------------------------------------------------------------
+
+    def export(self, name, seconds=1.0, frequency=440.0, temporary=None):
+        """Writes an export into the watched folder: in place, or under `temporary` and renamed."""
+        final = os.path.join(self.exports, name)
+        path = os.path.join(self.exports, temporary) if temporary else final
+        base.write_tone(path, seconds, frequency)
+        if temporary:
+            os.rename(path, final)
+        return final
+
+    def host_output(self, until, message):
+        """Reads what the host printed until `until` is in it; all of it so far."""
+        if self.lines is None:
+            # A thread reads the lines: the first one was read through the stream's buffer, which
+            # may hold more already, so waiting on the pipe itself could miss them.
+            self.lines = queue.Queue()
+            stream = self.host.process.stdout
+            threading.Thread(target=lambda: [self.lines.put(line) for line in iter(stream.readline, "")],
+                             daemon=True).start()
+        deadline = time.monotonic() + WAIT
+        while until not in self.output:
+            try:
+                self.output += self.lines.get(timeout=max(deadline - time.monotonic(), 0.01))
+            except queue.Empty:
+                self.shot(f"timeout-{self.id().split('.')[-1]}")
+                raise AssertionError(f"timed out waiting for {message}: {self.output!r}")
+        return self.output
+
+    def rendered_paths(self):
+        """The rendered file of each row, whole, from the table's tooltips."""
+        table = self.state()["lists"][":trackList"]
+        return {tip[0]: tip[2] for tip in table["tooltips"] if tip[1] == 2}
+
+    def environment(self):
+        environment = {key: value for key, value in os.environ.items() if not key.startswith("SORVEL_")}
+        environment.update(self.sandbox.environment())
+        if self.host:
+            environment["HOME"] = self.host.home.name
+        return environment
+
+    def sorvel_add(self, *arguments):
+        done = subprocess.run([base.PROGRAM, "add", *arguments], capture_output=True, text=True, timeout=WAIT,
+                              env=self.environment())
+        return done.returncode, done.stdout, done.stderr
+
+    # --- tests ----------------------------------------------------------------------------
+
+    def test_each_export_into_the_watched_folder_becomes_a_row_and_a_new_export_replaces_it(self):
+        self.open_gadget(arguments=["--watch", self.exports])
+        self.host_output(f"Watching {self.exports}", "the folder watched")
+        self.sign_in()
+        self.wait_until(lambda: self.prop(":loginPhase") == 2 and not self.prop("Client:isBusy"), "signed in")
+        self.export("Mix One.wav", temporary=".Mix One.wav.part")
+        self.wait_until(lambda: self.files_listed() == ["Mix One.wav"], "the first export's row")
+        self.export("Mix Two.wav", frequency=330.0)
+        self.wait_until(lambda: self.files_listed() == ["Mix One.wav", "Mix Two.wav"], "the second export's row")
+        self.shot("watched-two-exports")
+
+        # What the user typed for a row stays when another export comes.
+        self.click_cell(1)
+        self.wait_until(lambda: self.form_shown("TrackInfoView"), "the inspector")
+        self.type_into("TrackInfo:genre", "Ambient")
+        before = self.rendered_paths()
+        self.export("Mix One.wav", frequency=550.0)
+        self.host_output("Listed", "a hand-over")
+        self.wait_until(lambda: self.rendered_paths().get(0) not in (None, before[0]), "Mix One rendered again")
+        self.assertEqual(self.files_listed(), ["Mix One.wav", "Mix Two.wav"], "one row per export, in place")
+        self.assertEqual(self.rendered_paths()[1], before[1], "the other row keeps its file")
+        self.assertFalse(os.path.exists(before[0]), "the replaced rendering is removed")
+        self.click_cell(1)
+        self.wait_until(lambda: self.css('[data-p="TrackInfo:genre"]').get_attribute("value") == "Ambient",
+                        "the typed genre kept")
+
+        # A row removed with its X stays removed; a file that is not audio is only named.
+        self.click_cell(0, column=0)
+        self.wait_until(lambda: self.files_listed() == ["Mix Two.wav"], "the row removed")
+        with open(os.path.join(self.exports, "notes.txt"), "w") as out:
+            out.write("mix notes\n")
+        self.host_output("notes.txt: not an audio file", "the skipped file's line")
+        self.export("Mix Three.wav", frequency=660.0)
+        self.wait_until(lambda: self.files_listed() == ["Mix Two.wav", "Mix Three.wav"], "the third export")
+        self.shot("watched-replaced")
+
+    def test_an_export_during_an_upload_is_listed_when_the_batch_has_ended(self):
+        self.open_gadget(self.files[:1], ["--watch", self.exports])
+        self.sign_in()
+        self.wait_until(lambda: self.prop(":loginPhase") == 2 and not self.prop("Client:isBusy"), "signed in")
+        self.type_into(":newProductName", "Live Session")
+        self.css('[data-p=":upload"]').click()
+        self.idle()
+        self.wait_until(lambda: self.prop(":isUploading") == 1, "the upload to start")
+        self.export("Late Mix.wav", temporary="Late Mix.tmp")
+        self.host_output("Waiting for the upload to end", "the export kept for later")
+        self.assertNotIn("Late Mix.wav", self.files_listed(), "nothing handed over during the upload")
+        self.wait_until(lambda: self.prop(":isUploading") == 0, "the upload to end")
+        self.wait_until(lambda: "Late Mix.wav" in self.files_listed(), "the kept export listed after the batch")
+        rows = self.rows()
+        self.assertTrue(any(row[1] == "Morning Song" and row[3] == "Uploaded" for row in rows), rows)
+        self.assertTrue(any(row[1] == "Late Mix" and row[3] == "Add" for row in rows), rows)
+        self.assertEqual(self.state()["values"][":titlesList"]["e"][self.value(":titlesList")], "Live Session",
+                         "the kept export goes to the product the page shows")
+        self.shot("listed-after-upload")
+
+    def test_a_watched_folder_that_goes_away_ends_the_gadget(self):
+        self.open_gadget(arguments=["--watch", self.exports])
+        self.host_output("Watching", "the folder watched")
+        shutil.rmtree(self.exports)
+        self.assertEqual(self.host.process.wait(timeout=WAIT), 2)
+        self.assertIn("was removed", self.host.process.stderr.read())
+        self.host.stop()
+        self.host = None
+
+
+def load_tests(loader, tests, pattern):
+    """Only this file's tests, not those of the page's tests it borrows its helpers from."""
+    return unittest.TestSuite(LiveGadgetTest(name) for name in sorted(vars(LiveGadgetTest)) if name.startswith("test_"))
+
+
+if __name__ == "__main__":
+    unittest.main()
