@@ -68,6 +68,11 @@ int checkFieldValues(const std::map<std::string, std::vector<std::string>>& fiel
 /// exit code, "error" is the reason it gave.
 void printFailureJson(int code);
 
+/// `sorvel add`: hands the files to the gadget this user has open, through its socket; with none
+/// open, opens one as showGadget does. kDone, kUsage when the gadget took nothing (it says why),
+/// kServiceFailed when it could not be reached.
+int addToGadget(const GadgetOptions& options);
+
 /// The files named on the command line, opened; kDone, or kUsage after saying why.
 int openSourceFiles(const std::vector<std::string>& files, const std::map<std::string, std::vector<std::string>>& fields,
                     std::vector<SourceFile>& sources);

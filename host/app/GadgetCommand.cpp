@@ -6,6 +6,7 @@
 #include "host/gadget/GadgetPage.h"
 #include "host/gadget/GadgetServer.h"
 #include "host/gadget/GadgetSession.h"
+#include "host/gadget/HandOverSocket.h"
 #include "host/watch/DescriptorWaker.h"
 #include "host/watch/FolderWatch.h"
 
@@ -67,6 +68,21 @@ bool openInBrowser(const std::string& address)
         ::usleep(20000);
     }
     return true;
+}
+
+/// The files of a `sorvel add`, opened; "" or why none was taken.
+std::string openHandedFiles(const std::vector<std::string>& files,
+                            const std::map<std::string, std::vector<std::string>>& fields, std::vector<SourceFile>& sources)
+{
+    for (const auto& [key, values] : fields)
+        if (values.size() != 1 && values.size() != files.size())
+            return "a metadata value was given " + std::to_string(values.size()) + " times for " +
+                   std::to_string(files.size()) + " files: give it once for all, or once per file";
+    sources.assign(files.size(), SourceFile());
+    for (size_t i = 0; i < files.size(); ++i)
+        if (std::string error; !SourceFile::open(files[i], sources[i], error))
+            return error;
+    return {};
 }
 
 std::string eventData(const char* name, const std::string& value)
@@ -178,8 +194,10 @@ int showGadget(const GadgetOptions& options)
         }
     };
     std::unique_ptr<DescriptorWaker> waker;
+    std::unique_ptr<HandOverSocket> mailbox;
 
     auto cleanUp = [&] {
+        mailbox.reset();
         waker.reset();
         runtime.alerts().onAlert = nullptr;
         runtime.pages().onOpen = nullptr;
@@ -212,6 +230,24 @@ int showGadget(const GadgetOptions& options)
     std::fflush(stdout);
     if (watch)
         waker = std::make_unique<DescriptorWaker>(watch->descriptor(), takeWatched);
+    // `sorvel add` of this user hands its files here, as the command line's were handed.
+    std::string note;
+    mailbox = HandOverSocket::open(
+        [&](const HandOverSocket::Request& request) {
+            HandOverSocket::Answer answer;
+            answer.address = address;
+            LiveHandOver::Request taken{{}, request.fields, request.product};
+            answer.error = openHandedFiles(request.files, request.fields, taken.sources);
+            if (answer.error.empty())
+            {
+                answer.taken = static_cast<int>(taken.sources.size());
+                handOver->enqueue(std::move(taken));
+            }
+            return answer;
+        },
+        note);
+    if (!mailbox)
+        std::fprintf(stderr, "sorvel: %s\n", note.c_str());
 
     // The page hears of content changes at most every 40 ms: an upload's progress signals far
     // more often than a screen can show, and each state the page is sent is the whole table
@@ -250,6 +286,39 @@ int showGadget(const GadgetOptions& options)
     cleanUp();
     std::printf("Stopped.\n");
     return watchEnded ? kUsage : kDone;
+}
+
+int addToGadget(const GadgetOptions& options)
+{
+    HandOverSocket::Request request;
+    for (const std::string& file : options.files)
+    {
+        // As the gadget must find them, whatever folder it runs in.
+        std::error_code failure;
+        request.files.push_back(std::filesystem::absolute(file, failure).lexically_normal().string());
+    }
+    request.product = options.product;
+    request.fields = options.fields;
+    HandOverSocket::Answer answer;
+    std::string error;
+    switch (HandOverSocket::send(request, answer, error))
+    {
+    case HandOverSocket::Delivery::Taken:
+        if (!answer.error.empty())
+        {
+            std::fprintf(stderr, "sorvel: the open gadget took nothing: %s\n", answer.error.c_str());
+            return kUsage;
+        }
+        std::printf("Handed %d file%s to the open gadget: %s\n", answer.taken, answer.taken == 1 ? "" : "s",
+                    answer.address.c_str());
+        return kDone;
+    case HandOverSocket::Delivery::NoGadget:
+        return showGadget(options); // none is open: this one opens, with the files
+    case HandOverSocket::Delivery::Failed:
+        break;
+    }
+    std::fprintf(stderr, "sorvel: %s\n", error.c_str());
+    return kServiceFailed;
 }
 
 } // namespace Host

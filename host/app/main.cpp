@@ -117,6 +117,20 @@ int main(int argc, char** argv)
     std::map<std::string, std::vector<std::string>> gadgetFieldValues;
     addFieldOptions(*gadgetCommand, gadgetFieldValues);
 
+    GadgetOptions addOptions;
+    bool addNoBrowser = false;
+    CLI::App* addCommand = app.add_subcommand(
+        "add", "hand audio files to the gadget this user has open (with none open, open one with them)");
+    addCommand->add_option("files", addOptions.files, "audio files to render and list in the gadget (not uploaded)")
+        ->required()
+        ->check(CLI::ExistingFile);
+    addCommand->add_option("--product", addOptions.product, "product to suggest for the files (default: the page's)");
+    addCommand->add_flag("--no-browser", addNoBrowser, "when a gadget is opened, only print the page's address");
+    addCommand->add_option("--jobs", addOptions.jobs, "when a gadget is opened, files rendered at once")
+        ->check(CLI::Range(1u, 256u));
+    std::map<std::string, std::vector<std::string>> addFieldValues;
+    addFieldOptions(*addCommand, addFieldValues);
+
     LoginOptions login;
     bool json = false;
     CLI::App* productsCommand = app.add_subcommand("products", "list the account's products");
@@ -169,6 +183,12 @@ int main(int argc, char** argv)
         }
         if (*historyCommand)
             return showHistory(historyProduct, json);
+        if (*addCommand)
+        {
+            addOptions.openBrowser = !addNoBrowser;
+            addOptions.fields = givenFields(addFieldValues);
+            return addToGadget(addOptions);
+        }
         if (*productsCommand)
             return listProducts(login, json);
         if (*dashboardCommand)

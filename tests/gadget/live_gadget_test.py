@@ -11,6 +11,7 @@ import os
 import queue
 import shutil
 import signal
+import stat
 import subprocess
 import sys
 import tempfile
@@ -22,6 +23,25 @@ sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 import gadget_test as base  # noqa: E402
 
 WAIT = base.WAIT
+
+
+class AddedGadget(base.GadgetHost):
+    """A gadget that `sorvel add` opened because none was open."""
+
+    def __init__(self, sandbox, files):
+        self.home = tempfile.TemporaryDirectory(prefix="sorvel-gadget-")
+        environment = {key: value for key, value in os.environ.items() if not key.startswith("SORVEL_")}
+        environment.update(sandbox.environment())
+        environment.update({"HOME": self.home.name, "XDG_CONFIG_HOME": os.path.join(self.home.name, "config"),
+                            "XDG_CACHE_HOME": os.path.join(self.home.name, "cache")})
+        environment.pop("DBUS_SESSION_BUS_ADDRESS", None)
+        self.process = subprocess.Popen([base.PROGRAM, "add", "--no-browser", *files], stdout=subprocess.PIPE,
+                                        stderr=subprocess.PIPE, text=True, env=environment)
+        line = self.process.stdout.readline()
+        if not line.startswith("Sorvel gadget: "):
+            self.process.kill()
+            raise AssertionError(f"sorvel add opened no gadget: {line!r} {self.process.stderr.read()}")
+        self.address = line.split(": ", 1)[1].strip()
 
 
 class LiveGadgetTest(base.GadgetPageTest):
@@ -162,6 +182,41 @@ class LiveGadgetTest(base.GadgetPageTest):
         self.assertIn("was removed", self.host.process.stderr.read())
         self.host.stop()
         self.host = None
+
+    def test_sorvel_add_hands_files_to_the_open_gadget_and_opens_one_when_none_is(self):
+        self.open_gadget(self.files[:1])
+        self.sign_in()
+        self.wait_until(lambda: self.prop(":loginPhase") == 2 and not self.prop("Client:isBusy"), "signed in")
+        code, out, err = self.sorvel_add(self.files[1])
+        self.assertEqual(code, 0, err)
+        self.assertEqual(out.strip(), f"Handed 1 file to the open gadget: {self.host.address}")
+        self.wait_until(lambda: self.files_listed() == ["Morning Song.wav", "Evening Tune.wav"], "the added row")
+        self.shot("added-to-open-gadget")
+        # Only the user's own folder and socket.
+        folder = os.path.join(os.environ["XDG_RUNTIME_DIR"], "sorvel")
+        self.assertEqual(stat.S_IMODE(os.stat(folder).st_mode), 0o700)
+        self.assertEqual(stat.S_IMODE(os.stat(os.path.join(folder, "gadget.socket")).st_mode), 0o600)
+        # Something that is not audio: nothing is taken, and the adder says why.
+        notes = os.path.join(self.exports, "notes.txt")
+        with open(notes, "w") as out:
+            out.write("not audio\n")
+        code, out, err = self.sorvel_add(notes, self.files[0])
+        self.assertEqual(code, 2)
+        self.assertIn("notes.txt: not an audio file", err)
+        self.assertEqual(len(self.rows()), 2)
+
+        # The gadget dies without removing its socket: the next `sorvel add` notices and opens one.
+        self.host.process.kill()
+        self.host.process.wait(timeout=WAIT)
+        self.host.stop()
+        self.host = AddedGadget(self.sandbox, [self.files[1]])
+        self.driver.get(self.host.address)
+        self.wait_until(lambda: self.driver.execute_script("return document.body.dataset.ready === 'true'"), "the page")
+        self.wait_until(lambda: self.files_listed() == ["Evening Tune.wav"], "the files of the opening add")
+        code, out, err = self.sorvel_add(self.files[0])
+        self.assertEqual(code, 0, err)
+        self.assertIn(self.host.address, out)
+        self.wait_until(lambda: self.files_listed() == ["Evening Tune.wav", "Morning Song.wav"], "a second add")
 
 
 def load_tests(loader, tests, pattern):
