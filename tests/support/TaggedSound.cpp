@@ -70,25 +70,34 @@ bool writeEmptyMp4(const std::filesystem::path& path)
     return static_cast<bool>(out);
 }
 
+/// Each field: its common TagLib name (the barcode's is chosen per file) and its RIFF INFO id
+/// (none for the arranger and the barcode).
+struct Field
+{
+    std::string Tags::*value;
+    const char* property;
+    const char* infoId;
+};
+const Field kFields[] = {
+    {&Tags::title, "TITLE", "INAM"},       {&Tags::album, "ALBUM", "IPRD"},
+    {&Tags::artist, "ARTIST", "IART"},     {&Tags::isrc, "ISRC", "ISRC"},
+    {&Tags::barcode, nullptr, nullptr},    {&Tags::trackNumber, "TRACKNUMBER", "ITRK"},
+    {&Tags::date, "DATE", "ICRD"},         {&Tags::genre, "GENRE", "IGNR"},
+    {&Tags::comment, "COMMENT", "ICMT"},   {&Tags::arranger, "ARRANGER", nullptr},
+    {&Tags::composer, "COMPOSER", "IMUS"}, {&Tags::songwriter, "LYRICIST", "IWRI"},
+};
+
+TagLib::String text(const std::string& value)
+{
+    return TagLib::String(value, TagLib::String::UTF8);
+}
+
 TagLib::PropertyMap propertiesOf(const Tags& tags, const char* barcodeName)
 {
     TagLib::PropertyMap map;
-    auto put = [&](const char* key, const std::string& value) {
-        if (!value.empty())
-            map.insert(key, TagLib::StringList(TagLib::String(value, TagLib::String::UTF8)));
-    };
-    put("TITLE", tags.title);
-    put("ALBUM", tags.album);
-    put("ARTIST", tags.artist);
-    put("ISRC", tags.isrc);
-    put(barcodeName, tags.barcode);
-    put("TRACKNUMBER", tags.trackNumber);
-    put("DATE", tags.date);
-    put("GENRE", tags.genre);
-    put("COMMENT", tags.comment);
-    put("ARRANGER", tags.arranger);
-    put("COMPOSER", tags.composer);
-    put("LYRICIST", tags.songwriter);
+    for (const Field& field : kFields)
+        if (const std::string& value = tags.*field.value; !value.empty())
+            map.insert(field.property ? field.property : barcodeName, TagLib::StringList(text(value)));
     return map;
 }
 
@@ -139,21 +148,9 @@ bool writeTagged(const std::filesystem::path& path, Kind kind, const Tags& tags)
         if (!writeTone(path, SF_FORMAT_WAV | SF_FORMAT_PCM_16))
             return false;
         TagLib::RIFF::WAV::File file(path.c_str());
-        TagLib::RIFF::Info::Tag* info = file.InfoTag();
-        auto put = [&](const char* id, const std::string& value) {
-            if (!value.empty())
-                info->setFieldText(id, TagLib::String(value, TagLib::String::UTF8));
-        };
-        put("INAM", tags.title);
-        put("IPRD", tags.album);
-        put("IART", tags.artist);
-        put("ISRC", tags.isrc);
-        put("ITRK", tags.trackNumber);
-        put("ICRD", tags.date);
-        put("IGNR", tags.genre);
-        put("ICMT", tags.comment);
-        put("IMUS", tags.composer);
-        put("IWRI", tags.songwriter);
+        for (const Field& field : kFields)
+            if (const std::string& value = tags.*field.value; field.infoId && !value.empty())
+                file.InfoTag()->setFieldText(field.infoId, text(value));
         return file.save(TagLib::RIFF::WAV::File::Info, TagLib::File::StripOthers);
     }
     case Kind::AiffId3:
@@ -171,7 +168,7 @@ bool writeTagged(const std::filesystem::path& path, Kind kind, const Tags& tags)
         TagLib::PropertyMap properties = propertiesOf(tags, "BARCODE");
         properties.erase("ARRANGER"); // a freeform atom, which TagLib has no common name for
         file.tag()->setItem("----:com.apple.iTunes:ARRANGER",
-                            TagLib::MP4::Item(TagLib::StringList(TagLib::String(tags.arranger, TagLib::String::UTF8))));
+                            TagLib::MP4::Item(TagLib::StringList(text(tags.arranger))));
         return file.isValid() && tookAll(file.setProperties(properties)) && file.save();
     }
     }
