@@ -109,7 +109,7 @@ int showGadget(const GadgetOptions& options)
         watch = FolderWatch::create({options.watchFolders.begin(), options.watchFolders.end()}, {}, error);
         if (!watch)
         {
-            std::fprintf(stderr, "sorvel: %s\n", error.c_str());
+            complain("%s", error.c_str());
             return kUsage;
         }
     }
@@ -185,7 +185,7 @@ int showGadget(const GadgetOptions& options)
             }
             if (event.kind == FolderWatch::Event::Kind::Failed)
             {
-                std::fprintf(stderr, "sorvel: %s\n", reason.c_str());
+                complain("%s", reason.c_str());
                 watchEnded = true;
                 return;
             }
@@ -247,7 +247,7 @@ int showGadget(const GadgetOptions& options)
         },
         note);
     if (!mailbox)
-        std::fprintf(stderr, "sorvel: %s\n", note.c_str());
+        complain("%s", note.c_str());
 
     // The page hears of content changes at most every 40 ms: an upload's progress signals far
     // more often than a screen can show, and each state the page is sent is the whole table
@@ -290,6 +290,8 @@ int showGadget(const GadgetOptions& options)
 
 int addToGadget(const GadgetOptions& options)
 {
+    if (int code = checkFieldValues(options.fields, &options.product); code != kDone)
+        return code;
     HandOverSocket::Request request;
     for (const std::string& file : options.files)
     {
@@ -306,7 +308,7 @@ int addToGadget(const GadgetOptions& options)
     case HandOverSocket::Delivery::Taken:
         if (!answer.error.empty())
         {
-            std::fprintf(stderr, "sorvel: the open gadget took nothing: %s\n", answer.error.c_str());
+            complain("the open gadget took nothing: %s", answer.error.c_str());
             return kUsage;
         }
         std::printf("Handed %d file%s to the open gadget: %s\n", answer.taken, answer.taken == 1 ? "" : "s",
@@ -317,7 +319,7 @@ int addToGadget(const GadgetOptions& options)
     case HandOverSocket::Delivery::Failed:
         break;
     }
-    std::fprintf(stderr, "sorvel: %s\n", error.c_str());
+    complain("%s", error.c_str());
     return kServiceFailed;
 }
 

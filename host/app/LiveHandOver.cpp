@@ -1,9 +1,11 @@
 #include "host/app/LiveHandOver.h"
 
 #include "host/app/CellReader.h"
+#include "host/app/Complaint.h"
 #include "host/app/HostObjects.h"
 #include "host/app/Preflight.h"
 #include "host/app/Runtime.h"
+#include "host/app/TrackRows.h"
 #include "host/gadget/GadgetSession.h"
 
 #include "framework/data/Url.h"
@@ -17,11 +19,9 @@ namespace fs = std::filesystem;
 
 namespace {
 
-/// The columns of the track table read here.
+/// The column of the track table whose drawing names a new row's file (its title, as typed).
 constexpr int32 kTitleColumn = 1;
-constexpr int32 kFileColumn = 2;
-constexpr int32 kStatusColumn = 3;
-/// Wide enough that no title or path is shortened.
+/// Wide enough that no title is shortened.
 constexpr int32 kUnshortened = 100000;
 
 /// The inspector's fields of a new row, with the metadata key each one is handed over as.
@@ -115,12 +115,15 @@ std::vector<LiveHandOver::Row> LiveHandOver::readTable()
     bool selectionMoved = false;
     for (int32 index = 0; index < model->countRows(); ++index)
     {
-        Row row;
-        row.file = CellReader::read(*model, index, kFileColumn, kUnshortened, style).text;
-        if (row.file.empty())
+        const TrackRow values = TrackRow::read(*model, index);
+        if (!values.hasFile())
             continue; // a track of the product without a file
-        row.title = CellReader::read(*model, index, kTitleColumn, kUnshortened, style).text;
-        row.isNew = CellReader::read(*model, index, kStatusColumn, kUnshortened, style).text == "Add";
+        Row row;
+        row.file = values.file;
+        // A file beside a track of the product goes by that track's name, which pairs it again.
+        row.title = values.hasTrack ? values.trackName
+                                    : CellReader::read(*model, index, kTitleColumn, kUnshortened, style).text;
+        row.isNew = !values.hasTrack && values.state == Engine::kRowWaiting;
         // What the user typed into the inspector lives only in the row: it is read as the
         // inspector shows it, with the row selected alone.
         if (row.isNew && !list.empty())
@@ -251,7 +254,7 @@ int LiveHandOver::handOverWaiting()
     }
     if (publisher_->publish(container) != kResultOk)
     {
-        std::fprintf(stderr, "sorvel: the publishing target did not take the files\n");
+        complain("the publishing target did not take the files");
         return kDone;
     }
 

@@ -79,8 +79,8 @@ private:
     /// A row of the table that holds a file.
     struct Row
     {
-        std::string file;  ///< the file's path as the table shows it
-        std::string title; ///< the row's title as the table shows it
+        std::string file;  ///< the file's whole path
+        std::string title; ///< the name the row goes by
         bool isNew = false; ///< a file of its own, not replacing a track, not uploaded yet
         KVX::Attributes edits; ///< what the inspector shows for a new row
     };

@@ -10,6 +10,8 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
+#include <sstream>
 #include <unistd.h>
 
 namespace Host {
@@ -19,9 +21,39 @@ namespace fs = std::filesystem;
 
 namespace {
 
+/// A process as "<pid>.<start time>": the start time tells it from a later one of the same pid.
+/// Run folders carry the mark of the process that made them in their name ("run-<mark>-XXXXXX").
+std::string processMark(pid_t pid)
+{
+    std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
+    std::string text((std::istreambuf_iterator<char>(stat)), {});
+    const size_t name = text.rfind(')'); // the command name may hold spaces
+    if (name == std::string::npos)
+        return std::to_string(pid);
+    std::istringstream fields(text.substr(name + 1));
+    std::string field;
+    for (int i = 0; i < 20 && fields >> field; ++i) // the 20th after the name is the start time
+        ;
+    return std::to_string(pid) + "." + field;
+}
+
+/// Whether the process that made `folder` still runs: its files may be listed in a gadget or
+/// on their way to the service.
+bool stillInUse(const fs::path& folder)
+{
+    const std::string name = folder.filename().string(); // run-<pid>.<start>-XXXXXX
+    const size_t end = name.rfind('-');
+    if (end == std::string::npos || end <= 4)
+        return false;
+    const std::string mark = name.substr(4, end - 4);
+    const long pid = std::strtol(mark.c_str(), nullptr, 10);
+    return pid > 0 && processMark(static_cast<pid_t>(pid)) == mark;
+}
+
 /// Removes the folders of earlier runs that were kept for another try (a failed upload keeps
 /// its rendered files) once they are a week old, and all but the newest few whatever their age,
-/// so that the cache does not grow without end.
+/// so that the cache does not grow without end. A folder of a process that still runs is left
+/// alone, however many there are.
 void pruneKeptFolders(const fs::path& parent)
 {
     constexpr size_t kKeep = 5;
@@ -29,7 +61,8 @@ void pruneKeptFolders(const fs::path& parent)
     std::error_code failure;
     std::vector<std::pair<fs::file_time_type, fs::path>> kept;
     for (const fs::directory_entry& entry : fs::directory_iterator(parent, failure))
-        if (entry.is_directory(failure) && entry.path().filename().string().rfind("run-", 0) == 0)
+        if (entry.is_directory(failure) && entry.path().filename().string().rfind("run-", 0) == 0 &&
+            !stillInUse(entry.path()))
             kept.emplace_back(entry.last_write_time(failure), entry.path());
     std::sort(kept.begin(), kept.end(), [](const auto& a, const auto& b) { return a.first > b.first; });
     const auto now = fs::file_time_type::clock::now();
@@ -54,7 +87,7 @@ fs::path makeCacheFolder(const char* kind, std::string& error)
     fs::create_directories(parent, failure);
     if (!failure)
         pruneKeptFolders(parent);
-    std::string pattern = (parent / "run-XXXXXX").string();
+    std::string pattern = (parent / ("run-" + processMark(::getpid()) + "-XXXXXX")).string();
     if (failure || !::mkdtemp(pattern.data())) // mkdtemp makes it 0700
     {
         error = "cannot create a folder in " + parent.string();

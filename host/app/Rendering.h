@@ -13,7 +13,8 @@
 
 namespace Host {
 
-/// A folder of this run under the user's cache ($XDG_CACHE_HOME/sorvel/<kind>/run-XXXXXX), made
+/// A folder of this run under the user's cache ($XDG_CACHE_HOME/sorvel/<kind>/run-<pid>.<start>-XXXXXX:
+/// the process that made it is in its name, so that no other run prunes it while it runs), made
 /// private to the user; empty with a sentence in `error` when it cannot be made.
 std::filesystem::path makeCacheFolder(const char* kind, std::string& error);
 

@@ -154,6 +154,14 @@ class LiveGadgetTest(base.GadgetPageTest):
         self.wait_until(lambda: self.files_listed() == ["Mix Two.wav", "Mix Three.wav"], "the third export")
         self.shot("watched-replaced")
 
+        # However many hand-overs there are, the rendered file of every row stays while it is listed.
+        for number in range(4, 10):
+            self.export(f"Mix {number}.wav", seconds=0.3, frequency=200.0 + 50 * number)
+            self.wait_until(lambda: f"Mix {number}.wav" in self.files_listed(), f"export {number}")
+        self.assertEqual(len(self.rows()), 8)
+        missing = [path for path in self.rendered_paths().values() if not os.path.exists(path)]
+        self.assertEqual(missing, [], "rendered files removed while their rows list them")
+
     def test_an_export_during_an_upload_is_listed_when_the_batch_has_ended(self):
         self.open_gadget(self.files[:1], ["--watch", self.exports])
         self.sign_in()
