@@ -10,7 +10,6 @@ Environment (set by CTest): SORVEL_PROGRAM, SORVEL_SANDBOX_PROGRAM, SORVEL_SHOTS
 import os
 import queue
 import shutil
-import signal
 import stat
 import subprocess
 import sys
@@ -18,6 +17,7 @@ import tempfile
 import threading
 import time
 import unittest
+import unittest.mock
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 import gadget_test as base  # noqa: E402
@@ -26,22 +26,17 @@ WAIT = base.WAIT
 
 
 class AddedGadget(base.GadgetHost):
-    """A gadget that `sorvel add` opened because none was open."""
+    """A gadget that `sorvel add` opened because none was open: the page's host, started as
+    `sorvel add --no-browser FILE...` instead of `sorvel gadget --no-browser FILE...`."""
 
     def __init__(self, sandbox, files):
-        self.home = tempfile.TemporaryDirectory(prefix="sorvel-gadget-")
-        environment = {key: value for key, value in os.environ.items() if not key.startswith("SORVEL_")}
-        environment.update(sandbox.environment())
-        environment.update({"HOME": self.home.name, "XDG_CONFIG_HOME": os.path.join(self.home.name, "config"),
-                            "XDG_CACHE_HOME": os.path.join(self.home.name, "cache")})
-        environment.pop("DBUS_SESSION_BUS_ADDRESS", None)
-        self.process = subprocess.Popen([base.PROGRAM, "add", "--no-browser", *files], stdout=subprocess.PIPE,
-                                        stderr=subprocess.PIPE, text=True, env=environment)
-        line = self.process.stdout.readline()
-        if not line.startswith("Sorvel gadget: "):
-            self.process.kill()
-            raise AssertionError(f"sorvel add opened no gadget: {line!r} {self.process.stderr.read()}")
-        self.address = line.split(": ", 1)[1].strip()
+        start = subprocess.Popen
+
+        def as_add(command, **options):
+            return start([command[0], "add", *command[2:]], **options)
+
+        with unittest.mock.patch.object(subprocess, "Popen", as_add):
+            super().__init__(sandbox, files)
 
 
 class LiveGadgetTest(base.GadgetPageTest):
