@@ -187,6 +187,13 @@
       focusLost = null;
       return;
     }
+    // The control that had the focus is shown again but not enabled yet (a button waits for the
+    // state that follows its request's answer): the focus waits a moment for it rather than go to
+    // another field, and goes on once that moment has passed.
+    if (isShown(focusLost.element) && focusLost.element.disabled) {
+      focusLost.waitingSince = focusLost.waitingSince || performance.now();
+      if (performance.now() - focusLost.waitingSince < 3000) return;
+    }
     const field = isUsable(focusLost.element) ? focusLost.element : fieldsIn(focusLost.variant)[0];
     if (field) {
       field.focus();
