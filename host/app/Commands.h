@@ -23,6 +23,10 @@ struct PublishOptions
     /// Metadata given on the command line by "Media:" key: one value for every file, or one per
     /// file in the order of the files.
     std::map<std::string, std::vector<std::string>> fields;
+    /// Hot folders: each audio file finished in them is published, files finished close together
+    /// as one batch; no files are named then.
+    std::vector<std::string> watchFolders;
+    double settleSeconds = 2.0; ///< the quiet time after the last finished file that ends a batch
 };
 
 /// `sorvel check`: the pre-flight report of files, without signing in or uploading.
@@ -42,6 +46,18 @@ int checkFiles(const CheckOptions& options);
 /// Renders the files to the format the publishing target asks for, hands them to it, shows the
 /// track table, uploads with progress per row and reports how it ended.
 int publish(const PublishOptions& options);
+
+/// Publishes one batch of opened files with a started and signed-in `runtime`, as publish does
+/// after its sign-in; `signInSeconds` is what the report gives for the sign-in. The exit code of
+/// the batch.
+int publishBatch(const PublishOptions& options, Runtime& runtime, const std::vector<SourceFile>& sources,
+                 double signInSeconds);
+
+/// `sorvel publish --watch`: signs in once, then publishes what is finished in the watched
+/// folders batch after batch until Ctrl-C (the running batch is cancelled, kInterrupted) or
+/// SIGTERM (the running batch finishes, kDone). kUsage when a folder cannot be watched (or is
+/// no longer), after saying why.
+int publishWatched(const PublishOptions& options);
 
 /// `sorvel gadget`: what to show first and where.
 struct GadgetOptions

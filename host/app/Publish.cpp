@@ -610,4 +610,13 @@ int publish(const PublishOptions& options)
     return run.run(times);
 }
 
+int publishBatch(const PublishOptions& options, Runtime& runtime, const std::vector<SourceFile>& sources,
+                 double signInSeconds)
+{
+    StepTimes times;
+    times.signIn = signInSeconds;
+    PublishRun run(options, runtime, sources);
+    return run.run(times);
+}
+
 } // namespace Host

@@ -36,13 +36,21 @@ namespace Host {
 using namespace KVX;
 
 std::atomic<bool> gInterrupted{false};
+std::atomic<bool> gTerminated{false};
 
 namespace {
 
 uint32 stallTimeoutSeconds = 0;
+std::atomic<bool> terminateFinishesWork{false};
 
-void onInterrupt(int)
+void onInterrupt(int signal)
 {
+    if (signal == SIGTERM)
+    {
+        gTerminated.store(true, std::memory_order_relaxed);
+        if (terminateFinishesWork.load(std::memory_order_relaxed))
+            return;
+    }
     gInterrupted.store(true, std::memory_order_relaxed);
 }
 
@@ -103,6 +111,11 @@ void installInterruptHandler()
     sigemptyset(&action.sa_mask);
     sigaction(SIGINT, &action, nullptr);
     sigaction(SIGTERM, &action, nullptr);
+}
+
+void finishWorkOnTerminate()
+{
+    terminateFinishesWork.store(true, std::memory_order_relaxed);
 }
 
 Runtime::Runtime() = default;

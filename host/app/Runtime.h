@@ -31,9 +31,15 @@ enum ExitCode : int
     kInterrupted = 130,   ///< cancelled with Ctrl-C
 };
 
-/// Set by SIGINT and SIGTERM; long waits end when it turns true.
+/// Set by SIGINT, and by SIGTERM unless a command finishes its work on SIGTERM; long waits end
+/// when it turns true.
 extern std::atomic<bool> gInterrupted;
+/// Set by SIGTERM.
+extern std::atomic<bool> gTerminated;
 void installInterruptHandler();
+/// From now on SIGTERM only sets gTerminated, so that the work under way finishes before the
+/// command ends (the hot folder's running batch); Ctrl-C still interrupts.
+void finishWorkOnTerminate();
 
 /// What the user asked for about signing in.
 struct LoginOptions

@@ -2,6 +2,7 @@
 // publishing target from the command line.
 
 #include "host/app/Commands.h"
+#include "host/app/Complaint.h"
 #include "host/app/JsonOutput.h"
 #include "SorvelVersion.h"
 
@@ -70,8 +71,20 @@ int main(int argc, char** argv)
     bool noProgress = false;
     CLI::App* publishCommand = app.add_subcommand("publish", "render audio files and upload them to a product");
     publishCommand->add_option("files", publishOptions.files, "audio files (anything libsndfile reads)")
-        ->required()
         ->check(CLI::ExistingFile);
+    CLI::Option* watchOption =
+        publishCommand
+            ->add_option("--watch", publishOptions.watchFolders,
+                         "publish each audio file finished in this folder, until Ctrl-C or SIGTERM (repeatable; "
+                         "then no files are named)")
+            ->check(CLI::ExistingDirectory)
+            ->allow_extra_args(false);
+    publishCommand
+        ->add_option("--settle", publishOptions.settleSeconds,
+                     "with --watch: seconds without a newly finished file before the files go up as one batch "
+                     "(default 2)")
+        ->check(CLI::Range(0.0, 3600.0))
+        ->needs(watchOption);
     publishCommand->add_option("--product", publishOptions.product,
                                "product to upload into; a new one when none has this name (default: the album)");
     publishCommand->add_flag("--new-product", publishOptions.newProduct,
@@ -168,7 +181,13 @@ int main(int argc, char** argv)
         {
             publishOptions.progress = !noProgress;
             publishOptions.fields = givenFields(fieldValues);
-            return publish(publishOptions);
+            if (publishOptions.watchFolders.empty() == publishOptions.files.empty())
+            {
+                complain(publishOptions.files.empty() ? "publish needs audio files, or --watch and a folder"
+                                                      : "publish takes audio files or --watch, not both");
+                return kUsage;
+            }
+            return publishOptions.watchFolders.empty() ? publish(publishOptions) : publishWatched(publishOptions);
         }
         if (*checkCommand)
         {
