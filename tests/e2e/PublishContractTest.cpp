@@ -7,9 +7,6 @@
 #include "tests/e2e/SorvelProgram.h"
 #include "tests/support/LoopbackSocket.h"
 
-#include <rapidjson/schema.h>
-#include <rapidjson/stringbuffer.h>
-
 #include <pty.h>
 #include <set>
 #include <sys/stat.h>
@@ -67,32 +64,6 @@ std::string pseudoTranslation()
 class PublishContract : public SorvelProgram
 {
 protected:
-    /// Checks `text` against the definition `command` of the written schema; the schema's
-    /// complaint otherwise.
-    static std::string schemaError(const std::string& text, const char* command)
-    {
-        std::ifstream file(std::string(SORVEL_SOURCE_DIR) + "/docs/sorvel-json.schema.json");
-        const std::string schemaText((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
-        rapidjson::Document schemaDocument;
-        if (schemaDocument.Parse(schemaText.c_str()).HasParseError())
-            return "the schema is no JSON";
-        const std::string reference = std::string("#/definitions/") + command;
-        schemaDocument.AddMember("$ref", rapidjson::Value(reference.c_str(), schemaDocument.GetAllocator()),
-                                 schemaDocument.GetAllocator());
-        const rapidjson::SchemaDocument schema(schemaDocument);
-        rapidjson::Document document;
-        if (document.Parse(text.c_str()).HasParseError())
-            return "not one JSON document: " + text;
-        rapidjson::SchemaValidator validator(schema);
-        if (document.Accept(validator))
-            return {};
-        rapidjson::StringBuffer where, rule;
-        validator.GetInvalidSchemaPointer().StringifyUriFragment(rule);
-        validator.GetInvalidDocumentPointer().StringifyUriFragment(where);
-        return std::string("at ") + where.GetString() + " the rule " + rule.GetString() + " (" +
-               validator.GetInvalidSchemaKeyword() + ") fails: " + text;
-    }
-
     ProgramRun publish(std::vector<std::string> arguments, const std::vector<std::string>& extraEnvironment = {})
     {
         arguments.insert(arguments.begin(), {"publish", "--user", login.username, "--password-stdin"});

@@ -10,6 +10,8 @@
 
 #include <gtest/gtest.h>
 #include <rapidjson/document.h>
+#include <rapidjson/schema.h>
+#include <rapidjson/stringbuffer.h>
 
 #include <chrono>
 #include <cmath>
@@ -100,21 +102,34 @@ public:
     /// time ran out, or the output ended).
     std::string readOutputUntil(const std::string& marker, std::chrono::seconds limit = std::chrono::seconds(20))
     {
+        return readUntil(out_, marker, limit);
+    }
+    /// The same of its standard error.
+    std::string readErrorUntil(const std::string& marker, std::chrono::seconds limit = std::chrono::seconds(20))
+    {
+        return readUntil(err_, marker, limit);
+    }
+
+private:
+    std::string readUntil(int fd, const std::string& marker, std::chrono::seconds limit)
+    {
         std::string text;
         const auto deadline = std::chrono::steady_clock::now() + limit;
         while (text.find(marker) == std::string::npos && std::chrono::steady_clock::now() < deadline)
         {
-            pollfd ready = {out_, POLLIN, 0};
+            pollfd ready = {fd, POLLIN, 0};
             if (poll(&ready, 1, 200) <= 0)
                 continue;
             char buffer[1024];
-            const ssize_t got = read(out_, buffer, sizeof buffer);
+            const ssize_t got = read(fd, buffer, sizeof buffer);
             if (got <= 0)
                 break;
             text.append(buffer, static_cast<size_t>(got));
         }
         return text;
     }
+
+public:
 
     /// Collects the output until the program ends; exit code -1 when it had to be killed.
     ProgramRun wait(std::chrono::seconds limit = std::chrono::seconds(90))
@@ -208,6 +223,32 @@ protected:
         rapidjson::Document document;
         document.Parse(text.c_str());
         return document;
+    }
+
+    /// Checks `text` against the definition `command` of the written schema; the schema's
+    /// complaint otherwise.
+    static std::string schemaError(const std::string& text, const char* command)
+    {
+        std::ifstream file(std::string(SORVEL_SOURCE_DIR) + "/docs/sorvel-json.schema.json");
+        const std::string schemaText((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+        rapidjson::Document schemaDocument;
+        if (schemaDocument.Parse(schemaText.c_str()).HasParseError())
+            return "the schema is no JSON";
+        const std::string reference = std::string("#/definitions/") + command;
+        schemaDocument.AddMember("$ref", rapidjson::Value(reference.c_str(), schemaDocument.GetAllocator()),
+                                 schemaDocument.GetAllocator());
+        const rapidjson::SchemaDocument schema(schemaDocument);
+        rapidjson::Document document;
+        if (document.Parse(text.c_str()).HasParseError())
+            return "not one JSON document: " + text;
+        rapidjson::SchemaValidator validator(schema);
+        if (document.Accept(validator))
+            return {};
+        rapidjson::StringBuffer where, rule;
+        validator.GetInvalidSchemaPointer().StringifyUriFragment(rule);
+        validator.GetInvalidDocumentPointer().StringifyUriFragment(where);
+        return std::string("at ") + where.GetString() + " the rule " + rule.GetString() + " (" +
+               validator.GetInvalidSchemaKeyword() + ") fails: " + text;
     }
 
     /// Nothing secret in what the program printed or what reached the service's request lines.
