@@ -23,12 +23,13 @@ protected:
     /// `sorvel publish --watch` on the export folder, with a short quiet time, signed in as the
     /// demo user; waits until it watches (said on standard output, or on standard error with
     /// --json).
-    std::unique_ptr<Child> startWatching(const std::vector<std::string>& extra = {})
+    std::unique_ptr<Child> startWatching(const std::vector<std::string>& extra = {},
+                                         const std::string& product = "Hot Folder")
     {
         fs::create_directories(folder());
         std::vector<std::string> arguments = {"publish",       "--user",  login.username, "--password-stdin",
                                               "--watch",       folder().string(), "--settle", "0.3",
-                                              "--no-progress", "--product", "Hot Folder"};
+                                              "--no-progress", "--product", product};
         arguments.insert(arguments.end(), extra.begin(), extra.end());
         auto child = std::make_unique<Child>(arguments, environment(), login.password + "\n");
         EXPECT_GT(child->pid(), 0);
@@ -166,6 +167,27 @@ TEST_F(HotFolder, AFailedBatchsFilesGoWithTheNextAndARemovedFolderEndsTheCommand
     const ProgramRun run = child->wait();
     EXPECT_EQ(run.exitCode, 2) << run.err;
     EXPECT_NE(run.err.find("the watched folder " + folder().string() + " was removed"), std::string::npos) << run.err;
+}
+
+TEST_F(HotFolder, AStrictBatchWithFindingsIsHeldBackAndHoldsBackNoOther)
+{
+    // The code is that of the product's track "Tunnel": on any other track it is an error.
+    auto child = startWatching({"--strict", "--isrc", "QZDEM1400002"}, "Night Drive");
+    exportFiles({"Take.wav"});
+    std::string out = child->readOutputUntil("Held back", seconds(90));
+    EXPECT_NE(out.find("Held back: Take.wav"), std::string::npos) << out;
+    EXPECT_EQ(requests(Endpoint::CreateTrack), 0u);
+    const size_t storedBefore = sandbox->storedFiles().size();
+
+    exportFiles({"Tunnel.wav"});
+    out = child->readOutputUntil("tracks uploaded", seconds(90));
+    EXPECT_NE(out.find("Publishing 1 file: Tunnel.wav"), std::string::npos) << "the held back file waits: " << out;
+    EXPECT_NE(out.find("1 of 1 tracks uploaded"), std::string::npos) << out;
+    EXPECT_EQ(sandbox->storedFiles().size(), storedBefore + 1);
+    kill(child->pid(), SIGTERM);
+    const ProgramRun run = child->wait();
+    EXPECT_EQ(run.exitCode, 0) << run.err;
+    EXPECT_NE(run.err.find("nothing was uploaded (--strict)"), std::string::npos) << run.err;
 }
 
 TEST_F(HotFolder, WatchingNeedsAFolderAndNoFiles)
