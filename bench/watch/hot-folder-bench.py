@@ -10,40 +10,33 @@ percentile. Each batch is waited for to end before the next export.
     bench/watch/hot-folder-bench.py [FILES]      (default 50)
 """
 
-import math
+import importlib.util
 import os
 import queue
 import re
 import shutil
 import signal
-import struct
 import subprocess
 import sys
 import tempfile
 import threading
 import time
-import wave
 
 ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 PROGRAM = os.path.join(ROOT, "build", "default", "bin", "sorvel")
 WAIT = 60
 
-
-def write_tone(path, frequency, seconds=1.0, rate=48000):
-    frames = bytearray()
-    for i in range(int(rate * seconds)):
-        sample = int(6000 * math.sin(2 * math.pi * frequency * i / rate))
-        frames += struct.pack("<hh", sample, sample)
-    with wave.open(path, "wb") as out:
-        out.setnchannels(2)
-        out.setsampwidth(2)
-        out.setframerate(rate)
-        out.writeframes(bytes(frames))
-    return time.monotonic()  # the close
+# The live gadget's bench writes the tones and takes the percentiles the same way.
+_spec = importlib.util.spec_from_file_location("watch_bench", os.path.join(os.path.dirname(__file__), "watch-bench.py"))
+watch_bench = importlib.util.module_from_spec(_spec)
+_spec.loader.exec_module(watch_bench)
+write_tone, percentile = watch_bench.write_tone, watch_bench.percentile
 
 
 class HotFolder:
-    def __init__(self, work, exports):
+    def __init__(self, work):
+        self.folder = exports = os.path.join(work, "exports")
+        os.makedirs(exports)
         environment = {key: value for key, value in os.environ.items() if not key.startswith("SORVEL_")}
         environment.update({"HOME": work, "XDG_CONFIG_HOME": os.path.join(work, "config"),
                             "XDG_CACHE_HOME": os.path.join(work, "cache"),
@@ -78,19 +71,12 @@ class HotFolder:
         return self.process.wait(timeout=WAIT)
 
 
-def percentile(values, share):
-    ordered = sorted(values)
-    return ordered[min(len(ordered) - 1, math.ceil(share * len(ordered)) - 1)]
-
-
 def main():
     files = int(sys.argv[1]) if len(sys.argv) > 1 else 50
     work = tempfile.mkdtemp(prefix="sorvel-hot-folder-bench-")
-    folder = os.path.join(work, "exports")
-    os.makedirs(folder)
-    hot = HotFolder(work, folder)
+    hot = HotFolder(work)
+    latencies, overheads = [], []
     try:
-        latencies, overheads = [], []
         for i in range(files):
             name = f"Take {i:03}"
             renders = {}
@@ -100,7 +86,7 @@ def main():
                 if match:
                     renders[match.group(1)] = float(match.group(2))
 
-            closed = write_tone(os.path.join(folder, name + ".wav"), 220 + i)
+            closed = write_tone(os.path.join(hot.folder, name + ".wav"), 220 + i)
             started = hot.wait_for(lambda stream, line: line.startswith("Publishing 1 file: " + name), seen)
             ended = hot.wait_for(lambda stream, line: "tracks uploaded" in line, seen)
             render = renders.get(name + ".wav", 0.0)

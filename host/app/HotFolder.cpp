@@ -8,8 +8,8 @@
 
 #include <algorithm>
 #include <cctype>
-#include <cstdarg>
 #include <chrono>
+#include <cstdarg>
 #include <cstdio>
 #include <memory>
 #include <optional>
@@ -38,7 +38,8 @@ public:
 
     void add(const fs::path& path)
     {
-        const auto listed = std::find_if(entries_.begin(), entries_.end(), [&](const Entry& entry) { return entry.path == path; });
+        const auto listed =
+            std::find_if(entries_.begin(), entries_.end(), [&](const Entry& entry) { return entry.path == path; });
         if (listed != entries_.end())
             ++listed->generation;
         else
@@ -152,7 +153,8 @@ int publishWatched(const PublishOptions& options)
     say(options.json, "Each finished export is published. Press Ctrl+C to stop.");
     DescriptorWaker waker(watch->descriptor(), takeWatched);
 
-    const auto settle = std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(options.settleSeconds));
+    const auto settle =
+        std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(options.settleSeconds));
     IRunLoop* loop = GetRunLoop();
     while (!gInterrupted.load(std::memory_order_relaxed) && !gTerminated.load(std::memory_order_relaxed) &&
            watchFailure.empty())
@@ -206,7 +208,7 @@ int publishWatched(const PublishOptions& options)
         }
         say(options.json, "Publishing %zu file%s: %s", sources.size(), sources.size() == 1 ? "" : "s", names.c_str());
         const int code = publishBatch(options, runtime, sources, signInSeconds);
-        signInSeconds = 0; // the sign-in belongs to the first batch
+        signInSeconds = 0;   // the sign-in belongs to the first batch
         std::fflush(stdout); // each batch's report (its JSON line) as soon as it ends, also into a pipe
         switch (code)
         {
@@ -238,7 +240,8 @@ int publishWatched(const PublishOptions& options)
         return kUsage;
     }
     if (finished.size())
-        say(options.json, "Stopped; %zu finished file%s not published", finished.size(), finished.size() == 1 ? "" : "s");
+        say(options.json, "Stopped; %zu finished file%s not published", finished.size(),
+            finished.size() == 1 ? "" : "s");
     return kDone;
 }
 

@@ -27,9 +27,9 @@ protected:
                                          const std::string& product = "Hot Folder")
     {
         fs::create_directories(folder());
-        std::vector<std::string> arguments = {"publish",       "--user",  login.username, "--password-stdin",
-                                              "--watch",       folder().string(), "--settle", "0.3",
-                                              "--no-progress", "--product", product};
+        std::vector<std::string> arguments = {"publish",       "--user",          login.username, "--password-stdin",
+                                              "--watch",       folder().string(), "--settle",     "0.3",
+                                              "--no-progress", "--product",       product};
         arguments.insert(arguments.end(), extra.begin(), extra.end());
         auto child = std::make_unique<Child>(arguments, environment(), login.password + "\n");
         EXPECT_GT(child->pid(), 0);
@@ -46,8 +46,7 @@ protected:
     {
         for (const std::string& name : names)
             ASSERT_TRUE(RenderTest::writeSound(folder() / ("." + name), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 44100, 2,
-                                               static_cast<std::int64_t>(length * 44100),
-                                               [&](std::int64_t frame, int) {
+                                               static_cast<std::int64_t>(length * 44100), [&](std::int64_t frame, int) {
                                                    return 0.3 * std::sin(frame * 2 * M_PI * frequency / 44100);
                                                }));
         for (const std::string& name : names)
