@@ -93,6 +93,7 @@ complete_words() {
 }
 [ "$(complete_words sorvel pu)" = "publish" ] || fail "completion of 'sorvel pu': $(complete_words sorvel pu)"
 complete_words sorvel publish --new | grep -qx -- "--new-product" || fail "no --new-product after publish"
+complete_words sorvel publish --se | grep -qx -- "--settle" || fail "no --settle after publish"
 complete_words sorvel signout -- | grep -qx -- "--forget" || fail "no --forget after signout"
 if complete_words sorvel signout -- | grep -qx -- "--product"; then fail "signout offers --product"; fi
 echo "install test: installed, moved and published from $tree"
