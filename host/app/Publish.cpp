@@ -392,6 +392,12 @@ int PublishRun::upload()
             printJson("failed", kServiceFailed, lastComplaint(), "", "", table_->rows());
         return kServiceFailed;
     }
+    if (options_.progress && !options_.json)
+    {
+        const size_t files = batchRows(table_->rows()).size();
+        std::fprintf(stderr, "Uploading %zu file%s to \"%s\"\n", files, files == 1 ? "" : "s", product_.c_str());
+        std::fflush(stderr);
+    }
     while (gadget_.isUploading())
     {
         if (gInterrupted.load(std::memory_order_relaxed) && !cancelled_)
