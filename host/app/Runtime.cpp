@@ -172,6 +172,7 @@ bool Runtime::configure(std::string& error)
         unreachable_ = true;
         return false;
     }
+    serviceUrl_ = settings.serverUrl;
     return ConfigurationProvider::install(settings, error);
 }
 
