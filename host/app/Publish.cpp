@@ -7,8 +7,10 @@
 #include "host/app/SourceFile.h"
 #include "host/app/TrackRows.h"
 #include "host/config/LanguageFile.h"
+#include "host/config/Settings.h"
 #include "host/ledger/PublishLedger.h"
 #include "host/ledger/Sha256.h"
+#include "host/terminal/PasswordInput.h"
 #include "host/terminal/TextWidth.h"
 
 #include "framework/hostsupport/EventWait.h"
@@ -480,7 +482,8 @@ void PublishRun::watchUploads()
     // the product replace it, the others become new tracks in that order.
     const ServiceAnswers::Catalogue catalogue = runtime_.answers().catalogue();
     const ServiceAnswers::Product* product = productId_.empty() ? nullptr : catalogue.find(productName_);
-    for (const RowView* row : batchRows(table_->rows()))
+    const std::vector<RowView> table = table_->rows();
+    for (const RowView* row : batchRows(table))
     {
         const size_t index = fileIndex_.at(row->values.file);
         if (row->values.state == Engine::kRowUnsupportedFormat)
@@ -523,12 +526,15 @@ void PublishRun::recordConfirmed(const std::string& trackId)
                 index = added_[k];
     if (index >= batch_.files.size())
         return; // not a track of this batch's mapping: nothing is recorded rather than a guess
+    const std::string& productName = productName_.empty() ? product_ : productName_;
+    if (productName.empty())
+        return; // a product without a name cannot be found again by it: the next run sends the file
     const RenderedBatch::File& file = batch_.files[index];
     PublishLedger::Record record;
     record.service = runtime_.serviceUrl();
     record.account = account_;
     record.productId = productId_;
-    record.productName = productName_;
+    record.productName = productName;
     record.trackId = trackId;
     record.trackName = file.trackName();
     record.source = file.source.string();
@@ -709,9 +715,12 @@ int PublishRun::outcome()
     const std::string page = runtime_.pages().pages().empty() ? "" : runtime_.pages().pages().back();
     if (code != kDone)
         folderGuard_->keep();
-    if (options_.json && !(transient_ && mayRetry_))
-        printJson(result, code, reason, runtime_.pages().lastProductId().empty() ? productId_ : runtime_.pages().lastProductId(),
-                  page, finished_);
+    if (options_.json)
+    {
+        if (!(transient_ && mayRetry_)) // else the run that follows prints the document
+            printJson(result, code, reason, runtime_.pages().lastProductId().empty() ? productId_ : runtime_.pages().lastProductId(),
+                      page, finished_);
+    }
     else if (unchanged == batch_.files.size())
         std::fprintf(stdout, "All %zu files are unchanged on \"%s\" since their last upload; nothing was sent\n",
                      unchanged, product_.c_str());
@@ -873,14 +882,51 @@ std::string productNameOf(const PublishOptions& options, const std::vector<Sourc
 /// How long a run waits for another run that publishes to the same product.
 constexpr std::chrono::seconds kClaimWait{120};
 
-/// One publish in a runtime of its own: sign-in, the claim of the product, the run's steps.
-/// `transient` says whether a failure was one of the network or the service; `again` that the
-/// claim was only taken after another run ended, so the product list must be read anew.
+/// Two runs that publish to one product take turns: the product is claimed in the ledger before
+/// signing in, so that the product list a run reads already shows what the run before it did.
+/// The account is not known before the sign-in, so the claim covers the name on every account
+/// of the service (runs to two accounts' products of one name merely wait for each other).
+/// kDone, or kConfiguration after saying why.
+int claimProduct(const PublishOptions& options, const std::vector<SourceFile>& sources, PublishLedger& ledger)
+{
+    const std::string product = productNameOf(options, sources);
+    Settings settings;
+    std::string error;
+    // The embedded sandbox lives and dies with its run: nothing to share, nothing to claim.
+    if (product.empty() || options.dryRun || !Settings::load(settings, error) || !settings.hasServer())
+        return kDone;
+    static constexpr const char* kAnyAccount = "*";
+    PublishLedger::Claim claim;
+    if (!ledger.claimProduct(settings.serverUrl, kAnyAccount, product, std::chrono::milliseconds(0), claim, error))
+    {
+        complain("%s", error.c_str());
+        return kConfiguration;
+    }
+    if (claim.taken)
+        return kDone;
+    complain("another sorvel (process %lld) is publishing to \"%s\"; waiting up to %lld s for it to end",
+             static_cast<long long>(claim.heldBy), product.c_str(), static_cast<long long>(kClaimWait.count()));
+    if (!ledger.claimProduct(settings.serverUrl, kAnyAccount, product, kClaimWait, claim, error))
+    {
+        complain("%s", error.c_str());
+        return kConfiguration;
+    }
+    if (!claim.taken)
+    {
+        complain("another sorvel (process %lld) is still publishing to \"%s\"; nothing was sent. Try again when it "
+                 "has ended",
+                 static_cast<long long>(claim.heldBy), product.c_str());
+        return kConfiguration;
+    }
+    return kDone;
+}
+
+/// One publish in a runtime of its own: sign-in and the run's steps. `transient` says whether a
+/// failure was one of the network or the service.
 int publishOnce(const PublishOptions& options, const std::vector<SourceFile>& sources, PublishLedger& ledger,
-                unsigned retries, bool& transient, bool& again)
+                unsigned retries, bool& transient)
 {
     transient = false;
-    again = false;
     StepTimes times;
     Runtime runtime;
     if (int code = runtime.start(); code != kDone)
@@ -902,38 +948,6 @@ int publishOnce(const PublishOptions& options, const std::vector<SourceFile>& so
         complain("nothing was created or uploaded; to create a new product all the same, give --new-product");
         transient = true;
         return kServiceFailed;
-    }
-    // Two runs to one product take turns: the second waits, then reads the list the first left.
-    const std::string product = productNameOf(options, sources);
-    if (!product.empty() && !options.dryRun)
-    {
-        const std::string account = runtime.answers().catalogue().account;
-        PublishLedger::Claim claim;
-        std::string error;
-        if (!ledger.claimProduct(runtime.serviceUrl(), account, product, std::chrono::milliseconds(0), claim, error))
-        {
-            complain("%s", error.c_str());
-            return kConfiguration;
-        }
-        if (!claim.taken)
-        {
-            complain("another sorvel (process %lld) is publishing to \"%s\"; waiting up to %lld s for it to end",
-                     static_cast<long long>(claim.heldBy), product.c_str(), static_cast<long long>(kClaimWait.count()));
-            if (!ledger.claimProduct(runtime.serviceUrl(), account, product, kClaimWait, claim, error))
-            {
-                complain("%s", error.c_str());
-                return kConfiguration;
-            }
-            if (!claim.taken)
-            {
-                complain("another sorvel (process %lld) is still publishing to \"%s\"; nothing was sent. Try again "
-                         "when it has ended",
-                         static_cast<long long>(claim.heldBy), product.c_str());
-                return kConfiguration;
-            }
-            again = true;
-            return kDone;
-        }
     }
     PublishRun run(options, runtime, sources, &ledger);
     run.setRetries(retries, retries < options.retries);
@@ -977,12 +991,20 @@ int publish(const PublishOptions& options)
         complain("%s", error.c_str());
         return kConfiguration;
     }
+    if (int code = claimProduct(options, sources, *ledger); code != kDone)
+        return code;
+    // A retry signs in again: the password given on standard input is read once, for every try.
+    PublishOptions tries = options;
+    if (options.login.passwordFromStdin && options.retries > 0 && !options.login.user.empty())
+        if (!readPasswordFromStdin(tries.login.password))
+        {
+            complain("no password on standard input");
+            return kUsage;
+        }
     for (unsigned retry = 0;;)
     {
-        bool transient = false, again = false;
-        const int code = publishOnce(options, sources, *ledger, retry, transient, again);
-        if (again)
-            continue; // the claim was taken after another run: read the product list again
+        bool transient = false;
+        const int code = publishOnce(tries, sources, *ledger, retry, transient);
         if (code == kDone || !transient || retry >= options.retries || gInterrupted.load(std::memory_order_relaxed))
             return code;
         std::fprintf(stderr, "sorvel: retrying the publish (%u of %u) after a failure of the network or the service\n",

@@ -40,6 +40,7 @@ struct LoginOptions
 {
     std::string user;           ///< --user; empty: the stored or embedded login
     bool passwordFromStdin = false;
+    std::string password;       ///< the password already read from standard input, for a second sign-in
     bool remember = false;      ///< store the login in the keyring after it succeeded
 };
 
