@@ -134,6 +134,9 @@ void ServiceAnswers::noteAnswer(const Web::AnsweredCall& call, const Attributes&
         Catalogue read;
         read.listed = true;
         read.account = queryValue(call.url, "account_id");
+        std::lock_guard lock(mutex_);
+        if (read.account.empty())
+            read.account = catalogue_.account;
         for (size_t i = 0; i < titles->count(); ++i)
             if (const Attributes* title = titles->getAttributes(i))
             {
@@ -144,13 +147,19 @@ void ServiceAnswers::noteAnswer(const Web::AnsweredCall& call, const Attributes&
                             product.tracks.push_back({textOf(track->find("id")), track->getString("name").toUtf8()});
                 read.products.push_back(std::move(product));
             }
-        std::lock_guard lock(mutex_);
         catalogue_ = std::move(read);
         return;
     }
     if (method != "POST")
         return;
     const Attributes* data = envelope.getAttributes("data");
+    if (last == "token" && data)
+    {
+        // The sign-in: the account the later requests are made for, also when no list follows.
+        std::lock_guard lock(mutex_);
+        catalogue_.account = textOf(data->find("account_id"));
+        return;
+    }
     const std::string id = data ? textOf(data->find("id")) : std::string();
     std::lock_guard lock(watchMutex_);
     if (last == "titles" && !id.empty() && watch_.productCreated)
