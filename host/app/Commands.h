@@ -20,6 +20,9 @@ struct PublishOptions
     bool progress = true;    ///< progress bars (lines when standard error is no terminal)
     unsigned jobs = 0;       ///< files rendered at once; 0: one per core
     bool strict = false;     ///< refuse to upload when the pre-flight report has an error or a warning
+    bool force = false;      ///< send every file, also those the ledger finds unchanged
+    bool dryRun = false;     ///< print the plan; create and upload nothing
+    unsigned retries = 0;    ///< publish again this often after a failure of the network or the service
     /// Metadata given on the command line by "Media:" key: one value for every file, or one per
     /// file in the order of the files.
     std::map<std::string, std::vector<std::string>> fields;

@@ -7,6 +7,10 @@
 #include "host/app/SourceFile.h"
 #include "host/app/TrackRows.h"
 #include "host/config/LanguageFile.h"
+#include "host/config/Settings.h"
+#include "host/ledger/PublishLedger.h"
+#include "host/ledger/Sha256.h"
+#include "host/terminal/PasswordInput.h"
 #include "host/terminal/TextWidth.h"
 
 #include "framework/hostsupport/EventWait.h"
@@ -20,7 +24,10 @@
 #include <cstdlib>
 #include <filesystem>
 #include <map>
+#include <mutex>
+#include <random>
 #include <set>
+#include <thread>
 #include <unistd.h>
 
 namespace Host {
@@ -39,6 +46,9 @@ struct RowView
     std::string status; ///< as the "State" cell shows it (perhaps translated)
     double fill = 0;
     uint32 color = 0; ///< of the status bar, 0xRRGGBBAA
+    bool unchanged = false; ///< a file of the batch the ledger left out: on the service as it is
+
+    const char* stateName() const { return unchanged ? "unchanged" : values.stateName(); }
 };
 
 /// Whether `out` is a terminal that understands colours and cursor movement.
@@ -226,15 +236,32 @@ std::string flagOf(const std::string& key)
 class PublishRun
 {
 public:
-    PublishRun(const PublishOptions& options, Runtime& runtime, const std::vector<SourceFile>& sources)
-        : options_(options), runtime_(runtime), gadget_(runtime.gadget()), sources_(sources)
+    /// `ledger`, when given, holds the claim of the product and learns each confirmed upload.
+    PublishRun(const PublishOptions& options, Runtime& runtime, const std::vector<SourceFile>& sources,
+               PublishLedger* ledger = nullptr)
+        : options_(options), runtime_(runtime), gadget_(runtime.gadget()), sources_(sources), ledger_(ledger)
     {
     }
 
     int run(StepTimes& times);
+    /// The retries before this run, for the JSON report; with `mayRetry` a failure of the network
+    /// or the service prints no JSON document, since another run follows.
+    void setRetries(unsigned retries, bool mayRetry)
+    {
+        retries_ = retries;
+        mayRetry_ = mayRetry;
+    }
+    /// Whether the run failed for a reason of the network or the service (no answer, HTTP 5xx).
+    bool transientFailure() const { return transient_; }
 
 private:
     int render();
+    int judgeFiles();
+    int printPlan();
+    /// The rows of the table, with the files the ledger left out shown as unchanged.
+    std::vector<RowView> rows() const;
+    void watchUploads();
+    void recordConfirmed(const std::string& trackId);
     void listTable();
     void noteUnsentFields();
     int preflightGate();
@@ -264,6 +291,25 @@ private:
     std::vector<RowView> finished_;
     bool cancelled_ = false;
     std::vector<ServiceAnswers::Refusal> refusals_;
+
+    PublishLedger* ledger_;
+    unsigned retries_ = 0;
+    bool mayRetry_ = false;
+    bool transient_ = false;
+    std::string account_;
+    std::string productName_;              ///< as the gadget picks it: the first album of the batch
+    std::string productId_;                ///< of the product listed under that name, or created
+    std::vector<PublishLedger::Digests> digests_; ///< per batch file
+    std::vector<PublishLedger::Verdict> verdicts_;
+    std::vector<bool> leftOut_;            ///< per batch file: unchanged, not handed over
+    size_t handedOver_ = 0;
+    // What the upload watcher maps confirmed uploads with; written before the upload starts and
+    // under recordMutex_ while it runs (the watcher runs on the upload worker's thread).
+    std::mutex recordMutex_;
+    std::map<std::string, size_t> replaced_; ///< batch file by the id of the track it replaces
+    std::vector<size_t> added_;              ///< batch files that become new tracks, in upload order
+    std::vector<std::string> createdTracks_; ///< ids of the tracks the batch created, in order
+    bool ledgerFailed_ = false;
 };
 
 int PublishRun::run(StepTimes& times)
@@ -275,6 +321,8 @@ int PublishRun::run(StepTimes& times)
     listTable();
     if (int code = preflightGate(); code != kDone)
         return code;
+    if (options_.dryRun)
+        return printPlan();
     if (int code = upload(); code != kDone)
         return code;
     times.upload = times.lap();
@@ -286,13 +334,20 @@ int PublishRun::render()
     const Ref<Engine::IPublisher> publisher = runtime_.createPublisher();
     if (!publisher)
         return kServiceFailed;
-    if (int code = renderAndPublish(*publisher, sources_, options_.fields, options_.product, options_.json,
-                                    options_.jobs, batch_);
+    if (int code = renderBatch(*publisher, sources_, options_.fields, options_.product, options_.json, options_.jobs,
+                               batch_);
         code != kDone)
         return code;
     folderGuard_ = std::make_unique<RenderedFolderGuard>(batch_);
     for (size_t i = 0; i < batch_.files.size(); ++i)
         fileIndex_[batch_.files[i].output.string()] = i;
+    if (int code = judgeFiles(); code != kDone)
+        return code;
+    // Files the ledger found unchanged are not handed over: the plug-in never sees them, and
+    // when none is left it is handed nothing and nothing is sent.
+    if (handedOver_ > 0)
+        if (int code = handOver(*publisher, batch_, leftOut_); code != kDone)
+            return code;
     if (options_.newProduct)
         gadget_.setNumber("replaceMode", 0, true); // a new product, even when one has this name
     IItemModel* model = gadget_.trackList();
@@ -302,9 +357,195 @@ int PublishRun::render()
         return kServiceFailed;
     }
     table_ = std::make_unique<TrackTable>(*model);
-    product_ = gadget_.text("newProductName");
-    newProduct_ = gadget_.number("replaceMode") == 0;
+    product_ = handedOver_ ? gadget_.text("newProductName") : productName_;
+    newProduct_ = handedOver_ ? gadget_.number("replaceMode") == 0 : productId_.empty();
     return kDone;
+}
+
+int PublishRun::judgeFiles()
+{
+    const size_t count = batch_.files.size();
+    leftOut_.assign(count, false);
+    verdicts_.assign(count, PublishLedger::Verdict::New);
+    digests_.assign(count, {});
+    handedOver_ = count;
+    // The product the gadget will pick: the first album of the batch, found by its name.
+    for (const RenderedBatch::File& file : batch_.files)
+        if (productName_.empty())
+            productName_ = file.metadata.getString("Media:Album").toUtf8();
+    const ServiceAnswers::Catalogue catalogue = runtime_.answers().catalogue();
+    account_ = catalogue.account;
+    const ServiceAnswers::Product* product = options_.newProduct ? nullptr : catalogue.find(productName_);
+    if (product)
+        productId_ = product->id;
+    if (!ledger_)
+        return kDone;
+    std::vector<PublishLedger::ListedTrack> listed;
+    if (product)
+        for (const ServiceAnswers::ListedTrack& track : product->tracks)
+            listed.push_back({track.id, track.name});
+    for (size_t i = 0; i < count; ++i)
+    {
+        const RenderedBatch::File& file = batch_.files[i];
+        std::string error;
+        if (!sha256OfFile(file.source, digests_[i].content, error))
+        {
+            complain("%s", error.c_str());
+            return kUsage;
+        }
+        std::map<std::string, std::string> fields;
+        for (const Attributes::Member& member : file.metadata)
+            if (member.value.isString())
+                fields[std::string(member.name.view())] = member.value.asString().toUtf8();
+            else if (member.value.isInt())
+                fields[std::string(member.name.view())] = std::to_string(member.value.asInt());
+        digests_[i].metadata = sha256OfMetadata(fields);
+        if (!product)
+            continue; // a product still to be created holds nothing yet
+        PublishLedger::Decision decision;
+        if (!ledger_->decide({runtime_.serviceUrl(), account_, productId_, file.trackName()}, digests_[i], listed,
+                             decision, error))
+        {
+            complain("%s", error.c_str());
+            return kConfiguration;
+        }
+        verdicts_[i] = decision.verdict;
+        if (decision.verdict == PublishLedger::Verdict::Unchanged && !options_.force)
+        {
+            leftOut_[i] = true;
+            --handedOver_;
+        }
+    }
+    return kDone;
+}
+
+std::vector<RowView> PublishRun::rows() const
+{
+    std::vector<RowView> result = handedOver_ ? table_->rows() : std::vector<RowView>();
+    for (size_t i = 0; i < leftOut_.size(); ++i)
+    {
+        if (!leftOut_[i])
+            continue;
+        const RenderedBatch::File& file = batch_.files[i];
+        // The product's row of the track the file would replace, else a row of its own.
+        RowView* row = nullptr;
+        for (RowView& candidate : result)
+            if (!row && !candidate.unchanged && !candidate.values.hasFile() && candidate.values.hasTrack &&
+                candidate.values.trackName == file.trackName())
+                row = &candidate;
+        if (!row)
+        {
+            result.emplace_back();
+            row = &result.back();
+            row->title = file.trackName();
+            row->values.hasTrack = true;
+            row->values.trackName = file.trackName();
+        }
+        row->values.file = file.output.string();
+        row->file = file.output.filename().string();
+        row->status = "unchanged";
+        row->unchanged = true;
+        row->color = 0;
+        row->fill = 0;
+    }
+    return result;
+}
+
+int PublishRun::printPlan()
+{
+    // What a real run would do, from the rows as the gadget laid them out.
+    const std::vector<RowView> planned = rows();
+    size_t add = 0, replace = 0, unchanged = 0;
+    for (const RowView* row : batchRows(planned))
+    {
+        const std::string state = row->stateName();
+        add += state == "add";
+        replace += state == "replace";
+        unchanged += state == "unchanged";
+    }
+    if (options_.json)
+    {
+        printJson("planned", kDone, "", productId_, "", planned);
+        return kDone;
+    }
+    std::fprintf(stdout, "Plan (--dry-run, nothing sent): %s \"%s\"\n",
+                 newProduct_ && handedOver_ ? "create the product" : "publish to the product", product_.c_str());
+    for (const RowView* row : batchRows(planned))
+        std::fprintf(stdout, "  %-9s %s\n", row->stateName(), row->title.c_str());
+    std::fprintf(stdout, "%zu to add, %zu to replace, %zu unchanged\n", add, replace, unchanged);
+    return kDone;
+}
+
+void PublishRun::watchUploads()
+{
+    // The batch's entries follow the table's rows that hold a file: those paired with a track of
+    // the product replace it, the others become new tracks in that order.
+    const ServiceAnswers::Catalogue catalogue = runtime_.answers().catalogue();
+    const ServiceAnswers::Product* product = productId_.empty() ? nullptr : catalogue.find(productName_);
+    const std::vector<RowView> table = table_->rows();
+    for (const RowView* row : batchRows(table))
+    {
+        const size_t index = fileIndex_.at(row->values.file);
+        if (row->values.state == Engine::kRowUnsupportedFormat)
+            continue;
+        if (!row->values.hasTrack)
+            added_.push_back(index);
+        else if (product)
+            for (const ServiceAnswers::ListedTrack& track : product->tracks)
+                if (track.name == row->values.trackName)
+                {
+                    replaced_.emplace(track.id, index);
+                    break;
+                }
+    }
+    ServiceAnswers::UploadWatch watch;
+    watch.productCreated = [this](const std::string& id) {
+        std::lock_guard lock(recordMutex_);
+        productId_ = id;
+    };
+    watch.trackCreated = [this](const std::string& id) {
+        std::lock_guard lock(recordMutex_);
+        createdTracks_.push_back(id);
+    };
+    watch.uploadConfirmed = [this](const std::string& id) { recordConfirmed(id); };
+    runtime_.answers().watchUploads(std::move(watch));
+}
+
+void PublishRun::recordConfirmed(const std::string& trackId)
+{
+    std::lock_guard lock(recordMutex_);
+    if (!ledger_ || ledgerFailed_)
+        return;
+    size_t index = batch_.files.size();
+    std::string trackName;
+    if (const auto replaced = replaced_.find(trackId); replaced != replaced_.end())
+        index = replaced->second;
+    else
+        for (size_t k = 0; k < createdTracks_.size() && k < added_.size(); ++k)
+            if (createdTracks_[k] == trackId)
+                index = added_[k];
+    if (index >= batch_.files.size())
+        return; // not a track of this batch's mapping: nothing is recorded rather than a guess
+    const std::string& productName = productName_.empty() ? product_ : productName_;
+    if (productName.empty())
+        return; // a product without a name cannot be found again by it: the next run sends the file
+    const RenderedBatch::File& file = batch_.files[index];
+    PublishLedger::Record record;
+    record.service = runtime_.serviceUrl();
+    record.account = account_;
+    record.productId = productId_;
+    record.productName = productName;
+    record.trackId = trackId;
+    record.trackName = file.trackName();
+    record.source = file.source.string();
+    record.digests = digests_[index];
+    record.format = "WAV";
+    std::string error;
+    if (!ledger_->record(record, error))
+    {
+        ledgerFailed_ = true;
+        complain("%s", error.c_str());
+    }
 }
 
 std::vector<const RowView*> PublishRun::batchRows(const std::vector<RowView>& rows) const
@@ -326,7 +567,7 @@ void PublishRun::listTable()
     for (const auto& [path, index] : fileIndex_)
         checks[path] = PreflightReport::name(preflight_.rows[index].severity);
     std::fprintf(stdout, "Product: %s%s\n", product_.c_str(), newProduct_ ? " (new)" : "");
-    TrackTable::print(table_->rows(), checks, stdout);
+    TrackTable::print(rows(), checks, stdout);
     std::fprintf(stdout, "\nPre-flight report\n");
     printPreflight(batch_, preflight_, stdout);
     std::fprintf(stdout, "\n");
@@ -337,10 +578,10 @@ void PublishRun::noteUnsentFields()
 {
     // A file that replaces a track of the product goes up as that track's new audio; the service
     // keeps the track's details, so what was given for it besides the title does not reach it.
-    for (const RowView& row : table_->rows())
+    for (const RowView& row : rows())
     {
         const auto index = fileIndex_.find(row.values.file);
-        if (index == fileIndex_.end() || !row.values.hasTrack)
+        if (index == fileIndex_.end() || !row.values.hasTrack || row.unchanged)
             continue;
         std::vector<std::string> flags;
         for (const auto& [key, values] : options_.fields)
@@ -375,7 +616,7 @@ int PublishRun::preflightGate()
              "files kept in %s",
              errors, warnings, batch_.folder.c_str());
     if (options_.json)
-        printJson("refused", kPreflightFailed, lastComplaint(), "", "", table_->rows());
+        printJson("refused", kPreflightFailed, lastComplaint(), "", "", rows());
     return kPreflightFailed;
 }
 
@@ -383,13 +624,20 @@ int PublishRun::upload()
 {
     // The form's "Upload" button; the rows report their progress as they are drawn.
     UploadProgress progress(options_.progress && !options_.json);
+    if (handedOver_ == 0)
+    {
+        finished_ = rows(); // every file unchanged: nothing to send
+        return kDone;
+    }
     runtime_.answers().takeRefusals(); // what was refused before the upload is not its reason
+    watchUploads();
     gadget_.press("upload");
     if (!gadget_.isUploading())
     {
+        runtime_.answers().watchUploads({});
         complain("nothing to upload: no row holds a file in the format the service takes");
         if (options_.json)
-            printJson("failed", kServiceFailed, lastComplaint(), "", "", table_->rows());
+            printJson("failed", kServiceFailed, lastComplaint(), "", "", rows());
         return kServiceFailed;
     }
     if (options_.progress && !options_.json)
@@ -405,14 +653,15 @@ int PublishRun::upload()
             gadget_.press("cancel");
             cancelled_ = true;
         }
-        finished_ = table_->rows();
+        finished_ = rows();
         progress.show(finished_);
         EventWait::until([&] { return !gadget_.isUploading(); }, 100);
     }
     // What the rows show when the batch has ended, before the product's tracks are reloaded.
-    finished_ = table_->rows();
+    finished_ = rows();
     progress.show(finished_);
     refusals_ = runtime_.answers().takeRefusals();
+    runtime_.answers().watchUploads({}); // the worker has ended: nothing more is confirmed
     gadget_.settle(Runtime::kTimeoutMs);
     return kDone;
 }
@@ -421,17 +670,22 @@ int PublishRun::outcome()
 {
     using namespace Engine::TextKeys;
     const std::vector<const RowView*> rows = batchRows(finished_);
-    size_t uploaded = 0;
+    size_t uploaded = 0, unchanged = 0;
     for (const RowView* row : rows)
-        uploaded += row->values.state == Engine::kRowUploaded;
+    {
+        uploaded += !row->unchanged && row->values.state == Engine::kRowUploaded;
+        unchanged += row->unchanged;
+    }
 
     // Every file on the service is a success, whatever came after it: the reload of the products
     // that follows may still fail, or find the session expired, without undoing the upload.
     const char* result = "uploaded";
     int code = kDone;
     std::string reason;
-    if (uploaded == batch_.files.size() && !cancelled_)
+    if (uploaded + unchanged == batch_.files.size() && !cancelled_ && !ledgerFailed_)
         code = kDone;
+    else if (ledgerFailed_)
+        result = "failed", code = kConfiguration, reason = "the publish ledger could not record an upload";
     else if (runtime_.alerts().contains(kSessionExpired))
         result = "session_expired", code = kSignInRefused, reason = LanguageFile::text(kSessionExpired);
     else if (runtime_.alerts().contains(kUploadFailed))
@@ -447,10 +701,16 @@ int PublishRun::outcome()
         std::string why;
         for (const ServiceAnswers::Refusal& refusal : refusals_)
             if (refusal.statusCode != 403)
+            {
                 why = ServiceAnswers::describe(refusal);
+                transient_ = refusal.statusCode >= 500;
+            }
         if (why.empty())
             if (const std::string failure = Runtime::takeServiceFailure(); !failure.empty())
+            {
                 why = "the service did not answer (" + failure + "). Try again in a moment.";
+                transient_ = true;
+            }
         if (!why.empty())
         {
             complain("%s", why.c_str());
@@ -462,10 +722,20 @@ int PublishRun::outcome()
     if (code != kDone)
         folderGuard_->keep();
     if (options_.json)
-        printJson(result, code, reason, runtime_.pages().lastProductId(), page, finished_);
+    {
+        if (!(transient_ && mayRetry_)) // else the run that follows prints the document
+            printJson(result, code, reason, runtime_.pages().lastProductId().empty() ? productId_ : runtime_.pages().lastProductId(),
+                      page, finished_);
+    }
+    else if (unchanged == batch_.files.size())
+        std::fprintf(stdout, "All %zu files are unchanged on \"%s\" since their last upload; nothing was sent\n",
+                     unchanged, product_.c_str());
     else
     {
-        std::fprintf(stdout, "%zu of %zu tracks uploaded to \"%s\"\n", uploaded, batch_.files.size(), product_.c_str());
+        std::fprintf(stdout, "%zu of %zu tracks uploaded to \"%s\"", uploaded, batch_.files.size(), product_.c_str());
+        if (unchanged)
+            std::fprintf(stdout, " (%zu unchanged, not sent)", unchanged);
+        std::fprintf(stdout, "\n");
         if (!page.empty())
             std::fprintf(stdout, "Product page: %s\n", page.c_str());
         if (code != kDone)
@@ -492,7 +762,7 @@ JsonOutput::Value PublishRun::tracksJson(JsonOutput& json, const std::vector<Row
         JsonOutput::Value track = json.object();
         json.set(track, "title", row.values.hasTrack ? row.values.trackName : row.title);
         json.set(track, "file", row.values.file);
-        json.set(track, "state", row.values.stateName());
+        json.set(track, "state", row.stateName());
         json.set(track, "status", row.status);
         json.set(track, "in_batch", fileIndex_.count(row.values.file) > 0);
         setPreflight(json, track, row.values.file);
@@ -525,10 +795,15 @@ void PublishRun::printJson(const char* result, int code, const std::string& reas
         json.set(product, "page", page);
     json.set("product", std::move(product));
     json.set("tracks", tracksJson(json, rows));
-    size_t uploaded = 0;
+    size_t uploaded = 0, unchanged = 0;
     for (const RowView* row : batchRows(rows))
-        uploaded += row->values.state == Engine::kRowUploaded;
+    {
+        uploaded += !row->unchanged && row->values.state == Engine::kRowUploaded;
+        unchanged += row->unchanged;
+    }
     json.set("uploaded", uploaded);
+    json.set("unchanged", unchanged);
+    json.set("retries", static_cast<size_t>(retries_));
     json.set("files", batch_.files.size());
     JsonOutput::Value seconds = json.object();
     json.set(seconds, "sign_in", times_->signIn);
@@ -588,6 +863,124 @@ int openSourceFiles(const std::vector<std::string>& files, const std::map<std::s
     return kDone;
 }
 
+namespace {
+
+/// The product the batch goes to, as the gadget will pick it: --product, else the first album of
+/// the files (given on the command line or read from them).
+std::string productNameOf(const PublishOptions& options, const std::vector<SourceFile>& sources)
+{
+    if (!options.product.empty())
+        return options.product;
+    const auto albums = options.fields.find("Media:Album");
+    for (size_t i = 0; i < sources.size(); ++i)
+    {
+        std::string album;
+        if (albums != options.fields.end() && !albums->second.empty())
+            album = albums->second.size() == 1 ? albums->second[0] : albums->second[i];
+        else
+            album = sources[i].metadata.getString("Media:Album").toUtf8();
+        if (!album.empty())
+            return album;
+    }
+    return {};
+}
+
+/// How long a run waits for another run that publishes to the same product.
+constexpr std::chrono::seconds kClaimWait{120};
+
+/// Two runs that publish to one product take turns: the product is claimed in the ledger before
+/// signing in, so that the product list a run reads already shows what the run before it did.
+/// The account is not known before the sign-in, so the claim covers the name on every account
+/// of the service (runs to two accounts' products of one name merely wait for each other).
+/// kDone, or kConfiguration after saying why.
+int claimProduct(const PublishOptions& options, const std::vector<SourceFile>& sources, PublishLedger& ledger)
+{
+    const std::string product = productNameOf(options, sources);
+    Settings settings;
+    std::string error;
+    // The embedded sandbox lives and dies with its run: nothing to share, nothing to claim.
+    if (product.empty() || options.dryRun || !Settings::load(settings, error) || !settings.hasServer())
+        return kDone;
+    static constexpr const char* kAnyAccount = "*";
+    PublishLedger::Claim claim;
+    if (!ledger.claimProduct(settings.serverUrl, kAnyAccount, product, std::chrono::milliseconds(0), claim, error))
+    {
+        complain("%s", error.c_str());
+        return kConfiguration;
+    }
+    if (claim.taken)
+        return kDone;
+    complain("another sorvel (process %lld) is publishing to \"%s\"; waiting up to %lld s for it to end",
+             static_cast<long long>(claim.heldBy), product.c_str(), static_cast<long long>(kClaimWait.count()));
+    if (!ledger.claimProduct(settings.serverUrl, kAnyAccount, product, kClaimWait, claim, error))
+    {
+        complain("%s", error.c_str());
+        return kConfiguration;
+    }
+    if (!claim.taken)
+    {
+        complain("another sorvel (process %lld) is still publishing to \"%s\"; nothing was sent. Try again when it "
+                 "has ended",
+                 static_cast<long long>(claim.heldBy), product.c_str());
+        return kConfiguration;
+    }
+    return kDone;
+}
+
+/// One publish in a runtime of its own: sign-in and the run's steps. `transient` says whether a
+/// failure was one of the network or the service.
+int publishOnce(const PublishOptions& options, const std::vector<SourceFile>& sources, PublishLedger& ledger,
+                unsigned retries, bool& transient)
+{
+    transient = false;
+    StepTimes times;
+    Runtime runtime;
+    if (int code = runtime.start(); code != kDone)
+    {
+        transient = code == kServiceFailed;
+        return code;
+    }
+    if (int code = runtime.signIn(options.login); code != kDone)
+    {
+        transient = code == kServiceFailed;
+        return code;
+    }
+    times.signIn = times.lap();
+    // Without the list, the product named by the user (or by the files' album) cannot be found,
+    // and the upload would create a second product of that name.
+    if (!runtime.productsListed() && !options.newProduct)
+    {
+        Runtime::productsNotListed();
+        complain("nothing was created or uploaded; to create a new product all the same, give --new-product");
+        transient = true;
+        return kServiceFailed;
+    }
+    PublishRun run(options, runtime, sources, &ledger);
+    run.setRetries(retries, retries < options.retries);
+    const int code = run.run(times);
+    transient = code == kServiceFailed && run.transientFailure();
+    return code;
+}
+
+/// Waits before retry `retry` (from 0): 1 s, 2 s, 4 s ... at most 60 s, each up to a quarter
+/// longer at random so that many clients do not come back at once. False when interrupted.
+bool waitBeforeRetry(unsigned retry)
+{
+    const double base = std::min(60.0, static_cast<double>(1u << std::min(retry, 6u)));
+    std::mt19937 random(std::random_device{}());
+    const double seconds = std::min(60.0, base * std::uniform_real_distribution<double>(1.0, 1.25)(random));
+    const auto until = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
+    while (std::chrono::steady_clock::now() < until)
+    {
+        if (gInterrupted.load(std::memory_order_relaxed))
+            return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+    return true;
+}
+
+} // namespace
+
 int publish(const PublishOptions& options)
 {
     // Everything that can be checked is checked before anything is sent.
@@ -596,24 +989,36 @@ int publish(const PublishOptions& options)
     std::vector<SourceFile> sources;
     if (int code = openSourceFiles(options.files, options.fields, sources); code != kDone)
         return code;
-
-    StepTimes times;
-    Runtime runtime;
-    if (int code = runtime.start(); code != kDone)
-        return code;
-    if (int code = runtime.signIn(options.login); code != kDone)
-        return code;
-    times.signIn = times.lap();
-    // Without the list, the product named by the user (or by the files' album) cannot be found,
-    // and the upload would create a second product of that name.
-    if (!runtime.productsListed() && !options.newProduct)
+    // The ledger is opened before anything is sent: a ledger that cannot be used stops the run.
+    std::string error;
+    const std::unique_ptr<PublishLedger> ledger = PublishLedger::open(PublishLedger::defaultFile(), error);
+    if (!ledger)
     {
-        Runtime::productsNotListed();
-        complain("nothing was created or uploaded; to create a new product all the same, give --new-product");
-        return kServiceFailed;
+        complain("%s", error.c_str());
+        return kConfiguration;
     }
-    PublishRun run(options, runtime, sources);
-    return run.run(times);
+    if (int code = claimProduct(options, sources, *ledger); code != kDone)
+        return code;
+    // A retry signs in again: the password given on standard input is read once, for every try.
+    PublishOptions tries = options;
+    if (options.login.passwordFromStdin && options.retries > 0 && !options.login.user.empty())
+        if (!readPasswordFromStdin(tries.login.password))
+        {
+            complain("no password on standard input");
+            return kUsage;
+        }
+    for (unsigned retry = 0;;)
+    {
+        bool transient = false;
+        const int code = publishOnce(tries, sources, *ledger, retry, transient);
+        if (code == kDone || !transient || retry >= options.retries || gInterrupted.load(std::memory_order_relaxed))
+            return code;
+        std::fprintf(stderr, "sorvel: retrying the publish (%u of %u) after a failure of the network or the service\n",
+                     retry + 1, options.retries);
+        if (!waitBeforeRetry(retry))
+            return kInterrupted;
+        ++retry;
+    }
 }
 
 int publishBatch(const PublishOptions& options, Runtime& runtime, const std::vector<SourceFile>& sources,

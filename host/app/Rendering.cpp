@@ -177,18 +177,15 @@ int renderBatch(Engine::IPublisher& publisher, const std::vector<SourceFile>& so
     return kDone;
 }
 
-int renderAndPublish(Engine::IPublisher& publisher, const std::vector<SourceFile>& sources,
-                     const std::map<std::string, std::vector<std::string>>& fields, const std::string& product,
-                     bool quiet, unsigned jobs, RenderedBatch& batch)
+int handOver(Engine::IPublisher& publisher, RenderedBatch& batch, const std::vector<bool>& leaveOut)
 {
-    if (int code = renderBatch(publisher, sources, fields, product, quiet, jobs, batch); code != kDone)
-        return code;
     // Handed over in the order the user gave.
     batch.items = makeRef<PublishedItemContainer>();
-    for (const RenderedBatch::File& file : batch.files)
-        batch.items->add(
-            makeRef<PublishedItem>(Url::fromNativePath(String(file.output.string())).toDisplayString().toUtf8(),
-                                   Attributes(file.metadata)));
+    for (size_t i = 0; i < batch.files.size(); ++i)
+        if (i >= leaveOut.size() || !leaveOut[i])
+            batch.items->add(makeRef<PublishedItem>(
+                Url::fromNativePath(String(batch.files[i].output.string())).toDisplayString().toUtf8(),
+                Attributes(batch.files[i].metadata)));
     if (publisher.publish(batch.items) != kResultOk)
     {
         batch.removeFolder();
@@ -196,6 +193,15 @@ int renderAndPublish(Engine::IPublisher& publisher, const std::vector<SourceFile
         return kServiceFailed;
     }
     return kDone;
+}
+
+int renderAndPublish(Engine::IPublisher& publisher, const std::vector<SourceFile>& sources,
+                     const std::map<std::string, std::vector<std::string>>& fields, const std::string& product,
+                     bool quiet, unsigned jobs, RenderedBatch& batch)
+{
+    if (int code = renderBatch(publisher, sources, fields, product, quiet, jobs, batch); code != kDone)
+        return code;
+    return handOver(publisher, batch, {});
 }
 
 } // namespace Host

@@ -49,6 +49,10 @@ int renderBatch(Engine::IPublisher& publisher, const std::vector<SourceFile>& so
                 const std::map<std::string, std::vector<std::string>>& fields, const std::string& product, bool quiet,
                 unsigned jobs, RenderedBatch& batch);
 
+/// Hands the rendered files to `publisher` in their order, but for those whose `leaveOut` is true.
+/// kDone, or kServiceFailed after saying why (the folder is then removed).
+int handOver(Engine::IPublisher& publisher, RenderedBatch& batch, const std::vector<bool>& leaveOut);
+
 /// renderBatch, then the batch handed to the publisher in the order of `sources`.
 int renderAndPublish(Engine::IPublisher& publisher, const std::vector<SourceFile>& sources,
                      const std::map<std::string, std::vector<std::string>>& fields, const std::string& product,

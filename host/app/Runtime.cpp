@@ -185,6 +185,7 @@ bool Runtime::configure(std::string& error)
         unreachable_ = true;
         return false;
     }
+    serviceUrl_ = settings.serverUrl;
     return ConfigurationProvider::install(settings, error);
 }
 
@@ -346,7 +347,9 @@ int Runtime::signIn(const LoginOptions& options)
         complain("--password-stdin needs --user NAME: there is no stored login to go with the password");
         return kUsage;
     }
-    if (options.passwordFromStdin)
+    if (options.passwordFromStdin && !options.password.empty())
+        password = options.password;
+    else if (options.passwordFromStdin)
     {
         if (!readPasswordFromStdin(password))
         {

@@ -46,6 +46,7 @@ struct LoginOptions
 {
     std::string user;           ///< --user; empty: the stored or embedded login
     bool passwordFromStdin = false;
+    std::string password;       ///< the password already read from standard input, for a second sign-in
     bool remember = false;      ///< store the login in the keyring after it succeeded
 };
 
@@ -101,6 +102,8 @@ public:
     ServiceAnswers& answers() { return *answers_; }
     HostContext& context() { return *context_; }
     bool usesEmbeddedSandbox() const { return sandbox_ != nullptr; }
+    /// The service's API address in use (configured, or the embedded sandbox's).
+    const std::string& serviceUrl() const { return serviceUrl_; }
     /// Whether a sign-in asked to remember the login and the keyring did not keep it.
     bool rememberFailed() const { return rememberFailed_; }
     /// The host name under which the plug-in keeps the user's login in the keyring.
@@ -121,6 +124,7 @@ private:
     bool rememberFailed_ = false;
     PreflightLimits limits_;
     std::string pluginPath_;
+    std::string serviceUrl_;
     PluginLibrary plugin_;
     KVX::Ref<Gadget> gadget_;
     KVX::Ref<HostContext> context_;

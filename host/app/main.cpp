@@ -95,6 +95,14 @@ int main(int argc, char** argv)
     publishCommand->add_flag("--no-progress", noProgress, "no progress bars");
     publishCommand->add_option("--jobs", publishOptions.jobs, "files rendered at once (default: one per core)")
         ->check(CLI::Range(1u, 256u));
+    publishCommand->add_flag("--force", publishOptions.force,
+                             "send every file, also those unchanged since their last upload to the product");
+    publishCommand->add_flag("--dry-run", publishOptions.dryRun,
+                             "sign in, render and check, and print what would be sent; create and upload nothing");
+    publishCommand->add_option("--retry", publishOptions.retries,
+                               "publish again up to N times after a failure of the network or the service (default 0)")
+        ->type_name("N")
+        ->check(CLI::Range(0u, 100u));
     publishCommand->add_flag("--strict", publishOptions.strict,
                              "upload nothing when the pre-flight report has an error or a warning (exit 5)");
     addFieldOptions(*publishCommand, fieldValues);

@@ -187,8 +187,10 @@ int64_t processStart(int64_t pid)
     const size_t nameEnd = line.rfind(')');
     if (nameEnd == std::string::npos)
         return 0;
+    // `at` is the space before field 3; each step moves to the space before the next field, up to
+    // field 22, the start time in clock ticks since boot (field 23, the memory size, changes).
     size_t at = nameEnd + 1;
-    for (int field = 2; field < 22 && at != std::string::npos; ++field)
+    for (int field = 3; field < 22 && at != std::string::npos; ++field)
         at = line.find(' ', at + 1);
     return at == std::string::npos ? 0 : std::atoll(line.c_str() + at + 1);
 }

@@ -364,13 +364,16 @@ TEST_F(FaultSuite, EveryStepFailingInEveryWayEndsAsTheUserExpects)
         expectNoSecretIn(run, login.password);
 
         // Nothing created twice: one product of the name at most, a track per file at most, and
-        // every one-time upload address posted to once at most.
-        sandbox->stop();
+        // every one-time upload address posted to once at most. Counted while the service runs:
+        // a stopped one lists no accounts.
         size_t products = 0, tracks = 0;
-        for (const auto& account : sandbox->accounts())
+        const auto accounts = sandbox->accounts();
+        ASSERT_FALSE(accounts.empty()) << "the catalogue is read from the running service";
+        for (const auto& account : accounts)
             for (const auto& title : account.titles)
                 if (title.name == "Battery")
                     ++products, tracks += title.tracks.size();
+        sandbox->stop();
         EXPECT_LE(products, 1u);
         EXPECT_LE(tracks, files.size());
         std::set<std::string> targets;
@@ -450,3 +453,147 @@ TEST_F(FaultSuite, AConnectionClosedWithoutAnAnswerIsNeverFollowedByTheSameReque
 }
 
 } // namespace
+
+namespace {
+
+/// One moment of a batch at which `sorvel` is killed: the request held there, before it took
+/// effect (HoldRequest) or after (HoldReply), counted from the start of the run.
+struct KillPoint
+{
+    const char* where;
+    Endpoint endpoint;
+    Fault fault;
+    unsigned nth;
+};
+
+} // namespace
+
+TEST_F(FaultSuite, ABatchKilledAtAnyMomentResumesWithEachFileSentOnce)
+{
+    // 20 short CD-format files, which the render passes through bit for bit, each its own tone.
+    std::vector<std::string> files;
+    for (int i = 0; i < 20; ++i)
+    {
+        const fs::path path = home / "killed" / ("part" + std::to_string(i + 10) + ".wav");
+        fs::create_directories(path.parent_path());
+        const double step = 0.01 + 0.005 * i;
+        ASSERT_TRUE(RenderTest::writeSound(path, SF_FORMAT_WAV | SF_FORMAT_PCM_16, 44100, 2, 8820,
+                                           [step](std::int64_t frame, int channel) {
+                                               return 0.3 * std::sin(frame * step + channel);
+                                           }));
+        files.push_back(path.string());
+    }
+    std::vector<std::string> arguments = {"publish", "--user", login.username, "--password-stdin", "--no-progress",
+                                          "--jobs", "2", "--product", "Killed"};
+    arguments.insert(arguments.end(), files.begin(), files.end());
+
+    // In order, each run going on from where the one before was killed (the comments say where
+    // the batch stands then).
+    const auto held = std::chrono::seconds(60);
+    const KillPoint points[] = {
+        {"creating the product", Endpoint::CreateTitle, Fault::holdRequest(held), 1},
+        {"the product created, its answer lost", Endpoint::CreateTitle, Fault::holdReply(held), 1},
+        {"reading the product list", Endpoint::Titles, Fault::holdRequest(held), 1},
+        {"creating the first track", Endpoint::CreateTrack, Fault::holdRequest(held), 1},
+        {"in the middle of the third file's post", Endpoint::Upload, Fault::holdRequest(held), 3},
+        {"between a post and its completion report", Endpoint::UploadStatus, Fault::holdRequest(held), 3},
+        {"a middle track created, its answer lost", Endpoint::CreateTrack, Fault::holdReply(held), 5},
+        {"asking for an upload address", Endpoint::UploadToken, Fault::holdRequest(held), 3},
+        {"a file stored, the post's answer lost", Endpoint::Upload, Fault::holdReply(held), 2},
+        {"a completion report taken, its answer lost", Endpoint::UploadStatus, Fault::holdReply(held), 2},
+        {"creating the last track", Endpoint::CreateTrack, Fault::holdRequest(held), 6},
+    };
+    SorvelSandbox::RequestLog everything; // the log of every run, the service's own cleared for each
+    auto keep = [&] {
+        for (const auto& entry : sandbox->requestLog().entries())
+            everything.add(entry);
+        sandbox->requestLog().clear();
+    };
+    auto trackOfToken = [](const std::string& target) {
+        const size_t start = target.find("/tracks/") + 8;
+        return std::stoll(target.substr(start, target.find('/', start) - start));
+    };
+    std::set<int64_t> confirmedAtKill;
+    std::string lastKill = "none";
+    for (const KillPoint& point : points)
+    {
+        SCOPED_TRACE(point.where);
+        sandbox->injectFault(point.endpoint, point.fault, point.nth);
+        Child child(arguments, environment(), login.password + "\n");
+        const bool reached = sandbox->requestLog().waitFor(
+            [&](const SorvelSandbox::LoggedRequest& entry) {
+                return entry.endpoint == point.endpoint && entry.fault &&
+                       (*entry.fault == Fault::Kind::HoldRequest || *entry.fault == Fault::Kind::HoldReply);
+            },
+            std::chrono::seconds(30));
+        ::kill(child.pid(), SIGKILL);
+        const ProgramRun run = child.wait();
+        sandbox->releaseHeld();
+        sandbox->clearFaults();
+        ASSERT_TRUE(reached) << "the batch never got there: " << run.err;
+
+        // What the run sent again of what was confirmed before the last kill: at most the file
+        // that was in flight then (its completion report may have been taken with the answer lost).
+        std::set<int64_t> sentAgain;
+        for (const auto& token : sandbox->requestLog().entries(Endpoint::UploadToken))
+            if (confirmedAtKill.count(trackOfToken(token.target)))
+                sentAgain.insert(trackOfToken(token.target));
+        EXPECT_LE(sentAgain.size(), 1u) << "after the kill " << lastKill;
+        keep();
+        confirmedAtKill.clear();
+        for (const auto& [track, reports] : everything.confirmedUploads())
+            confirmedAtKill.insert(track);
+        lastKill = point.where;
+    }
+
+    // Then publish again until it succeeds.
+    ProgramRun finished;
+    for (int attempt = 0; attempt < 3 && finished.exitCode != 0; ++attempt)
+        finished = Child(arguments, environment(), login.password + "\n").wait();
+    ASSERT_EQ(finished.exitCode, 0) << finished.err;
+    std::set<int64_t> sentAgain;
+    for (const auto& token : sandbox->requestLog().entries(Endpoint::UploadToken))
+        if (confirmedAtKill.count(trackOfToken(token.target)))
+            sentAgain.insert(trackOfToken(token.target));
+    EXPECT_LE(sentAgain.size(), 1u) << "after the last kill";
+    keep();
+
+    // One product, a track per file, each holding its file's content; counted while it runs.
+    size_t products = 0;
+    std::map<std::string, std::vector<int64_t>> tracksByName;
+    for (const auto& account : sandbox->accounts())
+        for (const auto& title : account.titles)
+            if (title.name == "Killed")
+            {
+                ++products;
+                for (const auto& track : title.tracks)
+                {
+                    tracksByName[track.name].push_back(track.id);
+                    EXPECT_EQ(track.uploadStatus, 100) << track.name << " was never confirmed";
+                }
+            }
+    EXPECT_EQ(products, 1u);
+    ASSERT_EQ(tracksByName.size(), files.size());
+    const auto stored = sandbox->storedFiles();
+    for (const std::string& file : files)
+    {
+        const std::string name = fs::path(file).stem().string();
+        ASSERT_EQ(tracksByName[name].size(), 1u) << name << " is on the service more than once";
+        const int64_t id = tracksByName[name][0];
+        // The last file stored for the track is the source, sample for sample.
+        const SorvelSandbox::StoredFile* last = nullptr;
+        for (const auto& candidate : stored)
+            if (candidate.trackId == id)
+                last = &candidate;
+        ASSERT_NE(last, nullptr) << name;
+        EXPECT_EQ(RenderTest::readSound(last->path).samples, RenderTest::readSound(file).samples) << name;
+    }
+    for (const auto& [track, reports] : everything.confirmedUploads())
+        EXPECT_LE(reports, 2u) << "track " << track << " was confirmed more than once after its kill";
+
+    // Once more: everything is unchanged, and nothing is sent.
+    const ProgramRun again = Child(arguments, environment(), login.password + "\n").wait();
+    EXPECT_EQ(again.exitCode, 0) << again.err;
+    EXPECT_TRUE(sandbox->requestLog().entries(Endpoint::Upload).empty());
+    EXPECT_TRUE(sandbox->requestLog().entries(Endpoint::CreateTrack).empty());
+}
