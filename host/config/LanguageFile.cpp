@@ -7,6 +7,7 @@
 #include "framework/services/SystemServices.h"
 #include "framework/services/TextServices.h"
 #include "host/config/JsonSyntax.h"
+#include "host/config/UserFolder.h"
 
 #include <cerrno>
 #include <cstdlib>
@@ -26,14 +27,8 @@ bool LanguageFile::load(std::string& error)
     ILocaleManager* locale = GetLocaleManager();
     if (!locale || locale->getLanguage(language, sizeof language) != kResultOk || std::string(language) == "en")
         return true;
-    std::string folder;
-    if (const char* xdg = std::getenv("XDG_CONFIG_HOME"); xdg && *xdg)
-        folder = xdg;
-    else if (const char* home = std::getenv("HOME"); home && *home)
-        folder = std::string(home) + "/.config";
-    else
-        return true;
-    const std::string path = folder + "/sorvel/language/" + language + ".json";
+    const std::string path =
+        (userFolder("XDG_CONFIG_HOME", ".config") / "sorvel" / "language" / (std::string(language) + ".json")).string();
     if (std::ifstream(path).good())
         return loadFrom(path, error);
     return true; // no translation of this language: the English texts

@@ -2,6 +2,7 @@
 
 #include "framework/data/Json.h"
 #include "host/config/JsonSyntax.h"
+#include "host/config/UserFolder.h"
 #include "framework/data/Url.h"
 
 #include <cerrno>
@@ -111,14 +112,7 @@ std::string modeText(mode_t mode)
 
 std::string Settings::filePath()
 {
-    std::string folder;
-    if (const char* xdg = std::getenv("XDG_CONFIG_HOME"); xdg && *xdg == '/')
-        folder = xdg;
-    else if (const char* home = std::getenv("HOME"); home && *home)
-        folder = std::string(home) + "/.config";
-    else
-        folder = ".config";
-    return folder + "/sorvel/config.json";
+    return (userFolder("XDG_CONFIG_HOME", ".config") / "sorvel" / "config.json").string();
 }
 
 bool Settings::parse(std::string_view text, std::string_view origin, Settings& settings, std::string& error)

@@ -1,5 +1,7 @@
 #include "host/ledger/PublishLedger.h"
 
+#include "host/config/UserFolder.h"
+
 #include <sqlite3.h>
 
 #include <algorithm>
@@ -220,14 +222,7 @@ bool isAlive(const Owner& owner)
 
 fs::path PublishLedger::defaultFile()
 {
-    fs::path state;
-    if (const char* xdg = std::getenv("XDG_STATE_HOME"); xdg && *xdg == '/')
-        state = xdg;
-    else if (const char* home = std::getenv("HOME"); home && *home)
-        state = fs::path(home) / ".local" / "state";
-    else
-        state = fs::path(".local") / "state";
-    return state / "sorvel" / "ledger.sqlite";
+    return userFolder("XDG_STATE_HOME", ".local/state") / "sorvel" / "ledger.sqlite";
 }
 
 PublishLedger::PublishLedger(sqlite3* database, fs::path file, std::chrono::milliseconds busyTimeout)
