@@ -432,7 +432,8 @@ TEST_F(SorvelProgram, EveryTagOfTheSourceFilesReachesTheServiceAndThePreflightRe
     checked = sorvel({"check", "--json", (home / "faulty.mp3").string()}, "");
     EXPECT_EQ(checked.exitCode, 5) << checked.out << checked.err;
     std::set<std::string> codes;
-    for (const auto& finding : parse(checked.out)["tracks"][0]["findings"].GetArray())
+    const auto report = parse(checked.out); // kept: the loop reads into it
+    for (const auto& finding : report["tracks"][0]["findings"].GetArray())
         codes.insert(finding["code"].GetString());
     EXPECT_TRUE(codes.count("isrc")) << checked.out;
     EXPECT_TRUE(codes.count("barcode")) << "the barcode's check digit too: " << checked.out;
