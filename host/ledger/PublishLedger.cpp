@@ -5,6 +5,8 @@
 #include <sqlite3.h>
 
 #include <algorithm>
+#include <chrono>
+#include <memory>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -311,17 +313,30 @@ bool PublishLedger::prepareSchema(std::string& error)
     }
 
     {
-        Statement journal(database_, "PRAGMA journal_mode = WAL");
-        const int code = journal.step();
+        // Two runs that open a new ledger at once both switch it to the write-ahead log; SQLite
+        // then answers one of them "busy" at once, without waiting through the busy handler, so
+        // the switch is tried again until the busy time-out has passed.
+        const auto deadline = std::chrono::steady_clock::now() + busyTimeout_;
+        std::unique_ptr<Statement> journal;
+        int code = SQLITE_BUSY;
+        while (true)
+        {
+            journal = std::make_unique<Statement>(database_, "PRAGMA journal_mode = WAL");
+            code = journal->step();
+            if ((code != SQLITE_BUSY && code != SQLITE_LOCKED) || std::chrono::steady_clock::now() >= deadline)
+                break;
+            journal.reset();
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
         if (code != SQLITE_ROW)
         {
             error = failure(code, "setting its journal");
             return false;
         }
-        if (journal.text(0) != "wal")
+        if (journal->text(0) != "wal")
         {
             error = "the publish ledger " + file_.string() + " cannot keep a write-ahead log (journal mode " +
-                    journal.text(0) + "); it needs a local file system";
+                    journal->text(0) + "); it needs a local file system";
             return false;
         }
     }
