@@ -47,10 +47,26 @@
     .filter((element) => isUsable(element) && element.type !== 'file');
 
   /// The gadget's window: its first field that takes input gets the focus.
+  // Where the user last put the focus (a click, a key), apart from where the page moved it when a
+  // view changed: an alert gives the focus back to the user's place, not to the page's guess.
+  let movingFocus = false;
+  let userFocus = null;
+  document.addEventListener('focusin', (event) => {
+    if (!movingFocus && !event.target.closest('#alert')) userFocus = event.target;
+  });
+  function moveFocus(element) {
+    movingFocus = true;
+    try {
+      element.focus();
+    } finally {
+      movingFocus = false;
+    }
+  }
+
   function focusWindow() {
     const main = document.querySelector(`[data-form="${document.body.dataset.main}"]`) || document.body;
     const field = fieldsIn(main)[0];
-    if (field) field.focus();
+    if (field) moveFocus(field);
     return main;
   }
 
@@ -76,7 +92,8 @@
     alerts.push(text);
     if (alertBox.hidden) {
       const active = document.activeElement;
-      focusBeforeAlert = focusLost && !isUsable(active) ? focusLost.element : active;
+      focusBeforeAlert = userFocus && userFocus.isConnected ? userFocus
+                         : focusLost && !isUsable(active) ? focusLost.element : active;
       focusLost = null;
       nextAlert();
     }
@@ -196,7 +213,7 @@
     }
     const field = isUsable(focusLost.element) ? focusLost.element : fieldsIn(focusLost.variant)[0];
     if (field) {
-      field.focus();
+      moveFocus(field);
       focusLost = null;
     }
   }
