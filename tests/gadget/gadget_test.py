@@ -376,7 +376,11 @@ class GadgetPageTest(unittest.TestCase):
 
     def choose_menu_entry(self, index):
         """Chooses entry `index` (negative: from the end) of the shown product list, as the
-        keyboard does on a closed select box."""
+        keyboard does on a closed select box, once the account's products have arrived."""
+        self.wait_until(lambda: self.driver.execute_script("""
+            const select = [...document.querySelectorAll('[data-p=":titlesList"]')].find(s => s.offsetParent);
+            const needed = arguments[0] >= 0 ? arguments[0] + 1 : 2;
+            return !!select && select.options.length >= Math.max(needed, 2);""", index), "the account's products")
         self.driver.execute_script("""
             const select = [...document.querySelectorAll('[data-p=":titlesList"]')].find(s => s.offsetParent);
             select.selectedIndex = arguments[0] < 0 ? select.options.length + arguments[0] : arguments[0];
