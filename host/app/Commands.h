@@ -72,6 +72,7 @@ struct GadgetOptions
     unsigned jobs = 0;       ///< files rendered at once; 0: one per core
     /// Folders whose finished audio files are handed to the gadget while the page is open.
     std::vector<std::string> watchFolders;
+    bool force = false; ///< list every file, also those the ledger finds unchanged on the product
 };
 
 /// Serves the gadget's forms as a page in the user's browser until interrupted (kDone), or until

@@ -7,6 +7,7 @@
 #include "host/gadget/GadgetServer.h"
 #include "host/gadget/GadgetSession.h"
 #include "host/gadget/HandOverSocket.h"
+#include "host/ledger/PublishLedger.h"
 #include "host/watch/DescriptorWaker.h"
 #include "host/watch/FolderWatch.h"
 
@@ -114,6 +115,16 @@ int showGadget(const GadgetOptions& options)
         }
     }
 
+    // The ledger is opened before anything starts: the gadget records what it publishes there,
+    // and one that cannot be used is a mistake to hear of now, not after an upload.
+    std::string error;
+    const std::unique_ptr<PublishLedger> ledger = PublishLedger::open(PublishLedger::defaultFile(), error);
+    if (!ledger)
+    {
+        complain("%s", error.c_str());
+        return kConfiguration;
+    }
+
     Runtime runtime;
     if (int code = runtime.start(); code != kDone)
         return code;
@@ -136,7 +147,6 @@ int showGadget(const GadgetOptions& options)
     }
     const char* title = clientForm->getAttribute("title");
     const GadgetPage page = GadgetPage::build(*theme, {"SorvelDashboard", "SorvelClient"}, title ? title : "Sorvel");
-    std::string error;
     const std::filesystem::path dropFolder = makeCacheFolder("dropped", error);
     if (dropFolder.empty())
     {
@@ -158,6 +168,8 @@ int showGadget(const GadgetOptions& options)
     // From here on the files handed over, the first ones included, are the hand-over's to keep.
     auto handOver = std::make_unique<LiveHandOver>(runtime, *publisher, *session, options.jobs);
     handOver->adopt(std::move(batch), std::move(reports));
+    handOver->useLedger(*ledger, options.force);
+    session->beforePress = [&](const std::string&) { handOver->beforePress(); };
     batch = RenderedBatch();
     GadgetServer server(*session, page, *theme, dropFolder);
 
@@ -199,6 +211,7 @@ int showGadget(const GadgetOptions& options)
     auto cleanUp = [&] {
         mailbox.reset();
         waker.reset();
+        session->beforePress = nullptr;
         runtime.alerts().onAlert = nullptr;
         runtime.pages().onOpen = nullptr;
         runtime.context().onActivate = nullptr;
@@ -262,6 +275,7 @@ int showGadget(const GadgetOptions& options)
         takeWatched(); // the files whose settle time passed
         if (handOver->hasWaiting() && handOver->handOverWaiting() == kInterrupted)
             break;
+        handOver->leaveOutUnchanged();
         const auto now = std::chrono::steady_clock::now();
         if (session->hasUrgent() || (session->hasPending() && now - lastSent >= kEventSpacing))
         {

@@ -5,9 +5,11 @@
 #include "framework/interfaces/IPublisher.h"
 #include "host/app/Rendering.h"
 #include "host/app/SourceFile.h"
+#include "host/app/UploadRecorder.h"
 
 #include <filesystem>
 #include <map>
+#include <memory>
 #include <set>
 #include <string>
 #include <vector>
@@ -25,7 +27,13 @@ class Runtime;
 /// title or inspector field typed in stays), with the new files after them; a file exported again
 /// under the same path takes its own row's place, rendered again. While an upload runs, or a
 /// request of the gadget is under way, nothing is handed over: the files wait, and go together
-/// once the gadget takes them again. User-interface thread.
+/// once the gadget takes them again.
+///
+/// With the publish ledger, the gadget publishes as `publish` does: each upload the service
+/// confirms is recorded, and a file paired with a track of the chosen product whose content and
+/// metadata are unchanged since its last confirmed upload is taken out of the table, so that
+/// nothing is sent for it; the track's row says "unchanged". Choosing another product hands such
+/// files back. User-interface thread.
 class LiveHandOver
 {
 public:
@@ -59,6 +67,17 @@ public:
     /// render. What cannot be rendered is said on standard error and dropped.
     int handOverWaiting();
 
+    /// Records confirmed uploads in `ledger` (which must outlive this object) and leaves out what
+    /// it finds unchanged, unless `force`.
+    void useLedger(PublishLedger& ledger, bool force);
+    /// When the gadget takes files and its table, product or the product's tracks changed since
+    /// the last look: leaves out the files the ledger finds unchanged on the product (the track's
+    /// row notes it), and hands back those left out for another product.
+    void leaveOutUnchanged();
+    /// Before a button of the page acts: the rows an upload would send are mapped for the ledger,
+    /// before its first request leaves.
+    void beforePress();
+
     /// The rendered files the gadget lists now and came from the host, by rendered path.
     size_t listedFileCount() const { return known_.size(); }
 
@@ -75,6 +94,25 @@ private:
         std::filesystem::path source;
         std::filesystem::path folder;
         KVX::Attributes metadata;
+        std::string contentDigest; ///< of the source, once the ledger needed it
+    };
+    /// A file handed over again: its rendered path and metadata, and where it came from when it
+    /// is a new rendering.
+    struct Item
+    {
+        std::string path;
+        KVX::Attributes metadata;
+        bool fresh = false;
+        std::filesystem::path source; ///< when fresh
+        std::filesystem::path folder; ///< when fresh
+    };
+    /// A file taken out of the table as unchanged on a product.
+    struct LeftOut
+    {
+        std::string path;
+        std::string productId;
+        std::string trackName;
+        int64_t publishedAt = 0; ///< of its last confirmed upload
     };
     /// A row of the table that holds a file.
     struct Row
@@ -86,6 +124,15 @@ private:
     };
 
     std::vector<Row> readTable();
+    /// The table's files as they would be handed over again now.
+    std::vector<Item> tableItems();
+    /// Hands `items` to the gadget for `product` in place of what it lists; false when the target
+    /// refused them.
+    bool handOver(const std::vector<Item>& items, const std::string& product);
+    /// The ledger's digests of a known file sent as `trackName` with `metadata`; false after
+    /// saying why.
+    bool digestsOf(Known& known, const KVX::Attributes& metadata, const std::string& trackName,
+                   PublishLedger::Digests& digests);
     /// The product the page shows now: the chosen product, else the name typed for a new one.
     std::string productShown() const;
     /// Forgets the files the table no longer lists and removes the folders left with none.
@@ -99,6 +146,11 @@ private:
     std::map<std::string, Known> known_; ///< by rendered path
     std::set<std::filesystem::path> folders_;
     std::map<std::string, KVX::Ref<KVX::Attributes>> reports_;
+    PublishLedger* ledger_ = nullptr;
+    bool force_ = false;
+    std::unique_ptr<UploadRecorder> recorder_;
+    std::vector<LeftOut> leftOut_;
+    std::string lastLook_; ///< what leaveOutUnchanged last saw of the table and the product
 };
 
 } // namespace Host

@@ -6,10 +6,10 @@
 #include "host/app/Rendering.h"
 #include "host/app/SourceFile.h"
 #include "host/app/TrackRows.h"
+#include "host/app/UploadRecorder.h"
 #include "host/config/LanguageFile.h"
 #include "host/config/Settings.h"
 #include "host/ledger/PublishLedger.h"
-#include "host/ledger/Sha256.h"
 #include "host/terminal/PasswordInput.h"
 #include "host/terminal/TextWidth.h"
 
@@ -261,7 +261,6 @@ private:
     /// The rows of the table, with the files the ledger left out shown as unchanged.
     std::vector<RowView> rows() const;
     void watchUploads();
-    void recordConfirmed(const std::string& trackId);
     void listTable();
     void noteUnsentFields();
     int preflightGate();
@@ -303,12 +302,7 @@ private:
     std::vector<PublishLedger::Verdict> verdicts_;
     std::vector<bool> leftOut_;            ///< per batch file: unchanged, not handed over
     size_t handedOver_ = 0;
-    // What the upload watcher maps confirmed uploads with; written before the upload starts and
-    // under recordMutex_ while it runs (the watcher runs on the upload worker's thread).
-    std::mutex recordMutex_;
-    std::map<std::string, size_t> replaced_; ///< batch file by the id of the track it replaces
-    std::vector<size_t> added_;              ///< batch files that become new tracks, in upload order
-    std::vector<std::string> createdTracks_; ///< ids of the tracks the batch created, in order
+    std::unique_ptr<UploadRecorder> recorder_; ///< while the batch runs and after
     bool ledgerFailed_ = false;
 };
 
@@ -388,18 +382,11 @@ int PublishRun::judgeFiles()
     {
         const RenderedBatch::File& file = batch_.files[i];
         std::string error;
-        if (!sha256OfFile(file.source, digests_[i].content, error))
+        if (!digestsOf(file.source, file.metadata, file.trackName(), digests_[i], error))
         {
             complain("%s", error.c_str());
             return kUsage;
         }
-        std::map<std::string, std::string> fields;
-        for (const Attributes::Member& member : file.metadata)
-            if (member.value.isString())
-                fields[std::string(member.name.view())] = member.value.asString().toUtf8();
-            else if (member.value.isInt())
-                fields[std::string(member.name.view())] = std::to_string(member.value.asInt());
-        digests_[i].metadata = sha256OfMetadata(fields);
         if (!product)
             continue; // a product still to be created holds nothing yet
         PublishLedger::Decision decision;
@@ -482,70 +469,20 @@ void PublishRun::watchUploads()
     // the product replace it, the others become new tracks in that order.
     const ServiceAnswers::Catalogue catalogue = runtime_.answers().catalogue();
     const ServiceAnswers::Product* product = productId_.empty() ? nullptr : catalogue.find(productName_);
+    std::vector<UploadRecorder::Entry> entries;
     const std::vector<RowView> table = table_->rows();
     for (const RowView* row : batchRows(table))
     {
-        const size_t index = fileIndex_.at(row->values.file);
         if (row->values.state == Engine::kRowUnsupportedFormat)
             continue;
-        if (!row->values.hasTrack)
-            added_.push_back(index);
-        else if (product)
-            for (const ServiceAnswers::ListedTrack& track : product->tracks)
-                if (track.name == row->values.trackName)
-                {
-                    replaced_.emplace(track.id, index);
-                    break;
-                }
+        const size_t index = fileIndex_.at(row->values.file);
+        const RenderedBatch::File& file = batch_.files[index];
+        entries.push_back({file.source, file.trackName(), row->values.hasTrack ? row->values.trackName : "", digests_[index]});
     }
-    ServiceAnswers::UploadWatch watch;
-    watch.productCreated = [this](const std::string& id) {
-        std::lock_guard lock(recordMutex_);
-        productId_ = id;
-    };
-    watch.trackCreated = [this](const std::string& id) {
-        std::lock_guard lock(recordMutex_);
-        createdTracks_.push_back(id);
-    };
-    watch.uploadConfirmed = [this](const std::string& id) { recordConfirmed(id); };
-    runtime_.answers().watchUploads(std::move(watch));
-}
-
-void PublishRun::recordConfirmed(const std::string& trackId)
-{
-    std::lock_guard lock(recordMutex_);
-    if (!ledger_ || ledgerFailed_)
-        return;
-    size_t index = batch_.files.size();
-    std::string trackName;
-    if (const auto replaced = replaced_.find(trackId); replaced != replaced_.end())
-        index = replaced->second;
-    else
-        for (size_t k = 0; k < createdTracks_.size() && k < added_.size(); ++k)
-            if (createdTracks_[k] == trackId)
-                index = added_[k];
-    if (index >= batch_.files.size())
-        return; // not a track of this batch's mapping: nothing is recorded rather than a guess
-    const std::string& productName = productName_.empty() ? product_ : productName_;
-    if (productName.empty())
-        return; // a product without a name cannot be found again by it: the next run sends the file
-    const RenderedBatch::File& file = batch_.files[index];
-    PublishLedger::Record record;
-    record.service = runtime_.serviceUrl();
-    record.account = account_;
-    record.productId = productId_;
-    record.productName = productName;
-    record.trackId = trackId;
-    record.trackName = file.trackName();
-    record.source = file.source.string();
-    record.digests = digests_[index];
-    record.format = "WAV";
-    std::string error;
-    if (!ledger_->record(record, error))
-    {
-        ledgerFailed_ = true;
-        complain("%s", error.c_str());
-    }
+    UploadRecorder::Target target{runtime_.serviceUrl(), account_, productName_.empty() ? product_ : productName_,
+                                  productId_};
+    recorder_ = std::make_unique<UploadRecorder>(ledger_, runtime_.answers());
+    recorder_->start(target, std::move(entries), product ? product->tracks : std::vector<ServiceAnswers::ListedTrack>());
 }
 
 std::vector<const RowView*> PublishRun::batchRows(const std::vector<RowView>& rows) const
@@ -634,7 +571,7 @@ int PublishRun::upload()
     gadget_.press("upload");
     if (!gadget_.isUploading())
     {
-        runtime_.answers().watchUploads({});
+        recorder_->stop();
         complain("nothing to upload: no row holds a file in the format the service takes");
         if (options_.json)
             printJson("failed", kServiceFailed, lastComplaint(), "", "", rows());
@@ -661,7 +598,9 @@ int PublishRun::upload()
     finished_ = rows();
     progress.show(finished_);
     refusals_ = runtime_.answers().takeRefusals();
-    runtime_.answers().watchUploads({}); // the worker has ended: nothing more is confirmed
+    recorder_->stop(); // the worker has ended: nothing more is confirmed
+    productId_ = recorder_->productId();
+    ledgerFailed_ = recorder_->failed();
     gadget_.settle(Runtime::kTimeoutMs);
     return kDone;
 }

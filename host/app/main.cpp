@@ -128,6 +128,8 @@ int main(int argc, char** argv)
         ->check(CLI::ExistingFile);
     gadgetCommand->add_option("--product", gadgetOptions.product, "product to suggest for the files (default: the album)");
     gadgetCommand->add_flag("--no-browser", noBrowser, "only print the page's address");
+    gadgetCommand->add_flag("--force", gadgetOptions.force,
+                            "keep every file in the table, also one unchanged on the product since its last upload");
     gadgetCommand->add_option("--jobs", gadgetOptions.jobs, "files rendered at once (default: one per core)")
         ->check(CLI::Range(1u, 256u));
     gadgetCommand->add_option("--watch", gadgetOptions.watchFolders,

@@ -312,10 +312,14 @@ public:
         auto sizable = makeRef<AttributeArray>();
         auto titles = makeRef<AttributeArray>();
         auto identifiers = makeRef<AttributeArray>();
+        int32 trackColumn = -1, fileColumn = -1;
         for (int32 column = 0; column < resized->countColumns(); ++column)
         {
             ColumnRecord record{};
             resized->getColumn(column, record);
+            const std::string_view identifier = record.identifier ? record.identifier : "";
+            trackColumn = identifier == "remote_track" ? column : trackColumn;
+            fileColumn = identifier == "local_track" ? column : fileColumn;
             columns->append(Variant(int64(std::max(record.width, 0))));
             sizable->append(Variant((record.flags & ColumnRecord::kSizable) != 0));
             titles->append(Variant(record.title ? record.title : ""));
@@ -363,6 +367,20 @@ public:
                         checks->append(arrayVariant(check));
                         checked = true;
                     }
+                }
+            // A track of the product without a file: what the host noted of it (a file it left
+            // out as unchanged since its upload).
+            ValueRecord track, file;
+            if (!checked && session_ && trackColumn >= 0 &&
+                model_->getCellValue(row, trackColumn, track) == kResultOk && track.type == ValueRecord::kString &&
+                (fileColumn < 0 || model_->getCellValue(row, fileColumn, file) != kResultOk ||
+                 file.type != ValueRecord::kString || file.textLength == 0))
+                if (Attributes* note = session_->trackNote(std::string(track.text ? track.text : "", track.textLength)))
+                {
+                    auto check = makeRef<AttributeArray>();
+                    check->append(Variant(int64(row)));
+                    check->append(Variant(static_cast<Object*>(note)));
+                    checks->append(arrayVariant(check));
                 }
         }
         uint32 select = 0xCFE6F3FF;
@@ -468,6 +486,23 @@ Attributes* GadgetSession::fileReport(const std::string& path) const
 {
     const auto found = fileReports_.find(path);
     return found == fileReports_.end() ? nullptr : found->second.get();
+}
+
+Attributes* GadgetSession::trackNote(const std::string& name) const
+{
+    const auto found = trackNotes_.find(name);
+    return found == trackNotes_.end() ? nullptr : found->second.get();
+}
+
+void GadgetSession::setTrackNotes(std::map<std::string, Ref<Attributes>> notes)
+{
+    if (notes.size() == trackNotes_.size() &&
+        std::equal(notes.begin(), notes.end(), trackNotes_.begin(), [](const auto& one, const auto& other) {
+            return one.first == other.first && Json::toText(*one.second) == Json::toText(*other.second);
+        }))
+        return;
+    trackNotes_ = std::move(notes);
+    tableInvalidated();
 }
 
 void GadgetSession::close()
@@ -639,6 +674,8 @@ std::string GadgetSession::press(const std::string& key)
         return "no such button";
     if (!info.enabled)
         return "the button cannot be used now";
+    if (beforePress)
+        beforePress(key);
     ValueRecord record;
     record.type = ValueRecord::kInt;
     record.intValue = 1;

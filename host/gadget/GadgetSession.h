@@ -10,6 +10,7 @@
 #include "framework/interfaces/IObserver.h"
 #include "host/gadget/GadgetPage.h"
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -77,6 +78,16 @@ public:
     /// The report of the file at `path`, or nothing.
     KVX::Attributes* fileReport(const std::string& path) const;
 
+    /// What the host notes of a track of the product that holds no file, by the track's name: a
+    /// document like a pre-flight report ("check", "findings") shown as the row's badge and read
+    /// in the grid's first column. Setting other notes redraws the table.
+    void setTrackNotes(std::map<std::string, KVX::Ref<KVX::Attributes>> notes);
+    KVX::Attributes* trackNote(const std::string& name) const;
+
+    /// Called with a button's key when the page presses it, before the button acts: the host
+    /// learns of an upload before its first request leaves.
+    std::function<void(const std::string& key)> beforePress;
+
     /// An event for the page besides the state (an alert, an address to open, "activate").
     void queueEvent(const std::string& name, const std::string& data);
     /// What the page must be sent now: the queued events, then, when a component signalled and
@@ -112,6 +123,7 @@ private:
     std::string pendingSignal_;
     std::string lastState_;
     std::map<std::string, KVX::Ref<KVX::Attributes>> fileReports_;
+    std::map<std::string, KVX::Ref<KVX::Attributes>> trackNotes_;
 };
 
 } // namespace Host

@@ -692,8 +692,9 @@
     panel.hidden = !selected;
     if (!selected) return;
     const [row, report] = selected;
+    panel.setAttribute('aria-label', report.heading || 'Pre-flight report');
     const heading = document.createElement('h2');
-    heading.textContent = 'Pre-flight report';
+    heading.textContent = report.heading || 'Pre-flight report';
     const verdict = document.createElement('span');
     verdict.className = `badge ${report.check}`;
     verdict.textContent = report.check;

@@ -98,15 +98,22 @@ class Sandbox:
         self.process.wait(timeout=WAIT)
 
 
+def home_environment(home):
+    """The folders of a user whose home is `home`: configuration, cache and state (the ledger)."""
+    return {"HOME": home, "XDG_CONFIG_HOME": os.path.join(home, "config"), "XDG_CACHE_HOME": os.path.join(home, "cache"),
+            "XDG_STATE_HOME": os.path.join(home, "state")}
+
+
 class GadgetHost:
     """`sorvel gadget` with a private home, configured for the sandbox."""
 
-    def __init__(self, sandbox, files=(), arguments=()):
-        self.home = tempfile.TemporaryDirectory(prefix="sorvel-gadget-")
+    def __init__(self, sandbox, files=(), arguments=(), home=None):
+        # A home of its own, or one a test keeps across gadgets (its publish ledger stays).
+        self.owns_home = home is None
+        self.home = home or tempfile.TemporaryDirectory(prefix="sorvel-gadget-")
         environment = {key: value for key, value in os.environ.items() if not key.startswith("SORVEL_")}
         environment.update(sandbox.environment())
-        environment.update({"HOME": self.home.name, "XDG_CONFIG_HOME": os.path.join(self.home.name, "config"),
-                            "XDG_CACHE_HOME": os.path.join(self.home.name, "cache")})
+        environment.update(home_environment(self.home.name))
         # No keyring: the gadget starts signed out, as on a first run.
         environment.pop("DBUS_SESSION_BUS_ADDRESS", None)
         self.process = subprocess.Popen([PROGRAM, "gadget", "--no-browser", *arguments, *files], stdout=subprocess.PIPE,
@@ -128,7 +135,8 @@ class GadgetHost:
         self.leftovers = [os.path.join(folder, name) for folder, _, names in os.walk(cache) for name in names]
         self.process.stdout.close()
         self.process.stderr.close()
-        self.home.cleanup()
+        if self.owns_home:
+            self.home.cleanup()
         return code
 
 
@@ -180,8 +188,8 @@ class GadgetPageTest(unittest.TestCase):
 
     # --- helpers --------------------------------------------------------------------------
 
-    def open_gadget(self, files=(), arguments=()):
-        self.host = GadgetHost(self.sandbox, files, arguments)
+    def open_gadget(self, files=(), arguments=(), home=None):
+        self.host = GadgetHost(self.sandbox, files, arguments, home)
         self.driver.get(self.host.address)
         self.wait_until(lambda: self.driver.execute_script("return document.body.dataset.ready === 'true'"))
         return self.host

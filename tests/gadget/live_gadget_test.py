@@ -7,6 +7,7 @@ gadget_test.py.
 Environment (set by CTest): SORVEL_PROGRAM, SORVEL_SANDBOX_PROGRAM, SORVEL_SHOTS.
 """
 
+import json
 import os
 import queue
 import shutil
@@ -220,6 +221,99 @@ class LiveGadgetTest(base.GadgetPageTest):
         self.assertEqual(code, 0, err)
         self.assertIn(self.host.address, out)
         self.wait_until(lambda: self.files_listed() == ["Evening Tune.wav", "Morning Song.wav"], "a second add")
+
+    def history(self, home, product):
+        """What the ledger in `home` holds of `product`: the number of confirmed uploads per track."""
+        environment = {key: value for key, value in os.environ.items() if not key.startswith("SORVEL_")}
+        environment.update(base.home_environment(home))
+        done = subprocess.run([base.PROGRAM, "history", "--json", "--product", product], capture_output=True, text=True,
+                              timeout=WAIT, env=environment)
+        self.assertEqual(done.returncode, 0, done.stderr)
+        counts = {}
+        for upload in json.loads(done.stdout)["uploads"]:
+            counts[upload["track_name"]] = counts.get(upload["track_name"], 0) + 1
+        return counts
+
+    def upload_all(self):
+        self.css('[data-p=":upload"]').click()
+        self.idle()
+        self.wait_until(lambda: self.prop(":isUploading") == 1, "the upload to start")
+        self.wait_until(lambda: self.prop(":isUploading") == 0, "the upload to end")
+
+    def show_product(self, product):
+        """Makes the page show the account's product `product`, once the account's products arrived."""
+        self.wait_until(lambda: product in self.state()["values"][":titlesList"]["e"], f"{product} listed")
+        entries = self.state()["values"][":titlesList"]["e"]
+        if self.value(":replaceMode") != 1 or entries[self.value(":titlesList")] != product:
+            self.choose_menu_entry(entries.index(product))
+
+    def test_a_file_unchanged_since_its_upload_is_left_out_and_its_track_row_says_so(self):
+        home = tempfile.TemporaryDirectory(prefix="sorvel-ledger-home-")
+        self.addCleanup(home.cleanup)
+        product = "Ledger Session"
+
+        # A first gadget publishes both files to a new product; the ledger records each upload.
+        self.open_gadget(self.files, home=home)
+        self.sign_in()
+        self.wait_until(lambda: self.prop(":loginPhase") == 2 and not self.prop("Client:isBusy"), "signed in")
+        self.type_into(":newProductName", product)
+        self.wait_until(lambda: self.value(":newProductName") == product, "the typed name in the gadget")
+        self.upload_all()
+        self.wait_until(lambda: product in self.state()["values"][":titlesList"]["e"], "the new product listed")
+        self.assertEqual(self.host.stop(), 0)
+        self.host = None
+        self.assertEqual(self.history(home.name, product), {"Morning Song": 1, "Evening Tune": 1})
+
+        # The next day: the same first file, the second mixed again. The unchanged file is left out
+        # and its track's row says so; the changed one replaces its track.
+        remix = os.path.join(self.exports, "Evening Tune.wav")
+        base.write_tone(remix, 1.0, 550.0)
+        self.open_gadget([self.files[0], remix], ["--product", product], home=home)
+        self.sign_in()
+        self.wait_until(lambda: self.prop(":loginPhase") == 2, "signed in")
+        self.show_product(product)
+        self.host_output(f"Unchanged since its last upload, not sent: {self.files[0]}", "the unchanged file left out")
+
+        def unchanged_row():
+            grid = self.grid()
+            if grid["headers"][:1] != ["Check"]:
+                return None
+            return next((row for row in grid["rows"] if row[2] == "Morning Song"), None)
+        self.wait_until(lambda: (unchanged_row() or [""])[0] == "Unchanged", "the track's row saying unchanged")
+        self.assertEqual(unchanged_row()[3], "", "no file left in the unchanged track's row")
+        self.assertEqual(self.files_listed().count("Evening Tune.wav"), 1, self.rows())
+        remixed = next(row for row in self.rows() if row[2].endswith("Evening Tune.wav"))
+        self.assertEqual(remixed[3], "Replace", self.rows())
+        badge = self.css(".badges .badge.unchanged")
+        self.assertEqual(badge.get_attribute("textContent"), "unchanged")
+        self.shot("unchanged-track")
+        self.axe("a file left out as unchanged")
+
+        # Choosing a new product hands the file back; the product again leaves it out.
+        self.choose_menu_entry(len(self.state()["values"][":titlesList"]["e"]) - 1)  # the list's last: a new product
+        self.wait_until(lambda: "Morning Song.wav" in self.files_listed(), "the file handed back for a new product")
+        self.idle()
+        self.assertEqual(self.value(":replaceMode"), 0, "the user's choice of a new product stays")
+        self.assertNotEqual(self.value(":newProductName"), product, "the listed product's name left for a new one")
+        self.show_product(product)
+        self.wait_until(lambda: (unchanged_row() or [""])[0] == "Unchanged", "left out again on the product")
+
+        # The upload sends the changed file alone.
+        self.upload_all()
+        self.wait_until(lambda: self.history(home.name, product) == {"Morning Song": 1, "Evening Tune": 2},
+                        "the remix recorded, nothing else sent")
+        self.assertEqual(self.host.stop(), 0)
+        self.host = None
+
+        # --force keeps the unchanged file in the table, to be sent all the same.
+        self.open_gadget([self.files[0]], ["--product", product, "--force"], home=home)
+        self.sign_in()
+        self.wait_until(lambda: self.prop(":loginPhase") == 2, "signed in")
+        self.show_product(product)
+        self.wait_until(lambda: any(row[2].endswith("Morning Song.wav") and row[3] == "Replace" for row in self.rows()),
+                        "the file beside its track")
+        self.idle()
+        self.assertNotIn("Unchanged", [row[0] for row in self.grid()["rows"]])
 
 
 def load_tests(loader, tests, pattern):
