@@ -24,7 +24,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <map>
-#include <mutex>
 #include <random>
 #include <set>
 #include <thread>

@@ -334,6 +334,13 @@ public:
                 selection->append(Variant(int64(row)));
         auto tooltips = makeRef<AttributeArray>();
         auto checks = makeRef<AttributeArray>();
+        // A row's verdict, for its badge and the grid's first column: [row, document].
+        const auto addCheck = [&checks](int32 row, Attributes* document) {
+            auto check = makeRef<AttributeArray>();
+            check->append(Variant(int64(row)));
+            check->append(Variant(static_cast<Object*>(document)));
+            checks->append(arrayVariant(check));
+        };
         // What each cell stands for, beside the words it shows: the page decides by these (a row's
         // state changed) and says the words.
         auto values = makeRef<AttributeArray>();
@@ -361,10 +368,7 @@ public:
                     // A file cell's tooltip is the file's whole path.
                     if (Attributes* report = session_ ? session_->fileReport(text) : nullptr; report && !checked)
                     {
-                        auto check = makeRef<AttributeArray>();
-                        check->append(Variant(int64(row)));
-                        check->append(Variant(static_cast<Object*>(report)));
-                        checks->append(arrayVariant(check));
+                        addCheck(row, report);
                         checked = true;
                     }
                 }
@@ -376,12 +380,7 @@ public:
                 (fileColumn < 0 || model_->getCellValue(row, fileColumn, file) != kResultOk ||
                  file.type != ValueRecord::kString || file.textLength == 0))
                 if (Attributes* note = session_->trackNote(std::string(track.text ? track.text : "", track.textLength)))
-                {
-                    auto check = makeRef<AttributeArray>();
-                    check->append(Variant(int64(row)));
-                    check->append(Variant(static_cast<Object*>(note)));
-                    checks->append(arrayVariant(check));
-                }
+                    addCheck(row, note);
         }
         uint32 select = 0xCFE6F3FF;
         if (style_)
