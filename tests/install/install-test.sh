@@ -58,9 +58,10 @@ run() {
   env -i PATH=/usr/bin:/bin HOME="$home" LANG=C.UTF-8 "${keep[@]}" "$@"
 }
 run "$tree/bin/sorvel-demo-tracks" "$work/demo" >/dev/null || fail "sorvel-demo-tracks failed"
-run "$tree/bin/sorvel" --version | grep -Eq '^sorvel [0-9]+\.[0-9]+\.[0-9]+ \(commit [0-9a-f]{7,}' ||
-  fail "sorvel --version: $(run "$tree/bin/sorvel" --version)"
-demo=$(ls "$work"/demo/*.flac | head -1)
+version=$(run "$tree/bin/sorvel" --version)
+grep -Eq '^sorvel [0-9]+\.[0-9]+\.[0-9]+ \(commit [0-9a-f]{7,}' <<<"$version" || fail "sorvel --version: $version"
+demos=("$work"/demo/*.flac)
+demo=${demos[0]}
 if ! run env LD_DEBUG=libs "$tree/bin/sorvel" publish --no-progress "$demo" >"$work/out" 2>"$work/err"; then
   grep -v '^ *[0-9]*:' "$work/err" >&2 || true
   fail "the moved sorvel publish failed"
@@ -85,15 +86,20 @@ grep -q "no plug-in sorvel.so found; looked in:" "$work/err" || fail "no plug-in
 grep -qx "  $tree/lib/sorvel/plugins" "$work/err" || fail "the installed folder is not named: $(cat "$work/err")"
 
 # The manual page reads, the desktop entry is valid, the completion offers commands and options.
-gzip -dc "$tree/share/man/man1/sorvel.1.gz" | grep -q '^\.SH "*EXIT STATUS' || fail "the manual page has no EXIT STATUS section"
+# Checks read a whole output before they search it: under pipefail, `producer | grep -q` fails
+# whenever grep has found its line and gone before the producer's last write (SIGPIPE).
+manual=$(gzip -dc "$tree/share/man/man1/sorvel.1.gz")
+grep -q '^\.SH "*EXIT STATUS' <<<"$manual" || fail "the manual page has no EXIT STATUS section"
 desktop-file-validate "$tree/share/applications/sorvel.desktop" || fail "the desktop entry is not valid"
 complete_words() {
   bash -c 'source "$1"; shift; COMP_WORDS=("$@"); COMP_CWORD=$(($# - 1)); _sorvel; printf "%s\n" "${COMPREPLY[@]}"' \
     _ "$tree/share/bash-completion/completions/sorvel" "$@"
 }
 [ "$(complete_words sorvel pu)" = "publish" ] || fail "completion of 'sorvel pu': $(complete_words sorvel pu)"
-complete_words sorvel publish --new | grep -qx -- "--new-product" || fail "no --new-product after publish"
-complete_words sorvel publish --se | grep -qx -- "--settle" || fail "no --settle after publish"
-complete_words sorvel signout -- | grep -qx -- "--forget" || fail "no --forget after signout"
-if complete_words sorvel signout -- | grep -qx -- "--product"; then fail "signout offers --product"; fi
+offers() { grep -qx -- "$1" <<<"$2"; }
+offers --new-product "$(complete_words sorvel publish --new)" || fail "no --new-product after publish"
+offers --settle "$(complete_words sorvel publish --se)" || fail "no --settle after publish"
+signout_words=$(complete_words sorvel signout --)
+offers --forget "$signout_words" || fail "no --forget after signout"
+if offers --product "$signout_words"; then fail "signout offers --product"; fi
 echo "install test: installed, moved and published from $tree"

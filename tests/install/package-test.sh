@@ -9,8 +9,9 @@ fail() { echo "package test: $*" >&2; exit 1; }
 
 rm -f "$build"/package/sorvel_*.deb
 cmake --build "$build" --target package >"$build/package.log" 2>&1 || { tail -30 "$build/package.log"; fail "cpack failed"; }
-deb=$(ls "$build"/package/sorvel_*.deb 2>/dev/null | head -1)
-[ -n "$deb" ] || fail "no package in $build/package"
+debs=("$build"/package/sorvel_*.deb)
+deb=${debs[0]}
+[ -f "$deb" ] || fail "no package in $build/package"
 
 contents=$(dpkg-deb -c "$deb" | awk '{print $6}')
 for path in ./usr/bin/sorvel ./usr/bin/sorvel-sandbox ./usr/bin/sorvel-demo-tracks ./usr/lib/sorvel/plugins/sorvel.so \
