@@ -24,6 +24,7 @@
 #include "framework/services/SystemServices.h"
 #include "host/config/ConfigurationProvider.h"
 #include "sandbox/Sandbox.h"
+#include "tests/support/BuildPaths.h"
 
 #include <zlib.h>
 
@@ -71,7 +72,7 @@ struct GadgetTimes
 bool loadGadget(bool signedIn, GadgetTimes& times)
 {
     const Clock::time_point start = Clock::now();
-    void* library = dlopen(SORVEL_PLUGIN_FILE, RTLD_NOW | RTLD_LOCAL);
+    void* library = dlopen(BuildPaths::pluginFile(), RTLD_NOW | RTLD_LOCAL);
     if (!library)
     {
         std::fprintf(stderr, "load_bench: %s\n", dlerror());
@@ -186,7 +187,7 @@ int main(int argc, char** argv)
         std::printf("  (no Secret Service: the silent sign-in was not measured)\n");
 
     // The theme alone.
-    const std::string package = readFile(SORVEL_THEME_PACKAGE);
+    const std::string package = readFile(BuildPaths::themePackage());
     PackageReader reader;
     if (!reader.open({reinterpret_cast<const uint8*>(package.data()), package.size()}))
         return 1;

@@ -4,7 +4,7 @@
 #include "host/app/Commands.h"
 #include "host/app/Complaint.h"
 #include "host/app/JsonOutput.h"
-#include "SorvelVersion.h"
+#include "host/app/Version.h"
 
 #include <CLI/CLI.hpp>
 
@@ -60,7 +60,7 @@ int main(int argc, char** argv)
     CLI::App app{"sorvel: publish rendered audio to a Sorvel store through the Sorvel plug-in.\n"
                  "Without a configured service it uses the embedded sandbox and its demo account."};
     app.require_subcommand(1);
-    app.set_version_flag("--version", "sorvel " SORVEL_VERSION " (commit " SORVEL_COMMIT ")");
+    app.set_version_flag("--version", sorvelVersionLine());
     unsigned timeoutSeconds = 0;
     app.add_option("--timeout", timeoutSeconds,
                    "give up on a request of the service when nothing has moved for this many seconds (default 30)")

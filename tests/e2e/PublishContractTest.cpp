@@ -5,6 +5,7 @@
 #include "framework/interfaces/TextKeys.h"
 #include "host/ledger/PublishLedger.h"
 #include "tests/e2e/SorvelProgram.h"
+#include "tests/support/BuildPaths.h"
 #include "tests/support/LoopbackSocket.h"
 
 #include <pty.h>
@@ -369,7 +370,7 @@ TEST_F(PublishContract, TidyEdges)
         {
             for (const std::string& variable : variables)
                 putenv(const_cast<char*>(variable.c_str()));
-            execl(SORVEL_PROGRAM, SORVEL_PROGRAM, "publish", "--user", login.username.c_str(), "--password-stdin",
+            execl(BuildPaths::sorvelProgram(), BuildPaths::sorvelProgram(), "publish", "--user", login.username.c_str(), "--password-stdin",
                   take.c_str(), static_cast<char*>(nullptr));
             _exit(127);
         }

@@ -4,6 +4,7 @@
 #include "framework/interfaces/TextKeys.h"
 #include "host/terminal/TextWidth.h"
 #include "tests/e2e/SorvelProgram.h"
+#include "tests/support/BuildPaths.h"
 #include "tests/support/TaggedSound.h"
 
 #include <set>
@@ -154,7 +155,7 @@ std::string bannerValue(const std::string& banner, const std::string& label)
 TEST_F(SorvelProgram, PublishesToTheStandaloneSandboxProgram)
 {
     const auto data = home / "sandbox-data";
-    Child server({"--port", "0", "--quiet", "--data", data.string()}, {}, "", SORVEL_SANDBOX_PROGRAM);
+    Child server({"--port", "0", "--quiet", "--data", data.string()}, {}, "", BuildPaths::sandboxProgram());
     ASSERT_GT(server.pid(), 0);
     const std::string banner = server.readOutputUntil("Press Ctrl+C");
     const std::string api = bannerValue(banner, "API base URL:");

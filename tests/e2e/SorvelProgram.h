@@ -7,6 +7,7 @@
 
 #include "sandbox/Sandbox.h"
 #include "tests/render/TestSound.h"
+#include "tests/support/BuildPaths.h"
 
 #include <gtest/gtest.h>
 #include <rapidjson/document.h>
@@ -49,7 +50,7 @@ class Child
 {
 public:
     Child(const std::vector<std::string>& arguments, const std::vector<std::string>& environment,
-          const std::string& input, const char* program = SORVEL_PROGRAM)
+          const std::string& input, const char* program = BuildPaths::sorvelProgram())
     {
         int in[2], out[2], err[2];
         if (pipe(in) != 0 || pipe(out) != 0 || pipe(err) != 0)
@@ -229,7 +230,7 @@ protected:
     /// complaint otherwise.
     static std::string schemaError(const std::string& text, const char* command)
     {
-        std::ifstream file(std::string(SORVEL_SOURCE_DIR) + "/docs/sorvel-json.schema.json");
+        std::ifstream file(std::string(BuildPaths::sourceDir()) + "/docs/sorvel-json.schema.json");
         const std::string schemaText((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
         rapidjson::Document schemaDocument;
         if (schemaDocument.Parse(schemaText.c_str()).HasParseError())

@@ -1,6 +1,7 @@
 // The login prompt run as the theme's dialog on a terminal, with the answers scripted.
 #include "framework/services/GuiServices.h"
 #include "host/terminal/TerminalCredentialPrompt.h"
+#include "tests/support/BuildPaths.h"
 
 #include <gtest/gtest.h>
 
@@ -45,7 +46,7 @@ class CredentialPrompt : public testing::Test
 protected:
     static void SetUpTestSuite()
     {
-        std::ifstream file(SORVEL_THEME_PACKAGE, std::ios::binary);
+        std::ifstream file(BuildPaths::themePackage(), std::ios::binary);
         const std::string package((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
         ASSERT_EQ(GetThemeManager()->loadTheme("sorvel", package.data(), package.size()), kResultOk);
     }

@@ -9,6 +9,7 @@
 #include "framework/services/SecurityServices.h"
 #include "framework/services/SystemServices.h"
 #include "framework/services/TextServices.h"
+#include "tests/support/BuildPaths.h"
 
 #include <gtest/gtest.h>
 
@@ -25,7 +26,7 @@ class Module
 {
 public:
     explicit Module(const std::string& name)
-        : path_(std::string(SORVEL_MODULE_DIR) + "/lib" + name + ".so"),
+        : path_(std::string(BuildPaths::moduleDir()) + "/lib" + name + ".so"),
           handle_(dlopen(path_.c_str(), RTLD_NOW | RTLD_LOCAL))
     {
     }

@@ -8,6 +8,7 @@
 #include "platform/kvxtext/JsonReader.h"
 
 #include "BoundedStream.h"
+#include "tests/support/BuildPaths.h"
 
 #include <gtest/gtest.h>
 
@@ -161,7 +162,7 @@ TEST(JsonConformance, AcceptsEveryValidAndRejectsEveryInvalidSuiteDocument)
 {
     namespace fs = std::filesystem;
     // The suite's cases are kept in the repository (tests/data, with their licence).
-    const fs::path folder = fs::path(SORVEL_SOURCE_DIR) / "tests" / "data" / "jsontestsuite" / "test_parsing";
+    const fs::path folder = fs::path(BuildPaths::sourceDir()) / "tests" / "data" / "jsontestsuite" / "test_parsing";
     ASSERT_TRUE(fs::is_directory(folder)) << "the conformance cases are missing: no folder " << folder;
     int valid = 0, invalid = 0, total = 0;
     for (const fs::directory_entry& entry : fs::directory_iterator(folder))

@@ -2,6 +2,7 @@
 // a port in use, and the program sorvel-sandbox with its arguments and exit codes.
 
 #include "SandboxFixture.h"
+#include "tests/support/BuildPaths.h"
 
 #include <openssl/evp.h>
 #include <openssl/pem.h>
@@ -111,13 +112,13 @@ ProgramResult runProgram(std::vector<std::string> arguments, const std::vector<S
     posix_spawn_file_actions_adddup2(&actions, pipeEnds[1], 1);
     posix_spawn_file_actions_adddup2(&actions, pipeEnds[1], 2);
     posix_spawn_file_actions_addclose(&actions, pipeEnds[0]);
-    arguments.insert(arguments.begin(), SORVEL_SANDBOX_PROGRAM);
+    arguments.insert(arguments.begin(), BuildPaths::sandboxProgram());
     std::vector<char*> argv;
     for (std::string& argument : arguments)
         argv.push_back(argument.data());
     argv.push_back(nullptr);
     pid_t child = 0;
-    EXPECT_EQ(posix_spawn(&child, SORVEL_SANDBOX_PROGRAM, &actions, nullptr, argv.data(), environ), 0);
+    EXPECT_EQ(posix_spawn(&child, BuildPaths::sandboxProgram(), &actions, nullptr, argv.data(), environ), 0);
     posix_spawn_file_actions_destroy(&actions);
     close(pipeEnds[1]);
 

@@ -5,6 +5,7 @@
 #include "framework/services/GuiServices.h"
 #include "plugin/shell/Module.h"
 #include "plugin/shell/Texts.h"
+#include "tests/support/BuildPaths.h"
 
 #include <gtest/gtest.h>
 
@@ -37,8 +38,8 @@ class ModuleStart : public testing::Test
 protected:
     void SetUp() override
     {
-        gadget_ = bytesOf(SORVEL_GADGET_DESCRIPTION);
-        skin_ = bytesOf(SORVEL_THEME_PACKAGE);
+        gadget_ = bytesOf(BuildPaths::gadgetDescription());
+        skin_ = bytesOf(BuildPaths::themePackage());
         ASSERT_FALSE(gadget_.empty());
         ASSERT_FALSE(skin_.empty());
     }

@@ -7,6 +7,7 @@
 #include "framework/plugin/IPluginInstance.h"
 #include "framework/plugin/IPluginMetaClass.h"
 #include "framework/services/GuiServices.h"
+#include "tests/support/BuildPaths.h"
 
 #include <gtest/gtest.h>
 
@@ -74,12 +75,12 @@ Interface* create(IClassFactory& factory, const UID& classId)
 
 TEST(PluginModule, ExportsOnlyTheClassFactory)
 {
-    EXPECT_EQ(exportedSymbols(SORVEL_PLUGIN_FILE), std::vector<std::string>{"KVXGetClassFactory"});
+    EXPECT_EQ(exportedSymbols(BuildPaths::pluginFile()), std::vector<std::string>{"KVXGetClassFactory"});
 }
 
 TEST(PluginModule, OffersItsThreeClassesOnceAndCreatesWorkingObjectsThenUnloads)
 {
-    void* library = dlopen(SORVEL_PLUGIN_FILE, RTLD_NOW | RTLD_LOCAL);
+    void* library = dlopen(BuildPaths::pluginFile(), RTLD_NOW | RTLD_LOCAL);
     ASSERT_NE(library, nullptr) << dlerror();
     auto entry = reinterpret_cast<GetClassFactory>(dlsym(library, "KVXGetClassFactory"));
     ASSERT_NE(entry, nullptr);
@@ -172,7 +173,7 @@ TEST(PluginModule, OffersItsThreeClassesOnceAndCreatesWorkingObjectsThenUnloads)
     EXPECT_EQ(dlclose(library), 0);
 
     // Loaded again, it starts again.
-    library = dlopen(SORVEL_PLUGIN_FILE, RTLD_NOW | RTLD_LOCAL);
+    library = dlopen(BuildPaths::pluginFile(), RTLD_NOW | RTLD_LOCAL);
     ASSERT_NE(library, nullptr) << dlerror();
     entry = reinterpret_cast<GetClassFactory>(dlsym(library, "KVXGetClassFactory"));
     ASSERT_NE(entry, nullptr);
@@ -183,7 +184,7 @@ TEST(PluginModule, OffersItsThreeClassesOnceAndCreatesWorkingObjectsThenUnloads)
 
 TEST(PluginModule, ALibraryWhoseThemeDoesNotLoadOffersNoFactory)
 {
-    void* library = dlopen(SORVEL_BROKEN_PLUGIN_FILE, RTLD_NOW | RTLD_LOCAL);
+    void* library = dlopen(BuildPaths::brokenPluginFile(), RTLD_NOW | RTLD_LOCAL);
     ASSERT_NE(library, nullptr) << dlerror();
     auto entry = reinterpret_cast<GetClassFactory>(dlsym(library, "KVXGetClassFactory"));
     ASSERT_NE(entry, nullptr);

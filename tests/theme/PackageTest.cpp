@@ -3,6 +3,7 @@
 
 #include "framework/package/PackageReader.h"
 #include "framework/package/PackageWriter.h"
+#include "tests/support/BuildPaths.h"
 
 #include <gtest/gtest.h>
 
@@ -225,7 +226,7 @@ TEST(PackageTool, PacksMergedFoldersInNameOrderAndListsThem)
     write(work / "two/about.txt", "about");
     const fs::path output = work / "OUT.SKIN";
 
-    const std::string command = std::string(SORVEL_PACK_TOOL) +
+    const std::string command = std::string(BuildPaths::packTool()) +
                                 " --identifier {8E3C5A17-4D92-4B6E-A1F0-6C2D9B7E3F15} " + output.string() + " " +
                                 (work / "one").string() + " " + (work / "two").string();
     ASSERT_EQ(std::system(command.c_str()), 0) << command;
@@ -245,7 +246,7 @@ TEST(PackageTool, PacksMergedFoldersInNameOrderAndListsThem)
     // The same path from two folders is refused, and nothing is written.
     write(work / "two/skin.xml", "<Other/>");
     fs::remove(output);
-    const std::string clash = std::string(SORVEL_PACK_TOOL) + " " + output.string() + " " + (work / "one").string() +
+    const std::string clash = std::string(BuildPaths::packTool()) + " " + output.string() + " " + (work / "one").string() +
                               " " + (work / "two").string() + " 2>/dev/null";
     EXPECT_NE(std::system(clash.c_str()), 0);
     EXPECT_FALSE(fs::exists(output));

@@ -6,6 +6,7 @@
 
 #include "framework/interfaces/IThemeManager.h"
 #include "framework/services/GuiServices.h"
+#include "tests/support/BuildPaths.h"
 
 #include <zlib.h>
 
@@ -63,7 +64,7 @@ inline KVX::tresult skinOf(const char* name, const Bytes& package)
 inline KVX::ITheme* builtTheme()
 {
     static const bool loaded = [] {
-        const Bytes package = readFileBytes(SORVEL_THEME_PACKAGE);
+        const Bytes package = readFileBytes(BuildPaths::themePackage());
         return loadTheme("sorvel", package) == KVX::kResultOk;
     }();
     return loaded ? GetThemeManager()->getTheme("sorvel") : nullptr;

@@ -2,6 +2,7 @@
 #include "ThemeSupport.h"
 
 #include "framework/package/PackageReader.h"
+#include "tests/support/BuildPaths.h"
 
 #include <gtest/gtest.h>
 #include <pugixml.hpp>
@@ -17,7 +18,7 @@ namespace {
 
 std::string sourcePath(const char* relative)
 {
-    return std::string(SORVEL_SOURCE_DIR) + "/" + relative;
+    return std::string(BuildPaths::sourceDir()) + "/" + relative;
 }
 
 std::uint32_t colour(ITheme& theme, const char* style, const char* name)
@@ -40,7 +41,7 @@ TEST(BuiltTheme, PackageHoldsTheSkinAndExactlyTheImagesItDescribes)
 {
     ITheme* theme = builtTheme();
     ASSERT_NE(theme, nullptr);
-    const Bytes package = readFileBytes(SORVEL_THEME_PACKAGE);
+    const Bytes package = readFileBytes(BuildPaths::themePackage());
     PackageReader reader;
     ASSERT_TRUE(reader.open(package)) << describe(reader.error());
     std::set<std::string> root, files, described;

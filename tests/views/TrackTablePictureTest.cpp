@@ -6,6 +6,7 @@
 
 #include "framework/graphics/ViewStyle.h"
 #include "plugin/views/TrackList.h"
+#include "tests/support/BuildPaths.h"
 
 #include <gtest/gtest.h>
 
@@ -151,7 +152,7 @@ TEST(TrackTablePicture, AddReplaceUploadedInvalidAndUploadingRowsAsTheViewDrawsT
     auto headerStyle = themeStyle("TrackList.HeaderView");
     ASSERT_EQ(GetGraphicsHelper()->drawListView(table, style, headerStyle, port, {0, 0, width, height}), kResultOk);
 
-    const std::string file = std::string(SORVEL_PICTURE_DIR) + "/track-table.png";
+    const std::string file = std::string(BuildPaths::pictureDir()) + "/track-table.png";
     ASSERT_EQ(port->writePng(file.c_str()), kResultOk);
     EXPECT_GT(std::filesystem::file_size(file), 1000u);
 

@@ -12,6 +12,7 @@
 #include "framework/services/GuiServices.h"
 #include "plugin/views/IUploadState.h"
 #include "plugin/views/TrackItem.h"
+#include "tests/support/BuildPaths.h"
 
 #include <gtest/gtest.h>
 #include <sndfile.h>
@@ -116,7 +117,7 @@ inline KVX::Ref<KVX::DragSession> drag(std::initializer_list<KVX::IUnknown*> obj
 inline bool loadBuiltTheme()
 {
     static const bool loaded = [] {
-        std::ifstream in(SORVEL_THEME_PACKAGE, std::ios::binary);
+        std::ifstream in(BuildPaths::themePackage(), std::ios::binary);
         std::vector<char> bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
         return !bytes.empty() && GetThemeManager()->loadTheme("sorvel", bytes.data(), bytes.size()) == KVX::kResultOk;
     }();
