@@ -283,7 +283,7 @@ PublishLedger::~PublishLedger()
 
 bool PublishLedger::prepareSchema(std::string& error)
 {
-    // These read the file's header: the first place where a file that is no database shows.
+    // Reads of the file's header: the first place where a file that is no database shows.
     auto readNumber = [&](const char* sql, int64_t& value) {
         Statement query(database_, sql);
         const int code = query.step();
@@ -295,10 +295,23 @@ bool PublishLedger::prepareSchema(std::string& error)
         value = query.integer(0);
         return true;
     };
+    // The file's marks and whether it holds anything, read by one statement so that all three come
+    // from one moment: a run that creates the ledger meanwhile commits them together, and three
+    // separate reads could see its tables without its marks.
     int64_t version = 0, application = 0, tables = 0;
-    if (!readNumber("PRAGMA user_version", version) || !readNumber("PRAGMA application_id", application) ||
-        !readNumber("SELECT count(*) FROM sqlite_master", tables))
-        return false;
+    {
+        Statement look(database_, "SELECT (SELECT user_version FROM pragma_user_version), "
+                                  "(SELECT application_id FROM pragma_application_id), "
+                                  "(SELECT count(*) FROM sqlite_master)");
+        if (const int code = look.step(); code != SQLITE_ROW)
+        {
+            error = failure(code, "reading it");
+            return false;
+        }
+        version = look.integer(0);
+        application = look.integer(1);
+        tables = look.integer(2);
+    }
     if (application != kApplicationId && (tables > 0 || version != 0))
     {
         error = file_.string() + " is an SQLite database, but not a publish ledger of sorvel; move it aside, and the "

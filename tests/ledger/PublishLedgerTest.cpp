@@ -11,6 +11,7 @@
 
 #include <chrono>
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <functional>
@@ -20,6 +21,7 @@
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <vector>
 
 namespace {
 
@@ -313,6 +315,44 @@ TEST_F(PublishLedgerTest, TheLedgerIsAPrivateWriteAheadLoggedFileUnderTheStateFo
     RawConnection raw(file);
     EXPECT_EQ(raw.text("PRAGMA journal_mode"), "wal");
     EXPECT_EQ(raw.text("PRAGMA user_version"), std::to_string(PublishLedger::kSchemaVersion));
+}
+
+TEST_F(PublishLedgerTest, ANewLedgerOpenedByManyRunsAtOnceIsOneLedgerForEach)
+{
+    // Runs started together (two publishes, a gadget and a publish) all find no ledger, and all
+    // open it at the same moment: one creates it, and every other sees either no ledger yet or the
+    // whole of it, never a half that it would refuse.
+    for (int round = 0; round < 40; ++round)
+    {
+        const fs::path shared = folder.path() / ("round-" + std::to_string(round)) / "ledger.sqlite";
+        std::vector<std::unique_ptr<Child>> runs;
+        for (int run = 0; run < 4; ++run)
+            runs.push_back(std::make_unique<Child>([&](int in, int out) {
+                if (Child::readByte(in, 10s) != 'g')
+                    return 2;
+                std::string failed;
+                Ledger own = PublishLedger::open(shared, failed);
+                if (!own)
+                {
+                    ::dprintf(out, "%s", failed.c_str());
+                    return 3;
+                }
+                return 0;
+            }));
+        for (auto& run : runs)
+            run->send('g');
+        for (auto& run : runs)
+        {
+            std::string said;
+            for (int byte; (byte = run->receive(5s)) >= 0;)
+                said += static_cast<char>(byte);
+            EXPECT_EQ(run->exitCode(), 0) << "round " << round << ": " << said;
+        }
+        RawConnection raw(shared);
+        EXPECT_EQ(raw.text("PRAGMA user_version"), std::to_string(PublishLedger::kSchemaVersion));
+        if (HasFailure())
+            break;
+    }
 }
 
 TEST_F(PublishLedgerTest, FilesThatAreNoLedgerAreRefusedAndLeftAsTheyWere)
