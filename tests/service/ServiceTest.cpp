@@ -139,15 +139,18 @@ TEST(ClientConfiguration, SignatureAndPasswordDigestMatchTheSystemTools)
     EXPECT_NE(configuration.makePasswordDigest(password, "2014-03-07T18:05:10"), digest);
 
     // The timestamp is the current time in UTC, whatever the local zone: checked against the C
-    // library's own UTC clock reading, taken before and after, in a zone far from UTC.
+    // library's own UTC reading of the same clock, taken before and after, in a zone far from UTC.
+    // The readings use clock_gettime, as the system module does: time() reads a coarser clock that
+    // can lag it by a tick, so a stamp taken as a second turned over could seem to follow "after".
     const char* zone = std::getenv("TZ");
     const std::string savedZone = zone ? zone : "";
     setenv("TZ", "America/New_York", 1);
     tzset();
     auto utcNow = [] {
-        std::time_t now = std::time(nullptr);
+        timespec now{};
+        clock_gettime(CLOCK_REALTIME, &now);
         std::tm fields{};
-        gmtime_r(&now, &fields);
+        gmtime_r(&now.tv_sec, &fields);
         char buffer[32];
         std::strftime(buffer, sizeof buffer, "%Y-%m-%dT%H:%M:%S", &fields);
         return std::string(buffer);
