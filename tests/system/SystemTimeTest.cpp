@@ -176,10 +176,17 @@ TEST_F(ZoneTest, FieldsOutOfRangeAreRefusedAndLeaveTheResultAlone)
 TEST_F(ZoneTest, TheCurrentLocalTimeMatchesTheSystemClock)
 {
     useZone("Europe/Berlin");
-    const time_t before = time(nullptr);
+    // The seconds around the reading, of the clock it reads: time() reads a coarser clock that can
+    // lag by a tick, and would miss a reading taken as a second turned over.
+    auto now = [] {
+        timespec clock{};
+        clock_gettime(CLOCK_REALTIME, &clock);
+        return clock.tv_sec;
+    };
+    const time_t before = now();
     DateTime local{};
     GetSystem()->getLocalTime(local);
-    const time_t after = time(nullptr);
+    const time_t after = now();
 
     // The reading must be the C library's local time of one of the seconds around it; the
     // millisecond is left out of the comparison.
