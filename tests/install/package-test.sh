@@ -3,15 +3,22 @@
 # the programs, modules, plug-in, manual page, completions and desktop entry under /usr, nothing
 # of the tests or headers, and dependencies computed from the binaries by dpkg-shlibdeps.
 #   package-test.sh BUILD_DIR
+#
+# CPack stages and writes the package in a temporary folder of the test's own, so the test runs
+# beside the others: nothing in the build folder is rebuilt and no package lands there (CTest runs
+# after the build, so the binaries are the ones just built). Only CMake's install_manifest.txt is
+# rewritten there, as by every install; nothing reads it.
 set -euo pipefail
 build=$1
 fail() { echo "package test: $*" >&2; exit 1; }
 
-rm -f "$build"/package/sorvel_*.deb
-cmake --build "$build" --target package >"$build/package.log" 2>&1 || { tail -30 "$build/package.log"; fail "cpack failed"; }
-debs=("$build"/package/sorvel_*.deb)
+work=$(mktemp -d "${TMPDIR:-/tmp}/sorvel-package.XXXXXX")
+trap 'rm -rf "$work"' EXIT
+cpack --config "$build/CPackConfig.cmake" -B "$work/cpack" -D CPACK_OUTPUT_FILE_PREFIX="$work/out" \
+  >"$work/cpack.log" 2>&1 || { tail -30 "$work/cpack.log"; fail "cpack failed"; }
+debs=("$work"/out/sorvel_*.deb)
 deb=${debs[0]}
-[ -f "$deb" ] || fail "no package in $build/package"
+[ -f "$deb" ] || fail "no package in $work/out"
 
 contents=$(dpkg-deb -c "$deb" | awk '{print $6}')
 for path in ./usr/bin/sorvel ./usr/bin/sorvel-sandbox ./usr/bin/sorvel-demo-tracks ./usr/lib/sorvel/plugins/sorvel.so \
