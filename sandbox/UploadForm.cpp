@@ -30,7 +30,7 @@ bool isUtf8(const std::string& text)
     return in.Tell() == text.size();
 }
 
-std::string quoted(const std::string& text)
+std::string inQuotes(const std::string& text)
 {
     return "\"" + text + "\"";
 }
@@ -182,19 +182,19 @@ bool UploadForm::partBegin(const std::vector<MultipartParser::Header>& headers, 
         const Field& wanted = fields[partIndex];
         if (parsed.hasFileName)
         {
-            error = describePart() + " is a file part named " + quoted(parsed.name) + ", but the form field " +
-                    quoted(wanted.name) + " was expected";
+            error = describePart() + " is a file part named " + inQuotes(parsed.name) + ", but the form field " +
+                    inQuotes(wanted.name) + " was expected";
             return false;
         }
         if (parsed.name != wanted.name)
         {
-            error = describePart() + " is the form field " + quoted(parsed.name) + ", but the form field " +
-                    quoted(wanted.name) + " was expected";
+            error = describePart() + " is the form field " + inQuotes(parsed.name) + ", but the form field " +
+                    inQuotes(wanted.name) + " was expected";
             return false;
         }
         if (transferEncoding != nullptr || contentType != nullptr)
         {
-            error = "the form field " + quoted(wanted.name) + " carries a header besides Content-Disposition";
+            error = "the form field " + inQuotes(wanted.name) + " carries a header besides Content-Disposition";
             return false;
         }
         value.clear();
@@ -204,18 +204,18 @@ bool UploadForm::partBegin(const std::vector<MultipartParser::Header>& headers, 
 
     if (!parsed.hasFileName)
     {
-        error = describePart() + " is the form field " + quoted(parsed.name) +
+        error = describePart() + " is the form field " + inQuotes(parsed.name) +
                 ", but the file part was expected after the form field \"Content-Type\"";
         return false;
     }
     if (parsed.name != "file")
     {
-        error = "the file part is named " + quoted(parsed.name) + ", expected \"file\"";
+        error = "the file part is named " + inQuotes(parsed.name) + ", expected \"file\"";
         return false;
     }
     if (parsed.fileName.empty() || parsed.fileName.find('/') != std::string::npos || !isUtf8(parsed.fileName))
     {
-        error = "the file part's filename " + quoted(parsed.fileName) +
+        error = "the file part's filename " + inQuotes(parsed.fileName) +
                 " is not a file name in UTF-8 (it must be non-empty and hold no \"/\")";
         return false;
     }
@@ -243,7 +243,7 @@ bool UploadForm::partData(const char* data, size_t length, std::string& error)
     }
     if (value.size() + length > kMaxFieldValue)
     {
-        error = "the form field " + quoted(fields[partIndex].name) + " is longer than " +
+        error = "the form field " + inQuotes(fields[partIndex].name) + " is longer than " +
                 std::to_string(kMaxFieldValue) + " bytes";
         return false;
     }
@@ -257,8 +257,8 @@ bool UploadForm::partEnd(std::string& error)
         fileDone = true;
     else if (value != fields[partIndex].value)
     {
-        error = "the form field " + quoted(fields[partIndex].name) + " has the value " + quoted(value) +
-                ", expected " + quoted(fields[partIndex].value);
+        error = "the form field " + inQuotes(fields[partIndex].name) + " has the value " + inQuotes(value) +
+                ", expected " + inQuotes(fields[partIndex].value);
         return false;
     }
     inFile = false;
@@ -271,7 +271,7 @@ bool UploadForm::complete(std::string& error) const
     if (fileDone)
         return true;
     if (partIndex < fields.size())
-        error = "the form field " + quoted(fields[partIndex].name) + " is missing";
+        error = "the form field " + inQuotes(fields[partIndex].name) + " is missing";
     else
         error = "the file part is missing";
     return false;

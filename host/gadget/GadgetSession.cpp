@@ -172,6 +172,8 @@ int32 metricOf(IViewStyle* style, const char* name, int32 fallback)
 
 } // namespace
 
+namespace {
+
 /// A model as the page's list view draws it: its columns at the widths the user dragged them to,
 /// everything else the model's own. Each cell it paints is named to the recorder first.
 class ResizedColumns : public Object, public IItemModel
@@ -228,6 +230,8 @@ private:
     const std::map<int32, int32>& widths_;
     DrawingRecorder& recorder_;
 };
+
+} // namespace
 
 /// The list view of one of the page's tables, as the model sees it: it holds the selection in
 /// the order rows were selected and the widths the user gave columns, and passes redraw requests

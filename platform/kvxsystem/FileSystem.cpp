@@ -2,6 +2,7 @@
 
 #include "framework/core/Ref.h"
 #include "framework/data/Url.h"
+#include "platform/kvxsystem/AsciiText.h"
 #include "platform/kvxsystem/FileReadStream.h"
 
 #include <fcntl.h>
@@ -37,13 +38,6 @@ std::string systemReason(int error)
 {
     char buffer[256];
     return strerror_r(error, buffer, sizeof(buffer)); // the GNU form returns the text
-}
-
-bool equalsIgnoringCase(std::string_view text, std::string_view lowerCase)
-{
-    auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; };
-    return text.size() == lowerCase.size() && std::equal(text.begin(), text.end(), lowerCase.begin(),
-                                                         [&](char a, char b) { return lower(a) == b; });
 }
 
 // The native path of a local file URL, or empty when the URL is not one.

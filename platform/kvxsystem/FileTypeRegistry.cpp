@@ -1,5 +1,7 @@
 #include "platform/kvxsystem/FileTypeRegistry.h"
 
+#include "platform/kvxsystem/AsciiText.h"
+
 #include <cstdio>
 #include <cstring>
 #include <string_view>
@@ -25,21 +27,6 @@ FileType makeType(const char* description, const char* extension, const char* mi
     type.category = FileType::kCategoryAudio;
     type.flags = flags;
     return type;
-}
-
-char lowerAscii(char c)
-{
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
-
-bool equalsIgnoringCase(std::string_view a, std::string_view b)
-{
-    if (a.size() != b.size())
-        return false;
-    for (size_t i = 0; i < a.size(); ++i)
-        if (lowerAscii(a[i]) != lowerAscii(b[i]))
-            return false;
-    return true;
 }
 
 bool isTerminated(const char* buffer, size_t size)

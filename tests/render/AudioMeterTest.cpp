@@ -19,11 +19,6 @@ using Host::WaveRenderer;
 
 namespace {
 
-double level(double decibels)
-{
-    return std::pow(10.0, decibels / 20.0);
-}
-
 /// Renders a source written by `sample` (float samples, so that levels above full scale survive)
 /// and returns the report.
 RenderReport render(const TempFolder& folder, int sampleRate, int channels, double seconds,

@@ -15,6 +15,7 @@
 
 using Host::LoudnessMeter;
 using Host::TruePeakMeter;
+using RenderTest::level;
 using RenderTest::sine;
 
 namespace {
@@ -56,11 +57,6 @@ Figures reference(const std::vector<std::int32_t>& samples, int channels, double
     ebur128_loudness_range(meter, &figures.range);
     ebur128_destroy(&meter);
     return figures;
-}
-
-double level(double decibels)
-{
-    return std::pow(10.0, decibels / 20.0);
 }
 
 } // namespace

@@ -54,6 +54,12 @@ struct Sound
 };
 Sound readSound(const std::filesystem::path& path);
 
+/// The amplitude (full scale 1.0) of a level in decibels relative to full scale.
+inline double level(double decibels)
+{
+    return std::pow(10.0, decibels / 20.0);
+}
+
 /// Root-mean-square level of one channel over [first, last) frames.
 double rms(const Sound& sound, int channel, std::int64_t first, std::int64_t last);
 /// Amplitude of the component at `frequency` in one channel over [first, last) frames.

@@ -7,6 +7,7 @@
 
 #include <ctime>
 #include <fstream>
+#include <iterator>
 
 namespace SandboxTesting
 {
@@ -275,6 +276,12 @@ uint64_t peakResidentBytes()
             return std::stoull(line.substr(6)) * 1024;
     ADD_FAILURE() << "no VmHWM in /proc/self/status";
     return 0;
+}
+
+std::string readWholeFile(const std::string& path)
+{
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), {});
 }
 
 } // namespace SandboxTesting

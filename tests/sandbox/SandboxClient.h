@@ -171,4 +171,7 @@ std::string errorText(const std::string& replyBody);
 // The process's peak resident set size, from /proc/self/status (VmHWM), in bytes.
 uint64_t peakResidentBytes();
 
+// The whole content of a file, or "" when it cannot be read.
+std::string readWholeFile(const std::string& path);
+
 } // namespace SandboxTesting

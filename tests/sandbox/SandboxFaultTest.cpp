@@ -16,7 +16,7 @@ using SorvelSandbox::Fault;
 namespace
 {
 
-const std::string kBoundary = "----------------------------XXBOUNDARY7FFF";
+const std::string kFaultBoundary = "----------------------------XXBOUNDARY7FFF";
 
 class SandboxFault : public SandboxTest
 {
@@ -132,13 +132,13 @@ TEST_F(SandboxFault, TheUploadTargetAnswersTheChosenHttpStatus)
     {
         const size_t before = sandbox.storedFiles().size();
         const UploadTicket ticket = uploadToken(http, sandbox, session, 9001);
-        const std::string body = uploadBody(kBoundary, ticket.fields, "f.wav", "data");
+        const std::string body = uploadBody(kFaultBoundary, ticket.fields, "f.wav", "data");
         sandbox.injectFault(Endpoint::Upload, Fault::httpStatus(test.status));
-        HttpReply reply = http.post(ticket.url, body, uploadContentType(kBoundary));
+        HttpReply reply = http.post(ticket.url, body, uploadContentType(kFaultBoundary));
         EXPECT_EQ(reply.status, test.status);
         EXPECT_EQ(sandbox.storedFiles().size(), before + (test.stored ? 1 : 0)) << test.status;
         // A refusal leaves the URL open; an accepted upload used it up.
-        EXPECT_EQ(http.post(ticket.url, body, uploadContentType(kBoundary)).status, test.stored ? 410 : 201)
+        EXPECT_EQ(http.post(ticket.url, body, uploadContentType(kFaultBoundary)).status, test.stored ? 410 : 201)
             << test.status;
     }
 }
@@ -147,10 +147,10 @@ TEST_F(SandboxFault, TheUploadTargetDropsTheConnectionInMidBody)
 {
     const UploadTicket ticket = uploadToken(http, sandbox, session, 9001);
     const std::string file(4 << 20, 'a');
-    const std::string body = uploadBody(kBoundary, ticket.fields, "f.wav", file);
+    const std::string body = uploadBody(kFaultBoundary, ticket.fields, "f.wav", file);
     sandbox.injectFault(Endpoint::Upload, Fault::dropConnection());
     const size_t logged0 = sandbox.requestLog().size();
-    HttpReply reply = Http().post(ticket.url, body, uploadContentType(kBoundary));
+    HttpReply reply = Http().post(ticket.url, body, uploadContentType(kFaultBoundary));
     EXPECT_NE(reply.result, CURLE_OK);
     // No final reply: at most the interim "100 Continue".
     EXPECT_LT(reply.status, 200);
@@ -163,14 +163,14 @@ TEST_F(SandboxFault, TheUploadTargetDropsTheConnectionInMidBody)
     EXPECT_TRUE(sandbox.storedFiles().empty());
 
     sandbox.injectFault(Endpoint::Upload, Fault::dropConnection(1000));
-    reply = Http().post(ticket.url, body, uploadContentType(kBoundary));
+    reply = Http().post(ticket.url, body, uploadContentType(kFaultBoundary));
     EXPECT_NE(reply.result, CURLE_OK);
     ASSERT_TRUE(sandbox.requestLog().waitForSize(logged0 + 2, std::chrono::seconds(10)));
     EXPECT_LT(sandbox.requestLog().entries(Endpoint::Upload).at(1).bodyBytes, body.size() / 2);
 
     // A target that reads none of a 4 MB body: nothing is received, the connection closes.
     sandbox.injectFault(Endpoint::Upload, Fault::stopReading(std::chrono::milliseconds(300)));
-    reply = Http().post(ticket.url, body, uploadContentType(kBoundary));
+    reply = Http().post(ticket.url, body, uploadContentType(kFaultBoundary));
     EXPECT_NE(reply.result, CURLE_OK);
     ASSERT_TRUE(sandbox.requestLog().waitForSize(logged0 + 3, std::chrono::seconds(10)));
     EXPECT_EQ(sandbox.requestLog().entries(Endpoint::Upload).at(2).bodyBytes, 0u);
@@ -178,7 +178,7 @@ TEST_F(SandboxFault, TheUploadTargetDropsTheConnectionInMidBody)
     EXPECT_TRUE(sandbox.storedFiles().empty());
 
     // The broken uploads left no file behind and the URL open.
-    EXPECT_EQ(http.post(ticket.url, body, uploadContentType(kBoundary)).status, 201);
+    EXPECT_EQ(http.post(ticket.url, body, uploadContentType(kFaultBoundary)).status, 201);
     ASSERT_EQ(sandbox.storedFiles().size(), 1u);
     EXPECT_EQ(sandbox.storedFiles()[0].size, file.size());
 }
@@ -270,8 +270,8 @@ TEST_F(SandboxFault, AFilePostIsHeldInMidBodyOrOnceTheFileIsStored)
         sandbox.requestLog().clear();
         sandbox.injectFault(Endpoint::Upload, fault);
         auto reply = std::async(std::launch::async, [&] {
-            return Http().post(ticket.url, uploadBody(kBoundary, ticket.fields, "f.wav", file),
-                               uploadContentType(kBoundary));
+            return Http().post(ticket.url, uploadBody(kFaultBoundary, ticket.fields, "f.wav", file),
+                               uploadContentType(kFaultBoundary));
         });
         EXPECT_TRUE(sandbox.requestLog().waitFor(
             [&](const SorvelSandbox::LoggedRequest& entry) { return heldBy(entry, fault.kind); },
@@ -310,16 +310,16 @@ TEST_F(SandboxFault, AFilePostIsHeldInMidBodyOrOnceTheFileIsStored)
     sandbox.releaseHeld();
     ASSERT_EQ(reply.wait_for(std::chrono::seconds(10)), std::future_status::ready);
     EXPECT_NE(reply.get().result, CURLE_OK);
-    const std::string body = uploadBody(kBoundary, ticket.fields, "f.wav", file);
-    EXPECT_EQ(http.post(ticket.url, body, uploadContentType(kBoundary)).status, 410);
+    const std::string body = uploadBody(kFaultBoundary, ticket.fields, "f.wav", file);
+    EXPECT_EQ(http.post(ticket.url, body, uploadContentType(kFaultBoundary)).status, 410);
 }
 
 TEST_F(SandboxFault, TheLogCountsTheCompletionReportsTheServiceAcceptedPerTrack)
 {
     auto upload = [&](int64_t trackId) {
         const UploadTicket ticket = uploadToken(http, sandbox, session, trackId);
-        const std::string body = uploadBody(kBoundary, ticket.fields, "f.wav", "data");
-        ASSERT_EQ(http.post(ticket.url, body, uploadContentType(kBoundary)).status, 201);
+        const std::string body = uploadBody(kFaultBoundary, ticket.fields, "f.wav", "data");
+        ASSERT_EQ(http.post(ticket.url, body, uploadContentType(kFaultBoundary)).status, 201);
     };
     auto report = [&](int64_t trackId) {
         return postJson("tracks/" + std::to_string(trackId) + "/upload_status",

@@ -47,12 +47,6 @@ public:
     std::filesystem::path path;
 };
 
-std::string readWholeFile(const std::string& path)
-{
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), {});
-}
-
 // Writes a self-signed certificate for 127.0.0.1 and its key as PEM files.
 void writeCertificate(const std::string& certificatePath, const std::string& keyPath)
 {

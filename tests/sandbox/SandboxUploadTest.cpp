@@ -5,8 +5,6 @@
 
 #include <filesystem>
 
-#include <fstream>
-#include <sstream>
 
 using namespace SandboxTesting;
 using SorvelSandbox::Endpoint;
@@ -14,7 +12,7 @@ using SorvelSandbox::Endpoint;
 namespace
 {
 
-const std::string kBoundary = "----------------------------XXBOUNDARY1A2B";
+const std::string kUploadBoundary = "----------------------------XXBOUNDARY1A2B";
 
 // A PCM WAV file: 44.1 kHz, stereo, 16 bits, `frames` sample frames of a simple pattern.
 std::string wavFile(uint32_t frames)
@@ -32,14 +30,6 @@ std::string wavFile(uint32_t frames)
     return file;
 }
 
-std::string readWholeFile(const std::string& path)
-{
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream contents;
-    contents << in.rdbuf();
-    return contents.str();
-}
-
 class SandboxUpload : public SandboxTest
 {
 protected:
@@ -50,7 +40,7 @@ protected:
     }
 
     HttpReply send(const UploadTicket& ticket, const std::string& body,
-                   const std::string& contentType = uploadContentType(kBoundary))
+                   const std::string& contentType = uploadContentType(kUploadBoundary))
     {
         return http.post(ticket.url, body, contentType);
     }
@@ -87,7 +77,7 @@ TEST_F(SandboxUpload, StoresTheFileOfACorrectBodyAndRecordsItsDigest)
     ASSERT_EQ(ticket.fields.size(), 3u);
     EXPECT_EQ(ticket.fields[1], (std::pair<std::string, std::string>{"track_id", "9002"}));
     const std::string file = wavFile(4410);
-    const std::string body = uploadBody(kBoundary, ticket.fields, "Tunnel (final).wav", file);
+    const std::string body = uploadBody(kUploadBoundary, ticket.fields, "Tunnel (final).wav", file);
     HttpReply reply = send(ticket, body);
     EXPECT_EQ(reply.status, 201) << reply.body;
 
@@ -102,7 +92,7 @@ TEST_F(SandboxUpload, StoresTheFileOfACorrectBodyAndRecordsItsDigest)
     std::vector<SorvelSandbox::LoggedRequest> logged = sandbox.requestLog().entries(Endpoint::Upload);
     ASSERT_EQ(logged.size(), 1u);
     EXPECT_EQ(logged[0].bodyBytes, body.size());
-    EXPECT_EQ(logged[0].contentType, uploadContentType(kBoundary));
+    EXPECT_EQ(logged[0].contentType, uploadContentType(kUploadBoundary));
     EXPECT_TRUE(logged[0].error.empty()) << logged[0].error;
 
     // The track waits for its completion report; the service measured the WAV file's length.
@@ -130,7 +120,7 @@ TEST_F(SandboxUpload, AcceptsAnyValidBoundaryAnEmptyFileAndAUtf8FileName)
         EXPECT_EQ(reply.status, 201) << boundary << ": " << reply.body;
     }
     const UploadTicket ticket = uploadToken(http, sandbox, session, 9003);
-    HttpReply reply = send(ticket, uploadBody(kBoundary, ticket.fields, "S\xC3\xA5ng \xE2\x99\xAB.wav", ""));
+    HttpReply reply = send(ticket, uploadBody(kUploadBoundary, ticket.fields, "S\xC3\xA5ng \xE2\x99\xAB.wav", ""));
     EXPECT_EQ(reply.status, 201) << reply.body;
     const std::vector<SorvelSandbox::StoredFile> stored = sandbox.storedFiles();
     ASSERT_EQ(stored.size(), 4u);
@@ -143,9 +133,9 @@ TEST_F(SandboxUpload, RefusesTamperedBodiesAndLeavesTheUrlOpen)
 {
     const UploadTicket ticket = uploadToken(http, sandbox, session, 9001);
     const std::string file = wavFile(1000);
-    const std::string good = uploadBody(kBoundary, ticket.fields, "a.wav", file);
-    const std::string head = uploadBodyHead(kBoundary, ticket.fields, "a.wav");
-    const std::string delimiter = "--" + kBoundary + "\r\n";
+    const std::string good = uploadBody(kUploadBoundary, ticket.fields, "a.wav", file);
+    const std::string head = uploadBodyHead(kUploadBoundary, ticket.fields, "a.wav");
+    const std::string delimiter = "--" + kUploadBoundary + "\r\n";
     const std::string typeField = delimiter + "Content-Disposition: form-data; name=\"Content-Type\"\r\n\r\naudio/x-wav\r\n";
     auto replaced = [](std::string text, const std::string& from, const std::string& to) {
         const size_t at = text.find(from);
@@ -153,7 +143,7 @@ TEST_F(SandboxUpload, RefusesTamperedBodiesAndLeavesTheUrlOpen)
         return at == std::string::npos ? text : text.replace(at, from.size(), to);
     };
     auto fields = [&](std::vector<std::pair<std::string, std::string>> changed) {
-        return uploadBody(kBoundary, changed, "a.wav", file);
+        return uploadBody(kUploadBoundary, changed, "a.wav", file);
     };
     auto swapped = ticket.fields;
     std::swap(swapped[0], swapped[1]);
@@ -171,7 +161,7 @@ TEST_F(SandboxUpload, RefusesTamperedBodiesAndLeavesTheUrlOpen)
         std::string contentType;
         const char* error;
     };
-    const std::string multipart = uploadContentType(kBoundary);
+    const std::string multipart = uploadContentType(kUploadBoundary);
     const std::vector<Case> cases = {
         {"wrong field value", fields(wrongValue), multipart, "has the value \"9002\", expected \"9001\""},
         {"fields in another order", fields(swapped), multipart, "but the form field \"key\" was expected"},
@@ -180,9 +170,9 @@ TEST_F(SandboxUpload, RefusesTamperedBodiesAndLeavesTheUrlOpen)
         {"no Content-Type field", replaced(good, typeField, ""), multipart, "the form field \"Content-Type\" was expected"},
         {"another audio type", replaced(good, "audio/x-wav", "audio/wav"), multipart, "expected \"audio/x-wav\""},
         {"no closing delimiter", head + file, multipart, "closing delimiter"},
-        {"no CR LF after the closing delimiter", head + file + "\r\n--" + kBoundary + "--", multipart, "CR LF"},
+        {"no CR LF after the closing delimiter", head + file + "\r\n--" + kUploadBoundary + "--", multipart, "CR LF"},
         {"data after the closing delimiter", good + "\r\n", multipart, "follows the closing delimiter"},
-        {"a part after the file part", replaced(good, "\r\n--" + kBoundary + "--", "\r\n" + trailingPart.substr(0, trailingPart.size() - 2) + "\r\n--" + kBoundary + "--"),
+        {"a part after the file part", replaced(good, "\r\n--" + kUploadBoundary + "--", "\r\n" + trailingPart.substr(0, trailingPart.size() - 2) + "\r\n--" + kUploadBoundary + "--"),
          multipart, "follows the file part"},
         {"wrong file part type", replaced(good, "Content-Type: application/octet-stream", "Content-Type: audio/x-wav"),
          multipart, "Content-Type: application/octet-stream"},
@@ -195,7 +185,7 @@ TEST_F(SandboxUpload, RefusesTamperedBodiesAndLeavesTheUrlOpen)
          "the file part was expected"},
         {"bare LF in a header", replaced(good, "name=\"key\"\r\n", "name=\"key\"\n"), multipart, "bare LF"},
         {"a preamble", "preamble\r\n" + good, multipart, "must begin with the delimiter"},
-        {"another boundary in the header", good, uploadContentType(kBoundary + "X"), "must begin with the delimiter"},
+        {"another boundary in the header", good, uploadContentType(kUploadBoundary + "X"), "must begin with the delimiter"},
         {"not multipart", good, "application/octet-stream", "multipart/form-data"},
         {"no boundary", good, "multipart/form-data", "no boundary"},
         {"empty body", "", multipart, "the body is empty"},
@@ -217,10 +207,10 @@ TEST_F(SandboxUpload, RefusesTamperedBodiesAndLeavesTheUrlOpen)
 TEST_F(SandboxUpload, FileBytesThatResembleTheDelimiterArriveIntact)
 {
     // Everything here starts like the delimiter but is not one.
-    const std::string file = "\r\n--" + kBoundary.substr(0, kBoundary.size() - 1) + "X\r\n--\r\n-" + "\r\n--" +
-                             kBoundary.substr(0, 10) + std::string(100000, '\r') + "\r\n-";
+    const std::string file = "\r\n--" + kUploadBoundary.substr(0, kUploadBoundary.size() - 1) + "X\r\n--\r\n-" + "\r\n--" +
+                             kUploadBoundary.substr(0, 10) + std::string(100000, '\r') + "\r\n-";
     const UploadTicket ticket = uploadToken(http, sandbox, session, 9001);
-    HttpReply reply = send(ticket, uploadBody(kBoundary, ticket.fields, "edge.wav", file));
+    HttpReply reply = send(ticket, uploadBody(kUploadBoundary, ticket.fields, "edge.wav", file));
     EXPECT_EQ(reply.status, 201) << reply.body;
     ASSERT_EQ(sandbox.storedFiles().size(), 1u);
     EXPECT_EQ(readWholeFile(sandbox.storedFiles()[0].path), file);
@@ -231,11 +221,11 @@ TEST_F(SandboxUpload, UploadUrlsAndReportsBelongToTheirTrack)
     EXPECT_EQ(statusCode(reportUploaded(9003).body), 409);
     HttpReply reply = http.post(sandbox.baseUrl().substr(0, sandbox.baseUrl().size() - 4) + "upload/" +
                                     std::string(32, 'f'),
-                                uploadBody(kBoundary, {}, "a.wav", "x"), uploadContentType(kBoundary));
+                                uploadBody(kUploadBoundary, {}, "a.wav", "x"), uploadContentType(kUploadBoundary));
     EXPECT_EQ(reply.status, 404);
 
     const UploadTicket ticket = uploadToken(http, sandbox, session, 9003);
-    EXPECT_EQ(send(ticket, uploadBody(kBoundary, ticket.fields, "a.wav", "abc")).status, 201);
+    EXPECT_EQ(send(ticket, uploadBody(kUploadBoundary, ticket.fields, "a.wav", "abc")).status, 201);
     EXPECT_EQ(sandbox.storedFiles().at(0).trackId, 9003);
     EXPECT_EQ(statusCode(reportUploaded(9003).body), 200);
     EXPECT_EQ(statusCode(reportUploaded(424242).body), 404);
@@ -276,7 +266,7 @@ TEST_F(SandboxDiscardingUploads, AFileIsCheckedAndCountedButNotStored)
 {
     const UploadTicket ticket = uploadToken(http, sandbox, session, 9002);
     const std::string file = wavFile(4410);
-    HttpReply reply = send(ticket, uploadBody(kBoundary, ticket.fields, "kept nowhere.wav", file));
+    HttpReply reply = send(ticket, uploadBody(kUploadBoundary, ticket.fields, "kept nowhere.wav", file));
     EXPECT_EQ(reply.status, 201) << reply.body;
     std::vector<SorvelSandbox::StoredFile> stored = sandbox.storedFiles();
     ASSERT_EQ(stored.size(), 1u);
@@ -287,7 +277,7 @@ TEST_F(SandboxDiscardingUploads, AFileIsCheckedAndCountedButNotStored)
 
     // A tampered body is refused as usual.
     const UploadTicket second = uploadToken(http, sandbox, session, 9001);
-    std::string body = uploadBody(kBoundary, second.fields, "b.wav", file);
+    std::string body = uploadBody(kUploadBoundary, second.fields, "b.wav", file);
     body.resize(body.size() - 10);
     EXPECT_EQ(send(second, body).status, 400);
     EXPECT_EQ(sandbox.storedFiles().size(), 1u);
@@ -296,7 +286,7 @@ TEST_F(SandboxDiscardingUploads, AFileIsCheckedAndCountedButNotStored)
 TEST_F(SandboxExpiredUploads, AnExpiredUploadUrlIsRefused)
 {
     const UploadTicket ticket = uploadToken(http, sandbox, session, 9001);
-    HttpReply reply = send(ticket, uploadBody(kBoundary, ticket.fields, "a.wav", "abc"));
+    HttpReply reply = send(ticket, uploadBody(kUploadBoundary, ticket.fields, "a.wav", "abc"));
     EXPECT_EQ(reply.status, 403);
     EXPECT_NE(reply.body.find("expired"), std::string::npos);
     EXPECT_TRUE(sandbox.storedFiles().empty());

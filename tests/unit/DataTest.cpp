@@ -2,17 +2,14 @@
 #include "framework/data/Attributes.h"
 #include "framework/data/Variant.h"
 
+#include "tests/support/PrintString.h"
+
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <limits>
 
 using namespace KVX;
-
-namespace KVX {
-// Failure messages show the text rather than the object's bytes.
-inline void PrintTo(const String& text, std::ostream* out) { *out << '"' << text.toUtf8() << '"'; }
-} // namespace KVX
 
 TEST(Variant, ConvertsToStringByTheVariantRule)
 {

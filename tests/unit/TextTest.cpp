@@ -5,17 +5,14 @@
 #include "framework/text/TextFormatter.h"
 #include "framework/text/TextTable.h"
 
+#include "tests/support/PrintString.h"
+
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <limits>
 
 using namespace KVX;
-
-namespace KVX {
-// Failure messages show the text rather than the object's bytes.
-inline void PrintTo(const String& text, std::ostream* out) { *out << '"' << text.toUtf8() << '"'; }
-} // namespace KVX
 
 namespace {
 

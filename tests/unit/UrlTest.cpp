@@ -1,13 +1,10 @@
 #include "framework/data/Url.h"
 
+#include "tests/support/PrintString.h"
+
 #include <gtest/gtest.h>
 
 using namespace KVX;
-
-namespace KVX {
-// Failure messages show the text rather than the object's bytes.
-inline void PrintTo(const String& text, std::ostream* out) { *out << '"' << text.toUtf8() << '"'; }
-} // namespace KVX
 
 TEST(Url, ParsesDisplayStringIntoDecodedParts)
 {
