@@ -117,7 +117,7 @@ ProgramResult runProgram(std::vector<std::string> arguments, const std::vector<S
     close(pipeEnds[1]);
 
     ProgramResult result;
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
     size_t step = 0;
     for (;;)
     {
