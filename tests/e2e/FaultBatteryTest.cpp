@@ -10,7 +10,6 @@
 #include "tests/security/ShellCommand.h"
 #include "tests/support/LoopbackSocket.h"
 
-#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
@@ -65,37 +64,6 @@ struct Outcome
     std::string rows;    ///< the rows' states in the JSON report; empty: no report (ended earlier)
     bool keptRendered = false;
 };
-
-/// A listening socket on 127.0.0.1 that never answers: with `closeAtOnce` it accepts each
-/// connection and closes it straight away, else it accepts none (connections wait in its
-/// backlog, as on a server that hangs).
-class MuteServer
-{
-public:
-    explicit MuteServer(bool closeAtOnce)
-    {
-        fd_ = TestSupport::bindLoopback(port_, 16);
-        if (closeAtOnce)
-            thread_ = std::thread([this] {
-                for (int client; (client = ::accept(fd_, nullptr, nullptr)) >= 0;)
-                    ::close(client);
-            });
-    }
-    ~MuteServer()
-    {
-        ::shutdown(fd_, SHUT_RDWR);
-        ::close(fd_);
-        if (thread_.joinable())
-            thread_.join();
-    }
-    int port() const { return port_; }
-
-private:
-    int fd_ = -1;
-    int port_ = 0;
-    std::thread thread_;
-};
-
 
 std::string bytesOf(const std::string& path)
 {
@@ -266,10 +234,11 @@ TEST_F(FaultSuite, EveryStepFailingInEveryWayEndsAsTheUserExpects)
     };
     cases.push_back({Step::UploadPost, "connection refused",
                      [](FaultSuite&, SorvelSandbox::Sandbox& service) {
+                         auto refusing = std::make_shared<TestSupport::RefusingPort>();
                          const std::string reply = R"({"status_code":200,"data":{"url":"http://127.0.0.1:)" +
-                                                   std::to_string(TestSupport::closedLoopbackPort()) + R"(/upload/gone","post_data":{}}})";
+                                                   std::to_string(refusing->port()) + R"(/upload/gone","post_data":{}}})";
                          service.injectFault(Endpoint::UploadToken, Fault::replacedBody(reply));
-                         return std::shared_ptr<void>();
+                         return std::shared_ptr<void>(refusing);
                      },
                      trackFailed});
     cases.push_back({Step::UploadPost, "connection reset mid-body", onUpload(Fault::dropConnection()), trackFailed});
@@ -283,19 +252,23 @@ TEST_F(FaultSuite, EveryStepFailingInEveryWayEndsAsTheUserExpects)
     cases.push_back({Step::UploadPost, "200, empty body", onUpload(Fault::emptyBody()), uploaded});
     cases.push_back({Step::UploadPost, "HTTP 302", onUpload(Fault::httpStatus(302)), uploaded});
 
-    // The configured service itself.
-    const auto elsewhere = [](std::shared_ptr<MuteServer> server, bool listening) {
-        return [server, listening](FaultSuite& suite, SorvelSandbox::Sandbox&) {
-            const int port = listening ? server->port() : TestSupport::closedLoopbackPort();
-            suite.useServer("http://127.0.0.1:" + std::to_string(port) + "/api/");
+    // The configured service itself: each case's server is made when the case begins and lives
+    // until it ends.
+    const auto elsewhere = [](auto makeServer) {
+        return [makeServer](FaultSuite& suite, SorvelSandbox::Sandbox&) {
+            const auto server = makeServer();
+            suite.useServer("http://127.0.0.1:" + std::to_string(server->port()) + "/api/");
             return std::shared_ptr<void>(server);
         };
     };
-    cases.push_back({Step::Configuration, "connection refused", elsewhere(nullptr, false),
+    using TestSupport::MuteServer;
+    cases.push_back({Step::Configuration, "connection refused",
+                     elsewhere([] { return std::make_shared<TestSupport::RefusingPort>(); }),
                      {1, "cannot reach the service at http://127.0.0.1:", "", false}});
-    cases.push_back({Step::Configuration, "never answers", elsewhere(std::make_shared<MuteServer>(false), true),
-                     noAnswerAtSignIn});
-    cases.push_back({Step::Configuration, "closes every connection", elsewhere(std::make_shared<MuteServer>(true), true),
+    cases.push_back({Step::Configuration, "never answers",
+                     elsewhere([] { return std::make_shared<MuteServer>(MuteServer::Accepts::none); }), noAnswerAtSignIn});
+    cases.push_back({Step::Configuration, "closes every connection",
+                     elsewhere([] { return std::make_shared<MuteServer>(MuteServer::Accepts::andCloses); }),
                      noAnswerAtSignIn});
 
     ASSERT_GE(cases.size(), 40u);

@@ -8,8 +8,6 @@
 #include "tests/support/BuildPaths.h"
 #include "tests/support/LoopbackSocket.h"
 
-#include <atomic>
-#include <optional>
 #include <pty.h>
 #include <set>
 #include <sys/stat.h>
@@ -27,71 +25,6 @@ std::string cdWave(const fs::path& path, const std::function<double(std::int64_t
     EXPECT_TRUE(RenderTest::writeSound(path, SF_FORMAT_WAV | SF_FORMAT_PCM_16, 44100, 2, 44100, sample));
     return path.string();
 }
-
-/// A server that takes every connection and never answers. It notes when the first connection
-/// came and when the client closed the last, so that a test times the client's waits apart from
-/// the time its program takes to start and end (seconds, under a sanitizer on a busy machine).
-class StallingServer
-{
-public:
-    StallingServer() { thread_ = std::thread([this] { serve(); }); }
-    ~StallingServer() { (void)secondsConnected(); }
-    int port() const { return port_; }
-
-    /// Seconds from the first connection to the close of the last, once the client has closed
-    /// them all (given 10 s more for it); -1 without a connection or with one left open.
-    double secondsConnected()
-    {
-        stopping_ = true;
-        if (thread_.joinable())
-        {
-            thread_.join();
-            ::close(listening_);
-        }
-        if (!firstConnected_ || open_ > 0)
-            return -1;
-        return std::chrono::duration<double>(*lastClosed_ - *firstConnected_).count();
-    }
-
-private:
-    void serve()
-    {
-        std::vector<pollfd> watched = {{listening_, POLLIN, 0}};
-        for (int waited = 0; !stopping_ || (watched.size() > 1 && waited < 200);)
-        {
-            if (::poll(watched.data(), watched.size(), 50) <= 0)
-            {
-                waited += stopping_ ? 1 : 0;
-                continue;
-            }
-            char buffer[4096];
-            for (size_t index = watched.size() - 1; index > 0; --index)
-                if (watched[index].revents != 0 && ::read(watched[index].fd, buffer, sizeof buffer) <= 0)
-                {
-                    lastClosed_ = std::chrono::steady_clock::now();
-                    ::close(watched[index].fd);
-                    watched.erase(watched.begin() + static_cast<std::ptrdiff_t>(index));
-                }
-            const int client = (watched[0].revents & POLLIN) ? ::accept(listening_, nullptr, nullptr) : -1;
-            if (client >= 0)
-            {
-                firstConnected_ = firstConnected_.value_or(std::chrono::steady_clock::now());
-                watched.push_back({client, POLLIN, 0});
-            }
-        }
-        open_ = watched.size() - 1;
-        for (size_t index = 1; index < watched.size(); ++index)
-            ::close(watched[index].fd);
-    }
-
-    int port_ = 0;
-    int listening_ = TestSupport::bindLoopback(port_, 16);
-    std::atomic<bool> stopping_{false};
-    std::thread thread_;
-    // Written by the serving thread, read once it has ended.
-    std::optional<std::chrono::steady_clock::time_point> firstConnected_, lastClosed_;
-    size_t open_ = 0;
-};
 
 /// Every text of the plug-in's table wrapped and accented, as a translator's test file does, so
 /// that anything still compared with the English words fails.
@@ -471,7 +404,7 @@ TEST_F(PublishContract, TheTimeoutBoundsTheWholeWaitOfACommand)
     // A login kept in the keyring makes the gadget's start sign in silently: two requests in
     // turn when the service stops answering, the silent sign-in and the sign-in after it.
     ASSERT_EQ(sorvel({"signin", "--user", login.username, "--password-stdin", "--remember"}, login.password).exitCode, 0);
-    StallingServer server;
+    TestSupport::MuteServer server(TestSupport::MuteServer::Accepts::andHolds);
     std::vector<std::string> variables = environment();
     for (std::string& variable : variables)
         if (variable.rfind("SORVEL_SERVER_URL=", 0) == 0)

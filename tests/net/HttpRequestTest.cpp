@@ -298,13 +298,14 @@ TEST(HttpRequest, RefusesBadArgumentsAndASecondCallWhileBusy)
 TEST(HttpRequest, AFailedCallEndsWithErrorThenLoadEndAndNoResponse)
 {
     LocalHttpServer server;
+    const TestSupport::RefusingPort refusing;
     auto body = memoryStream("{\"a\":1}");
     // Time-outs are taken when the request object is made. The late answer comes three seconds
     // after the body went out: the stall time-out counts from the last byte moved, so ends the call.
     // Each case checks the whole error text, or only its start.
     for (const auto& [name, method, url, body, shortTimeOuts, wholeError, error] :
          std::vector<std::tuple<const char*, const char*, std::string, IStream*, bool, bool, std::string>>{
-             {"refused", "GET", "http://127.0.0.1:" + std::to_string(TestSupport::closedLoopbackPort()) + "/",
+             {"refused", "GET", "http://127.0.0.1:" + std::to_string(refusing.port()) + "/",
               nullptr, false, false, ""},
              {"silent server", "GET", server.url("/silent"), nullptr, true, false, "timed out"},
              {"late answer", "POST", server.url("/late"), body.get(), true, true, "timed out: nothing moved for 1 s"}})
