@@ -3,11 +3,14 @@
 #include "host/app/Runtime.h"
 #include "host/app/SourceFile.h"
 
+#include <filesystem>
 #include <map>
 #include <string>
 #include <vector>
 
 namespace Host {
+
+class PublishLedger;
 
 /// `sorvel publish`: what to publish and how to report it.
 struct PublishOptions
@@ -50,11 +53,21 @@ int checkFiles(const CheckOptions& options);
 /// track table, uploads with progress per row and reports how it ended.
 int publish(const PublishOptions& options);
 
+/// How a batch of the hot folder begins.
+struct BatchStart
+{
+    double signInSeconds = 0;       ///< what the report gives for the sign-in (the first batch's)
+    bool listProductsAgain = false; ///< read the account's products before the batch
+};
+
 /// Publishes one batch of opened files with a started and signed-in `runtime`, as publish does
-/// after its sign-in; `signInSeconds` is what the report gives for the sign-in. The exit code of
-/// the batch.
-int publishBatch(const PublishOptions& options, Runtime& runtime, const std::vector<SourceFile>& sources,
-                 double signInSeconds);
+/// after its sign-in: claims the product in `ledger` for the batch (waiting for another run that
+/// holds it), reads the products again when `start` asks, sends what the ledger does not find
+/// unchanged and records each confirmed upload. The exit code of the batch; kServiceFailed also
+/// when another run still held the product. With kUsage, `unusable` names the file that could not
+/// be rendered or read when one did that.
+int publishBatch(const PublishOptions& options, Runtime& runtime, PublishLedger& ledger,
+                 const std::vector<SourceFile>& sources, const BatchStart& start, std::filesystem::path& unusable);
 
 /// `sorvel publish --watch`: signs in once, then publishes what is finished in the watched
 /// folders batch after batch until Ctrl-C (the running batch is cancelled, kInterrupted) or

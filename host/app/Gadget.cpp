@@ -1,5 +1,6 @@
 #include "host/app/Gadget.h"
 
+#include "framework/command/Menu.h"
 #include "framework/component/Message.h"
 #include "framework/hostsupport/EventWait.h"
 #include "framework/interfaces/IParameter.h"
@@ -14,13 +15,14 @@ using namespace KVX;
 
 namespace {
 
-ISubject* subjectOf(IComponent* component)
+/// An interface of `object`, or null; the object keeps it alive.
+template <class T> T* interfaceOf(IUnknown* object)
 {
-    void* subject = nullptr;
-    if (!component || component->queryInterface(ISubject::kIID, &subject) != kResultOk)
+    void* result = nullptr;
+    if (!object || object->queryInterface(T::kIID, &result) != kResultOk)
         return nullptr;
-    static_cast<ISubject*>(subject)->release(); // the component keeps it alive
-    return static_cast<ISubject*>(subject);
+    static_cast<T*>(result)->release();
+    return static_cast<T*>(result);
 }
 
 /// Splits "Child.name" into its child component and name; the gadget itself without a dot.
@@ -52,7 +54,7 @@ std::string textOf(const ValueRecord& value)
 void Gadget::open(IComponent* component, IUnknown* context)
 {
     component_ = component;
-    if (ISubject* subject = subjectOf(component_))
+    if (ISubject* subject = interfaceOf<ISubject>(component_))
         subject->addObserver(this);
     component_->initialize(context);
 }
@@ -61,7 +63,7 @@ void Gadget::close()
 {
     if (!component_)
         return;
-    if (ISubject* subject = subjectOf(component_))
+    if (ISubject* subject = interfaceOf<ISubject>(component_))
         subject->removeObserver(this);
     component_->terminate();
     component_.reset();
@@ -135,6 +137,34 @@ std::vector<std::string> Gadget::entries(const std::string& path) const
     return result;
 }
 
+bool Gadget::chooseMenuCommand(const std::string& path, const std::string& category, const std::string& name)
+{
+    IComponent* owner = nullptr;
+    IParameter* parameter = find(path, &owner);
+    auto* controller = interfaceOf<IObserver>(owner);
+    if (!parameter || !controller)
+        return false;
+    // The menu a form shows for the list: its entries, then what the controller adds to them.
+    auto menu = makeRef<Menu>();
+    for (int32 i = 0; i < parameter->countEntries(); ++i)
+    {
+        ValueRecord entry;
+        parameter->readEntry(i, entry);
+        menu->addEntry(String(textOf(entry).c_str()), "", "", "", nullptr);
+    }
+    std::string parameterName;
+    ownerOf(component_, path, parameterName);
+    controller->notify(nullptr, *Message::make("extendMenu", {Variant(static_cast<Object*>(menu.get())),
+                                                               Variant(parameterName.c_str())}));
+    for (int32 i = parameter->countEntries(); i < menu->countEntries(); ++i)
+    {
+        MenuEntryRecord entry{};
+        if (menu->getEntry(i, entry) == kResultOk && category == entry.category && name == entry.name)
+            return entry.enabled && menu->chooseEntry(i) == kResultOk;
+    }
+    return false;
+}
+
 int64 Gadget::property(const std::string& path) const
 {
     std::string name;
@@ -147,12 +177,7 @@ int64 Gadget::property(const std::string& path) const
 
 IItemModel* Gadget::trackList() const
 {
-    IUnknown* object = component_ ? component_->lookupObject("trackList") : nullptr;
-    void* model = nullptr;
-    if (!object || object->queryInterface(IItemModel::kIID, &model) != kResultOk)
-        return nullptr;
-    static_cast<IItemModel*>(model)->release(); // the gadget keeps it alive
-    return static_cast<IItemModel*>(model);
+    return interfaceOf<IItemModel>(component_ ? component_->lookupObject("trackList") : nullptr);
 }
 
 bool Gadget::settle(uint32 timeoutMs, const std::atomic<bool>* interrupted)

@@ -43,6 +43,10 @@ public:
     void press(const std::string& path) { setNumber(path, 1, true); }
     /// The entries of a list parameter as texts.
     std::vector<std::string> entries(const std::string& path) const;
+    /// Chooses the command `category`/`name` that the gadget adds to the menu of the list `path`,
+    /// as the form's user picks it from the list's menu; false when the menu has no such entry or
+    /// the gadget refuses it now.
+    bool chooseMenuCommand(const std::string& path, const std::string& category, const std::string& name);
     /// A property of the gadget or, as "Child.name", of a child; 0 when there is none.
     KVX::int64 property(const std::string& path) const;
 

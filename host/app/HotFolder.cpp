@@ -1,5 +1,7 @@
 #include "host/app/Commands.h"
 #include "host/app/Complaint.h"
+#include "host/app/JsonOutput.h"
+#include "host/ledger/PublishLedger.h"
 #include "host/watch/DescriptorWaker.h"
 #include "host/watch/FolderWatch.h"
 
@@ -73,6 +75,14 @@ public:
                            entries_.end());
     }
 
+    /// Makes the files still listed a batch that is due at once (after a file of the last one
+    /// could not be rendered, the others go without it and without waiting for another export).
+    void dueNow()
+    {
+        fresh_ = !entries_.empty();
+        last_ = Clock::time_point();
+    }
+
     size_t size() const { return entries_.size(); }
 
 private:
@@ -108,6 +118,19 @@ int publishWatched(const PublishOptions& options)
             complain("%s was given %zu times: with --watch give it once, for every file", flag.c_str(), values.size());
             return kUsage;
         }
+    // The first batch creates the product when the account has none of its name, and the later
+    // batches add to it: --new-product would create another product for every batch.
+    if (options.newProduct)
+    {
+        complain("--new-product cannot be used with --watch: each batch would create another product. Without "
+                 "it the first batch creates the product when none has its name, and later batches add to it");
+        return kUsage;
+    }
+    if (options.retries > 0)
+    {
+        complain("--retry cannot be used with --watch: the files of a batch that failed go with the next batch");
+        return kUsage;
+    }
     // The folders are watched before the sign-in: what is exported meanwhile is not missed.
     std::string error;
     std::unique_ptr<FolderWatch> watch =
@@ -116,6 +139,14 @@ int publishWatched(const PublishOptions& options)
     {
         complain("%s", error.c_str());
         return kUsage;
+    }
+    // The ledger is opened before anything is sent: one that cannot be used stops the command,
+    // as it stops publish.
+    const std::unique_ptr<PublishLedger> ledger = PublishLedger::open(PublishLedger::defaultFile(), error);
+    if (!ledger)
+    {
+        complain("%s", error.c_str());
+        return kConfiguration;
     }
     finishWorkOnTerminate();
 
@@ -195,20 +226,17 @@ int publishWatched(const PublishOptions& options)
         finished.remove(unreadable); // gone or no longer audio: a new export lists it again
         if (sources.empty())
             continue;
-        // The plug-in reads the account's products again after each batch; without them the
-        // product named could not be found and a second one of its name would be created.
-        if (!runtime.productsListed() && !options.newProduct)
-        {
-            Runtime::productsNotListed();
-            complain("the batch waits for the next finished file; to create a new product all the same, give "
-                     "--new-product");
-            if (options.json)
-                printFailureJson(kServiceFailed);
-            continue;
-        }
         say(options.json, "Publishing %zu file%s: %s", sources.size(), sources.size() == 1 ? "" : "s", names.c_str());
-        const int code = publishBatch(options, runtime, sources, signInSeconds);
-        signInSeconds = 0;   // the sign-in belongs to the first batch
+        // The account's products are read before each batch: the product that an earlier batch
+        // created (also one that failed after creating it) is then found by its name and not
+        // created again, and a list that could not be read at the sign-in is asked for again.
+        const unsigned documentsBefore = JsonOutput::printedCount();
+        fs::path unusable;
+        const int code = publishBatch(options, runtime, *ledger, sources, {signInSeconds, true}, unusable);
+        signInSeconds = 0; // the sign-in belongs to the first batch
+        // A batch that ended before its report still gives its JSON line: one per batch.
+        if (options.json && code != kDone && JsonOutput::printedCount() == documentsBefore)
+            printFailureJson(code);
         std::fflush(stdout); // each batch's report (its JSON line) as soon as it ends, also into a pipe
         switch (code)
         {
@@ -221,14 +249,28 @@ int publishWatched(const PublishOptions& options)
             say(options.json, "Held back: %s (export the file again to publish it)", names.c_str());
             finished.remove(batch);
             break;
-        case kUsage: // the files could not be rendered; said why
-            finished.remove(batch);
+        case kUsage: // a file could not be rendered or read; said why
+        {
+            const auto failed = std::find_if(batch.begin(), batch.end(), [&](const FinishedFiles::Entry& entry) {
+                return !unusable.empty() && entry.path == unusable;
+            });
+            if (failed == batch.end())
+            {
+                finished.remove(batch);
+                break;
+            }
+            // Only that file is dropped (a new export lists it again); the others go at once.
+            finished.remove({*failed});
+            say(options.json, "Skipped %s: it could not be rendered (export it again to publish it)",
+                failed->path.c_str());
+            finished.dueNow();
             break;
+        }
         case kServiceFailed:
             say(options.json, "Not published; %zu file%s wait%s for the next batch", finished.size(),
                 finished.size() == 1 ? "" : "s", finished.size() == 1 ? "s" : "");
             break;
-        default: // cancelled with Ctrl-C, the session expired, the configuration cannot be used
+        default: // cancelled with Ctrl-C, the session expired, the configuration or the ledger cannot be used
             return code;
         }
     }

@@ -61,18 +61,18 @@ std::string JsonOutput::toText() const
 
 namespace {
 
-bool printed = false;
+unsigned printed = 0;
 
 } // namespace
 
-bool JsonOutput::printedAny()
+unsigned JsonOutput::printedCount()
 {
     return printed;
 }
 
 void JsonOutput::print(FILE* out) const
 {
-    printed = true;
+    ++printed;
     std::fprintf(out, "%s\n", toText().c_str());
     std::fflush(out);
 }

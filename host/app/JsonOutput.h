@@ -52,8 +52,9 @@ public:
 
     rapidjson::Document::AllocatorType& allocator() { return document_.GetAllocator(); }
 
-    /// Whether this process printed a document already (a command prints one for every outcome).
-    static bool printedAny();
+    /// How many documents this process printed (a command prints one for every outcome; the hot
+    /// folder one for every batch).
+    static unsigned printedCount();
 
 private:
     Value fromVariant(const KVX::Variant& value);

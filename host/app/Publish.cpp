@@ -252,6 +252,8 @@ public:
     }
     /// Whether the run failed for a reason of the network or the service (no answer, HTTP 5xx).
     bool transientFailure() const { return transient_; }
+    /// The source that could not be rendered or read, when one ended the run (kUsage).
+    const std::filesystem::path& unusable() const { return batch_.unusable; }
 
 private:
     int render();
@@ -383,6 +385,7 @@ int PublishRun::judgeFiles()
         std::string error;
         if (!digestsOf(file.source, file.metadata, file.trackName(), digests_[i], error))
         {
+            batch_.unusable = file.source;
             complain("%s", error.c_str());
             return kUsage;
         }
@@ -826,12 +829,26 @@ std::string productNameOf(const PublishOptions& options, const std::vector<Sourc
 /// How long a run waits for another run that publishes to the same product.
 constexpr std::chrono::seconds kClaimWait{120};
 
+/// The claim a run took, to give it up before the run ends (the hot folder, batch after batch).
+struct ClaimedProduct
+{
+    std::string service; ///< empty: nothing was claimed
+    std::string product;
+    bool heldElsewhere = false; ///< another live run still held it when the wait ended
+};
+
+/// The account is not known before the sign-in: a claim covers the product's name on every
+/// account of the service.
+constexpr const char* kAnyAccount = "*";
+
 /// Two runs that publish to one product take turns: the product is claimed in the ledger before
-/// signing in, so that the product list a run reads already shows what the run before it did.
+/// the run reads the product list, so that the list already shows what the run before it did.
 /// The account is not known before the sign-in, so the claim covers the name on every account
 /// of the service (runs to two accounts' products of one name merely wait for each other).
-/// kDone, or kConfiguration after saying why.
-int claimProduct(const PublishOptions& options, const std::vector<SourceFile>& sources, PublishLedger& ledger)
+/// kDone, or kConfiguration after saying why (with `claimed.heldElsewhere` when another run
+/// still holds the product).
+int claimProduct(const PublishOptions& options, const std::vector<SourceFile>& sources, PublishLedger& ledger,
+                 ClaimedProduct& claimed)
 {
     const std::string product = productNameOf(options, sources);
     Settings settings;
@@ -839,29 +856,32 @@ int claimProduct(const PublishOptions& options, const std::vector<SourceFile>& s
     // The embedded sandbox lives and dies with its run: nothing to share, nothing to claim.
     if (product.empty() || options.dryRun || !Settings::load(settings, error) || !settings.hasServer())
         return kDone;
-    static constexpr const char* kAnyAccount = "*";
     PublishLedger::Claim claim;
     if (!ledger.claimProduct(settings.serverUrl, kAnyAccount, product, std::chrono::milliseconds(0), claim, error))
     {
         complain("%s", error.c_str());
         return kConfiguration;
     }
-    if (claim.taken)
-        return kDone;
-    complain("another sorvel (process %lld) is publishing to \"%s\"; waiting up to %lld s for it to end",
-             static_cast<long long>(claim.heldBy), product.c_str(), static_cast<long long>(kClaimWait.count()));
-    if (!ledger.claimProduct(settings.serverUrl, kAnyAccount, product, kClaimWait, claim, error))
+    if (!claim.taken)
     {
-        complain("%s", error.c_str());
-        return kConfiguration;
+        complain("another sorvel (process %lld) is publishing to \"%s\"; waiting up to %lld s for it to end",
+                 static_cast<long long>(claim.heldBy), product.c_str(), static_cast<long long>(kClaimWait.count()));
+        if (!ledger.claimProduct(settings.serverUrl, kAnyAccount, product, kClaimWait, claim, error))
+        {
+            complain("%s", error.c_str());
+            return kConfiguration;
+        }
     }
     if (!claim.taken)
     {
         complain("another sorvel (process %lld) is still publishing to \"%s\"; nothing was sent. Try again when it "
                  "has ended",
                  static_cast<long long>(claim.heldBy), product.c_str());
+        claimed.heldElsewhere = true;
         return kConfiguration;
     }
+    claimed.service = settings.serverUrl;
+    claimed.product = product;
     return kDone;
 }
 
@@ -935,7 +955,8 @@ int publish(const PublishOptions& options)
         complain("%s", error.c_str());
         return kConfiguration;
     }
-    if (int code = claimProduct(options, sources, *ledger); code != kDone)
+    ClaimedProduct claimed; // held until the process ends
+    if (int code = claimProduct(options, sources, *ledger, claimed); code != kDone)
         return code;
     // A retry signs in again: the password given on standard input is read once, for every try.
     PublishOptions tries = options;
@@ -959,13 +980,47 @@ int publish(const PublishOptions& options)
     }
 }
 
-int publishBatch(const PublishOptions& options, Runtime& runtime, const std::vector<SourceFile>& sources,
-                 double signInSeconds)
+int publishBatch(const PublishOptions& options, Runtime& runtime, PublishLedger& ledger,
+                 const std::vector<SourceFile>& sources, const BatchStart& start, std::filesystem::path& unusable)
 {
-    StepTimes times;
-    times.signIn = signInSeconds;
-    PublishRun run(options, runtime, sources);
-    return run.run(times);
+    unusable.clear();
+    ClaimedProduct claimed;
+    if (int code = claimProduct(options, sources, ledger, claimed); code != kDone)
+        return claimed.heldElsewhere ? kServiceFailed : code; // the files wait for the next batch
+    int code = kDone;
+    // Read after the claim: the list shows what another run to the product did before it. The
+    // product this watch created in a batch that failed later is in it too, so that the next
+    // batch adds to it rather than create another of its name.
+    if (start.listProductsAgain && !runtime.listProductsAgain())
+    {
+        if (gInterrupted.load(std::memory_order_relaxed))
+            code = kInterrupted;
+        else if (runtime.gadget().phase() != Gadget::kSignedIn)
+        {
+            complain("%s", LanguageFile::text(Engine::TextKeys::kSessionExpired).c_str());
+            code = kSignInRefused;
+        }
+        else
+        {
+            Runtime::productsNotListed();
+            code = kServiceFailed;
+        }
+    }
+    if (code == kDone)
+    {
+        StepTimes times;
+        times.signIn = start.signInSeconds;
+        PublishRun run(options, runtime, sources, &ledger);
+        code = run.run(times);
+        unusable = run.unusable();
+    }
+    std::string error;
+    if (!claimed.product.empty() && !ledger.releaseProduct(claimed.service, kAnyAccount, claimed.product, error))
+    {
+        complain("%s", error.c_str());
+        return kConfiguration;
+    }
+    return code;
 }
 
 } // namespace Host

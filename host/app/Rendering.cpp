@@ -169,7 +169,8 @@ int renderBatch(Engine::IPublisher& publisher, const std::vector<SourceFile>& so
         batch.removeFolder();
         if (rendered.interrupted)
             return kInterrupted;
-        complain("%s: %s\n", tasks[rendered.failedTask].source.c_str(), rendered.error.c_str());
+        batch.unusable = tasks[rendered.failedTask].source;
+        complain("%s: %s\n", batch.unusable.c_str(), rendered.error.c_str());
         return kUsage;
     }
     for (size_t i = 0; i < batch.files.size(); ++i)

@@ -35,6 +35,8 @@ struct RenderedBatch
 
     std::filesystem::path folder;
     std::vector<File> files;
+    /// The source that could not be rendered or read, when one ended the batch (kUsage).
+    std::filesystem::path unusable;
     KVX::Ref<PublishedItemContainer> items;
 
     /// Removes the folder and what it holds.

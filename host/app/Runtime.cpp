@@ -302,6 +302,14 @@ bool Runtime::productsListed() const
     return !gadget_->entries("titlesList").empty();
 }
 
+bool Runtime::listProductsAgain()
+{
+    const unsigned before = answers_->catalogue().generation;
+    if (!gadget_->chooseMenuCommand("titlesList", "Application", "Request Titles"))
+        return false;
+    return gadget_->settle(kTimeoutMs, &gInterrupted) && answers_->catalogue().generation != before;
+}
+
 int Runtime::productsNotListed()
 {
     std::string reason = takeServiceFailure();

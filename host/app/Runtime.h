@@ -85,6 +85,10 @@ public:
     /// always ends in the entry that proposes a new product once a list arrived, and stays empty
     /// when the service's answer could not be read.
     bool productsListed() const;
+    /// Reads the account's products again, as the product list's "Refresh" entry does in the
+    /// gadget's form, and waits for the answer: true when the service answered with the list,
+    /// false when it did not answer, refused, or Ctrl-C ended the wait.
+    bool listProductsAgain();
     /// Says on standard error that the products could not be listed; returns kServiceFailed.
     static int productsNotListed();
     /// The last request since the previous call that got no usable answer from the service (no

@@ -135,6 +135,7 @@ void ServiceAnswers::noteAnswer(const Web::AnsweredCall& call, const Attributes&
         read.listed = true;
         read.account = queryValue(call.url, "account_id");
         std::lock_guard lock(mutex_);
+        read.generation = catalogue_.generation + 1;
         if (read.account.empty())
             read.account = catalogue_.account;
         for (size_t i = 0; i < titles->count(); ++i)

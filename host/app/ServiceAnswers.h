@@ -47,6 +47,7 @@ public:
     struct Catalogue
     {
         bool listed = false;
+        unsigned generation = 0; ///< how many product lists the service has answered so far
         std::string account;
         std::vector<Product> products;
         /// The first product named `name` (as the gadget picks it), or nothing.

@@ -231,7 +231,7 @@ int main(int argc, char** argv)
     // ended before it could print its own.
     const bool wantsJson = (*publishCommand && publishOptions.json) || (*checkCommand && checkOptions.json) ||
                            (!*publishCommand && !*checkCommand && !*gadgetCommand && json);
-    if (wantsJson && code != kDone && !JsonOutput::printedAny())
+    if (wantsJson && code != kDone && JsonOutput::printedCount() == 0)
         printFailureJson(code);
     return code;
 }

@@ -6,7 +6,10 @@
 
 #include "tests/e2e/SorvelProgram.h"
 
+#include <algorithm>
+#include <fstream>
 #include <functional>
+#include <set>
 #include <sstream>
 
 namespace {
@@ -68,14 +71,19 @@ protected:
 
     size_t requests(Endpoint endpoint) { return sandbox->requestLog().entries(endpoint).size(); }
 
-    /// The JSON lines of `text`, each checked against the schema's publish document.
+    /// The JSON lines of `text`, each checked against the schema: a publish or a failure document.
     static std::vector<rapidjson::Document> jsonLines(const std::string& text)
     {
         std::vector<rapidjson::Document> documents;
         std::istringstream lines(text);
         for (std::string line; std::getline(lines, line);)
         {
-            EXPECT_EQ(schemaError(line, "publish"), "");
+            // A batch's report, or the failure document of a batch that ended before it.
+            const std::string error = schemaError(line, "publish");
+            if (!error.empty())
+            {
+                EXPECT_EQ(schemaError(line, "failure"), "") << error;
+            }
             documents.push_back(parse(line));
         }
         return documents;
@@ -114,13 +122,43 @@ TEST_F(HotFolder, ExportsGoUpInBatchesUnderOneSignInAndAReExportReplacesItsTrack
     EXPECT_EQ(requests(Endpoint::CreateTrack), tracksCreated) << "the track was replaced, not added";
     EXPECT_EQ(sandbox->storedFiles().size(), 4u);
 
+    // Exported again as it was: the ledger finds it unchanged on the product, and nothing is sent.
+    exportFiles({"One.wav"});
+    out = child->readOutputUntil("\n", seconds(90));
+    batches = jsonLines(out);
+    ASSERT_EQ(batches.size(), 1u) << out;
+    EXPECT_STREQ(batches[0]["result"].GetString(), "uploaded") << out;
+    EXPECT_EQ(batches[0]["unchanged"].GetInt(), 1) << out;
+    EXPECT_EQ(batches[0]["uploaded"].GetInt(), 0) << out;
+    EXPECT_EQ(sandbox->storedFiles().size(), 4u) << "nothing sent for an unchanged export";
+    EXPECT_EQ(requests(Endpoint::CreateTitle), 1u) << "one product for every batch";
+
+    // The watch gives up its claim of the product after each batch: a publish of the user's own
+    // to the product goes at once while the watch waits for the next export.
+    const ProgramRun own = sorvel({"publish", "--user", login.username, "--password-stdin", "--no-progress",
+                                   "--product", "Hot Folder", flac("Bonus")},
+                                  login.password);
+    EXPECT_EQ(own.exitCode, 0) << own.err;
+    EXPECT_EQ(own.err.find("another sorvel"), std::string::npos) << own.err;
+
     // SIGTERM while it waits: it ends with 0 and nothing more on standard output.
     kill(child->pid(), SIGTERM);
     const ProgramRun run = child->wait();
     EXPECT_EQ(run.exitCode, 0) << run.err;
     EXPECT_EQ(run.out, "");
-    EXPECT_EQ(requests(Endpoint::SignIn), 1u) << "one sign-in for every batch";
+    EXPECT_EQ(requests(Endpoint::SignIn), 2u) << "one sign-in for every batch, one for the publish beside it";
     expectNoSecretIn(run, login.password);
+
+    // Every upload the watch made is in the ledger, as publish records them.
+    const ProgramRun history = sorvel({"history", "--json", "--product", "Hot Folder"}, "");
+    ASSERT_EQ(history.exitCode, 0) << history.err;
+    const auto recorded = parse(history.out);
+    ASSERT_TRUE(recorded.IsObject() && recorded.HasMember("uploads")) << history.out;
+    std::multiset<std::string> sources;
+    for (const auto& upload : recorded["uploads"].GetArray())
+        sources.insert(fs::path(upload["source"].GetString()).filename().string());
+    EXPECT_EQ(sources, (std::multiset<std::string>{"Bonus.flac", "One.wav", "Three.wav", "Two.wav", "Two.wav"}))
+        << history.out;
 }
 
 TEST_F(HotFolder, CtrlCCancelsTheRunningBatch)
@@ -161,6 +199,9 @@ TEST_F(HotFolder, AFailedBatchsFilesGoWithTheNextAndARemovedFolderEndsTheCommand
     out = child->readOutputUntil("tracks uploaded", seconds(90));
     EXPECT_NE(out.find("Publishing 2 files: First.wav, Second.wav"), std::string::npos) << out;
     EXPECT_NE(out.find("2 of 2 tracks uploaded"), std::string::npos) << out;
+    // The product and the track that the failed batch created are found again, not made twice.
+    EXPECT_EQ(requests(Endpoint::CreateTitle), 1u);
+    EXPECT_EQ(requests(Endpoint::CreateTrack), 2u);
 
     fs::remove_all(folder());
     const ProgramRun run = child->wait();
@@ -189,7 +230,44 @@ TEST_F(HotFolder, AStrictBatchWithFindingsIsHeldBackAndHoldsBackNoOther)
     EXPECT_NE(run.err.find("nothing was uploaded (--strict)"), std::string::npos) << run.err;
 }
 
-TEST_F(HotFolder, WatchingNeedsAFolderAndNoFiles)
+TEST_F(HotFolder, AFileThatCannotBeRenderedHoldsBackNoOtherFile)
+{
+    auto child = startWatching({"--json"});
+    // A FLAC file whose header reads well and whose audio is damaged half way: its render fails.
+    const fs::path damaged = folder() / ".Damaged.flac";
+    ASSERT_TRUE(RenderTest::writeSound(damaged, SF_FORMAT_FLAC | SF_FORMAT_PCM_16, 44100, 2, 2 * 44100,
+                                       [](std::int64_t frame, int channel) {
+                                           return 0.3 * std::sin(frame * 0.01 + channel) + ((frame * 7919) % 200) / 4e4;
+                                       }));
+    {
+        std::fstream file(damaged, std::ios::in | std::ios::out | std::ios::binary);
+        file.seekp(static_cast<std::streamoff>(fs::file_size(damaged) / 2));
+        file << std::string(4000, '\xFF');
+    }
+    fs::rename(damaged, folder() / "Damaged.flac");
+    exportFiles({"Sound.wav"});
+
+    // A document for the batch that ended on the damaged file, then one for the file that went.
+    std::string out = child->readOutputUntil("\n", seconds(90));
+    if (std::count(out.begin(), out.end(), '\n') < 2)
+        out += child->readOutputUntil("\n", seconds(90));
+    const std::vector<rapidjson::Document> batches = jsonLines(out);
+    ASSERT_EQ(batches.size(), 2u) << out;
+    EXPECT_STREQ(batches[0]["result"].GetString(), "usage") << out;
+    EXPECT_NE(std::string(batches[0]["error"].GetString()).find("Damaged.flac"), std::string::npos) << out;
+    EXPECT_STREQ(batches[1]["result"].GetString(), "uploaded") << out;
+    EXPECT_EQ(batches[1]["files"].GetInt(), 1) << out;
+    ASSERT_EQ(sandbox->storedFiles().size(), 1u);
+    kill(child->pid(), SIGTERM);
+    const ProgramRun run = child->wait();
+    EXPECT_EQ(run.exitCode, 0) << run.err;
+    EXPECT_NE(run.err.find("Skipped " + (folder() / "Damaged.flac").string() + ": it could not be rendered"),
+              std::string::npos)
+        << run.err;
+    EXPECT_NE(run.err.find("Publishing 1 file: Sound.wav"), std::string::npos) << run.err;
+}
+
+TEST_F(HotFolder, WatchingNeedsAFolderNoFilesAndAUsableLedger)
 {
     ProgramRun run = sorvel({"publish", "--watch", (home / "missing").string()}, login.password);
     EXPECT_EQ(run.exitCode, 2);
@@ -202,7 +280,29 @@ TEST_F(HotFolder, WatchingNeedsAFolderAndNoFiles)
     run = sorvel({"publish", "--watch", folder().string(), "--year", "1999", "--year", "2000"}, login.password);
     EXPECT_EQ(run.exitCode, 2);
     EXPECT_NE(run.err.find("--year was given 2 times"), std::string::npos) << run.err;
+    // Each batch would create another product, or try again what the next batch takes anyway.
+    for (const char* flag : {"--new-product", "--retry"})
+    {
+        std::vector<std::string> arguments = {"publish", "--watch", folder().string(), flag};
+        if (std::string(flag) == "--retry")
+            arguments.push_back("2");
+        run = sorvel(arguments, login.password);
+        EXPECT_EQ(run.exitCode, 2) << flag;
+        EXPECT_NE(run.err.find(std::string(flag) + " cannot be used with --watch"), std::string::npos) << run.err;
+    }
     EXPECT_EQ(requests(Endpoint::SignIn), 0u) << "nothing is sent for a bad command line";
+
+    // A ledger that is no database stops the watch before the sign-in, and is left as it was.
+    const fs::path ledger = home / "state" / "sorvel" / "ledger.sqlite";
+    fs::create_directories(ledger.parent_path());
+    std::ofstream(ledger) << "not a ledger";
+    run = sorvel({"publish", "--watch", folder().string(), "--user", login.username, "--password-stdin"},
+                 login.password);
+    EXPECT_EQ(run.exitCode, 4) << run.err;
+    EXPECT_NE(run.err.find(ledger.string()), std::string::npos) << run.err;
+    EXPECT_EQ(requests(Endpoint::SignIn), 0u);
+    std::ifstream kept(ledger);
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(kept), {}), "not a ledger");
 }
 
 } // namespace
