@@ -46,7 +46,7 @@ JsonOutput::Value figure(JsonOutput& json, const std::string& text)
 
 } // namespace
 
-void printFailureJson(int code)
+void printFailureJson(int code, const std::string* reason)
 {
     const char* result = "failed";
     switch (code)
@@ -72,7 +72,7 @@ void printFailureJson(int code)
     JsonOutput output;
     output.set("result", result);
     output.set("exit_code", code);
-    output.set("error", lastComplaint());
+    output.set("error", reason ? *reason : lastComplaint());
     output.print();
 }
 

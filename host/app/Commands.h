@@ -98,8 +98,8 @@ int showGadget(const GadgetOptions& options);
 int checkFieldValues(const std::map<std::string, std::vector<std::string>>& fields, const std::string* product);
 
 /// A command's JSON document when it ended before it could print its own: "result" names the
-/// exit code, "error" is the reason it gave.
-void printFailureJson(int code);
+/// exit code, "error" is the reason it gave (the last complaint, unless `reason` is given).
+void printFailureJson(int code, const std::string* reason = nullptr);
 
 /// `sorvel add`: hands the files to the gadget this user has open, through its socket; with none
 /// open, opens one as showGadget does. kDone, kUsage when the gadget took nothing (it says why),

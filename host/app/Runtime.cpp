@@ -346,6 +346,20 @@ int Runtime::signIn(const LoginOptions& options)
         }
     if (gadget.phase() == Gadget::kSignedIn && (options.user.empty() || gadget.text("Credentials.username") == options.user))
         return kDone;
+    // The silent sign-in took the stored login of another account than the one asked for: that
+    // session is ended first, or the plug-in would take it for the sign-in asked for (and the
+    // files would go to the other account). The stored login stays in the keyring.
+    if (gadget.phase() == Gadget::kSignedIn)
+    {
+        gadget.press("signOut");
+        if (!gadget.settle(kTimeoutMs, &gInterrupted))
+            return waitFailure();
+        if (gadget.phase() != Gadget::kSignedOut)
+        {
+            complain("cannot sign in as %s: the session of the stored login did not end", options.user.c_str());
+            return kServiceFailed;
+        }
+    }
 
     std::string user = options.user.empty() ? gadget.text("Credentials.username") : options.user;
     bool remember = options.remember;
@@ -404,8 +418,9 @@ int Runtime::signIn(const LoginOptions& options)
 
     gadget.setText("Credentials.username", user);
     gadget.setText("Credentials.password", password);
-    if (remember)
-        gadget.setNumber("Credentials.saveChecked", 1);
+    // Kept in the keyring only when asked for: a stored login ticks the plug-in's "remember" box,
+    // and another login typed in without --remember must not take its place there.
+    gadget.setNumber("Credentials.saveChecked", remember ? 1 : 0);
     takeServiceFailure(); // what failed before this sign-in is not its reason
     alerts_->hold();
     gadget.press("signIn");

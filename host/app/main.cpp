@@ -10,6 +10,7 @@
 
 #include <cstdio>
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -23,6 +24,21 @@ void addLoginOptions(CLI::App& command, LoginOptions& login)
     command.add_flag("--password-stdin", login.passwordFromStdin,
                      "read the password from the first line of standard input");
     command.add_flag("--remember", login.remember, "keep the login in the keyring after it succeeded");
+}
+
+/// Whether the command line names a command that prints JSON and gives it --json (before any
+/// "--", after which every word is a file).
+bool asksForJson(int argc, char** argv)
+{
+    static const std::set<std::string> kJsonCommands = {"publish", "check",   "products", "dashboard",
+                                                        "signin",  "signout", "history"};
+    bool command = false, json = false;
+    for (int i = 1; i < argc && std::string(argv[i]) != "--"; ++i)
+    {
+        command = command || kJsonCommands.count(argv[i]) > 0;
+        json = json || std::string(argv[i]) == "--json";
+    }
+    return command && json;
 }
 
 /// The metadata flags of `sorvel publish`: each once for all files, or once per file.
@@ -180,8 +196,15 @@ int main(int argc, char** argv)
     }
     catch (const CLI::ParseError& error)
     {
-        const int code = app.exit(error);
-        return code == 0 ? kDone : kUsage;
+        if (app.exit(error) == 0)
+            return kDone; // --help or --version
+        // A command asked for JSON gets its document also when its command line cannot be used.
+        if (asksForJson(argc, argv))
+        {
+            const std::string reason = error.what();
+            printFailureJson(kUsage, &reason);
+        }
+        return kUsage;
     }
 
     installInterruptHandler();

@@ -167,6 +167,24 @@ TEST_F(PublishContract, EveryFailureSaysWhyAndNothingClaimsSuccessItDidNotHave)
     ASSERT_TRUE(document.IsObject()) << run.out;
     EXPECT_STREQ(document["result"].GetString(), "usage");
     EXPECT_EQ(schemaError(run.out, "failure"), "");
+    // So does a command line that cannot be read at all: a file that does not exist, a number
+    // out of range, an option the command does not have. Files after "--" are only files.
+    for (const std::vector<std::string>& arguments :
+         {std::vector<std::string>{"publish", "--json", (home / "missing.wav").string()},
+          std::vector<std::string>{"check", "--jobs", "0", "--json", take},
+          std::vector<std::string>{"history", "--json", "--frobnicate"}})
+    {
+        run = sorvel(arguments, "");
+        EXPECT_EQ(run.exitCode, 2) << arguments[0] << ": " << run.err;
+        EXPECT_EQ(schemaError(run.out, "failure"), "") << arguments[0];
+        document = parse(run.out);
+        ASSERT_TRUE(document.IsObject()) << arguments[0] << ": " << run.out;
+        EXPECT_STREQ(document["result"].GetString(), "usage");
+        EXPECT_FALSE(std::string(document["error"].GetString()).empty()) << run.out;
+    }
+    run = sorvel({"check", "--", "--json"}, "");
+    EXPECT_EQ(run.exitCode, 2) << run.err;
+    EXPECT_EQ(run.out, "") << "--json after -- is a file's name";
 
     // No keyring to keep the login in: not "kept", and an exit code that says so.
     std::vector<std::string> noKeyring = environment();

@@ -202,13 +202,46 @@ TEST_F(SorvelProgram, ProductsDashboardAndHelp)
     EXPECT_EQ(run.exitCode, 2);
 }
 
-TEST_F(SorvelProgram, ARememberedLoginServesLaterCommandsUntilItIsForgotten)
+TEST_F(SorvelProgram, ARememberedLoginServesLaterCommandsGivesWayToAnotherAccountAndIsForgotten)
 {
-    ProgramRun run = sorvel({"signin", "--user", login.username, "--password-stdin", "--remember"}, login.password);
+    // A service with two accounts, each with a product of its own.
+    sandbox->stop();
+    const std::filesystem::path seed = home / "two-accounts.json";
+    std::ofstream(seed) << R"({"accounts": [
+        {"id": 7, "username": "first", "password": "pass one", "name": "First", "titles": [{"name": "First Album"}]},
+        {"id": 8, "username": "second", "password": "pass two", "name": "Second", "titles": [{"name": "Second Album"}]}]})";
+    SorvelSandbox::Sandbox::Options options;
+    options.seedFile = seed.string();
+    std::string error;
+    ASSERT_GT(sandbox->start(options, error), 0) << error;
+    service.serverUrl = sandbox->baseUrl();
+    service.loginUrl = sandbox->loginUrl();
+
+    ProgramRun run = sorvel({"signin", "--user", "first", "--password-stdin", "--remember"}, "pass one");
     ASSERT_EQ(run.exitCode, 0) << run.err;
     run = sorvel({"products"}, "");
     EXPECT_EQ(run.exitCode, 0) << run.err;
-    EXPECT_NE(run.out.find("Night Drive"), std::string::npos);
+    EXPECT_NE(run.out.find("First Album"), std::string::npos) << run.out;
+
+    // Another account named on the command line is the one signed in to, not the remembered one.
+    run = sorvel({"products", "--user", "second", "--password-stdin"}, "pass two");
+    EXPECT_EQ(run.exitCode, 0) << run.err;
+    EXPECT_NE(run.out.find("Second Album"), std::string::npos) << run.out;
+    EXPECT_EQ(run.out.find("First Album"), std::string::npos) << run.out;
+    run = sorvel({"publish", "--user", "second", "--password-stdin", "--no-progress", "--product", "Second Album",
+                  flac("Elsewhere")},
+                 "pass two");
+    EXPECT_EQ(run.exitCode, 0) << run.err;
+    const auto stored = sandbox->storedFiles();
+    ASSERT_EQ(stored.size(), 1u);
+    EXPECT_EQ(stored[0].accountId, 8) << "the file went to the account asked for";
+    run = sorvel({"products", "--user", "second", "--password-stdin"}, "not the password");
+    EXPECT_EQ(run.exitCode, 3) << "the password of the account asked for is checked: " << run.err;
+    // The remembered login is still the first account's: a login typed without --remember did
+    // not take its place in the keyring.
+    run = sorvel({"products"}, "");
+    EXPECT_EQ(run.exitCode, 0) << run.err;
+    EXPECT_NE(run.out.find("First Album"), std::string::npos) << run.out;
 
     run = sorvel({"signout", "--forget"}, "");
     EXPECT_EQ(run.exitCode, 0) << run.err;
