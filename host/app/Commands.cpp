@@ -28,7 +28,8 @@ int startSignedIn(Runtime& runtime, const LoginOptions& login)
 }
 
 /// A figure of the dashboard as a number: its digits without the grouping the dashboard shows
-/// ("1,234" is 1234); `fallback` when the text holds no number.
+/// ("1,234" is 1234); the text as it is shown when it holds anything else ("12k+", "$ 57.50") or
+/// no digit at all.
 JsonOutput::Value figure(JsonOutput& json, const std::string& text)
 {
     std::string digits;
@@ -37,8 +38,8 @@ JsonOutput::Value figure(JsonOutput& json, const std::string& text)
             digits += letter;
         else if (letter != ',' && letter != ' ' && letter != '\'')
             return json.text(text); // a currency or a word: the text as it is shown
-    if (digits.empty())
-        return json.text(text);
+    if (digits.find_first_of("0123456789") == std::string::npos)
+        return json.text(text); // no figure at all ("-" for none): not a zero
     if (digits.find('.') == std::string::npos)
         return JsonOutput::Value(static_cast<int64_t>(std::strtoll(digits.c_str(), nullptr, 10)));
     return JsonOutput::Value(std::strtod(digits.c_str(), nullptr));
@@ -112,6 +113,17 @@ int showDashboard(const LoginOptions& login, bool json)
     Runtime runtime;
     if (int code = startSignedIn(runtime, login); code != kDone)
         return code;
+    // Without the account's figures the dashboard would show nothing, or empty values, as if
+    // they were the account's.
+    if (!runtime.answers().figuresAnswered())
+    {
+        std::string reason = Runtime::takeServiceFailure();
+        for (const ServiceAnswers::Refusal& refusal : runtime.answers().takeRefusals())
+            reason = ServiceAnswers::describe(refusal);
+        complain("the account's figures could not be read (%s). Try again in a moment.",
+                 reason.empty() ? "the service's answer held none" : reason.c_str());
+        return kServiceFailed;
+    }
     const Gadget& gadget = runtime.gadget();
     // The dashboard's texts, as its component formats them; the figures as numbers in JSON.
     struct Field

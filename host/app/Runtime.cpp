@@ -212,10 +212,12 @@ int Runtime::findPlugin()
 
 int Runtime::loadPlugin()
 {
+    // A library that is no plug-in, or a plug-in that refused to start, is an installation that
+    // cannot be used, as a plug-in that is not there.
     if (std::string error; !plugin_.load(pluginPath_, error))
     {
         complain("%s\n", error.c_str());
-        return kServiceFailed;
+        return kConfiguration;
     }
     return kDone;
 }

@@ -89,6 +89,12 @@ ServiceAnswers::Catalogue ServiceAnswers::catalogue()
     return catalogue_;
 }
 
+bool ServiceAnswers::figuresAnswered()
+{
+    std::lock_guard lock(mutex_);
+    return figuresAnswered_;
+}
+
 void ServiceAnswers::watchUploads(UploadWatch watch)
 {
     std::lock_guard lock(watchMutex_);
@@ -149,6 +155,12 @@ void ServiceAnswers::noteAnswer(const Web::AnsweredCall& call, const Attributes&
                 read.products.push_back(std::move(product));
             }
         catalogue_ = std::move(read);
+        return;
+    }
+    if (method == "GET" && last == "activity")
+    {
+        std::lock_guard lock(mutex_);
+        figuresAnswered_ = figuresAnswered_ || envelope.getAttributes("data") != nullptr;
         return;
     }
     if (method != "POST")

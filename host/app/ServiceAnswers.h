@@ -68,6 +68,8 @@ public:
     void onCallAnswered(const KVX::Web::AnsweredCall& call) override;
 
     Catalogue catalogue();
+    /// Whether the service answered the account's figures (the dashboard's) with 200.
+    bool figuresAnswered();
     /// Calls `watch` for what the service answers from now on; an empty watch ends it.
     void watchUploads(UploadWatch watch);
 
@@ -87,6 +89,7 @@ private:
     std::mutex mutex_;
     std::vector<Refusal> refusals_;
     Catalogue catalogue_;
+    bool figuresAnswered_ = false;
     std::mutex watchMutex_; ///< held while the watcher runs, so that it never runs twice at once
     UploadWatch watch_;
 };

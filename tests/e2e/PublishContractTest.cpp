@@ -356,6 +356,12 @@ TEST_F(PublishContract, TidyEdges)
     ProgramRun run = publish({take}, {"SORVEL_PLUGIN=" + (home / "nowhere.so").string()});
     EXPECT_EQ(run.exitCode, 4) << run.err;
     EXPECT_NE(run.err.find("nowhere.so"), std::string::npos) << run.err;
+    // A file there that is no plug-in: the same.
+    const fs::path notAPlugin = home / "not-a-plugin.so";
+    std::ofstream(notAPlugin) << "not a library";
+    run = publish({take}, {"SORVEL_PLUGIN=" + notAPlugin.string()});
+    EXPECT_EQ(run.exitCode, 4) << run.err;
+    EXPECT_NE(run.err.find("not-a-plugin.so"), std::string::npos) << run.err;
     EXPECT_EQ(sandbox->requestLog().size(), 0u);
 
     // Kept render folders: those a week old go, and of the others only the newest few stay.

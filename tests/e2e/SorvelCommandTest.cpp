@@ -189,6 +189,17 @@ TEST_F(SorvelProgram, ProductsDashboardAndHelp)
     run = sorvel({"dashboard", "--user", login.username, "--password-stdin"}, login.password);
     ASSERT_EQ(run.exitCode, 0) << run.err;
     EXPECT_NE(run.out.find("Demo Artist"), std::string::npos) << run.out;
+    // Figures the service did not give are not shown as the account's: a failure, with why.
+    for (const Fault& fault : {Fault::httpStatus(500), Fault::statusCode(403), Fault::emptyBody()})
+    {
+        sandbox->injectFault(Endpoint::Activity, fault);
+        run = sorvel({"dashboard", "--user", login.username, "--password-stdin", "--json"}, login.password);
+        EXPECT_EQ(run.exitCode, 1) << run.err;
+        EXPECT_NE(run.err.find("the account's figures could not be read"), std::string::npos) << run.err;
+        const auto failure = parse(run.out);
+        ASSERT_TRUE(failure.IsObject()) << run.out;
+        EXPECT_STREQ(failure["result"].GetString(), "failed") << run.out;
+    }
 
     for (const char* command : {"publish", "products", "dashboard", "signin", "signout"})
     {
