@@ -9,6 +9,12 @@ namespace Host {
 
 using namespace KVX;
 
+JsonOutput::Value JsonOutput::text(std::string_view value)
+{
+    const String valid = String::fromUtf8(value);
+    return Value(valid.toUtf8().data(), static_cast<rapidjson::SizeType>(valid.toUtf8().size()), allocator());
+}
+
 void JsonOutput::set(Value& object, std::string_view key, Value value)
 {
     if (auto found = object.FindMember(Value(rapidjson::StringRef(key.data(), key.size()))); found != object.MemberEnd())

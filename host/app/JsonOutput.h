@@ -24,7 +24,9 @@ public:
 
     Value object() { return Value(rapidjson::kObjectType); }
     Value array() { return Value(rapidjson::kArrayType); }
-    Value text(std::string_view value) { return Value(value.data(), static_cast<rapidjson::SizeType>(value.size()), allocator()); }
+    /// A JSON string of `value`; bytes that are no UTF-8 (a Latin-1 file name) become U+FFFD, so
+    /// that the document stays valid JSON.
+    Value text(std::string_view value);
 
     /// Sets member `key` of `object` (replacing one of that name).
     void set(Value& object, std::string_view key, Value value);

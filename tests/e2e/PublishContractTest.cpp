@@ -423,6 +423,30 @@ TEST_F(PublishContract, TidyEdges)
     }
 }
 
+TEST_F(PublishContract, AFileNameThatIsNoUtf8StillGivesValidJson)
+{
+    // An old file of a Latin-1 system: its name's bytes are no UTF-8. Every document stays valid
+    // JSON (checked strictly), with U+FFFD where the name's bytes cannot be read.
+    const fs::path latin = home / "Caf\xE9.flac";
+    fs::copy_file(flac("Cafe"), latin);
+    const auto validJson = [](const std::string& text) {
+        rapidjson::Document document;
+        document.Parse<rapidjson::kParseValidateEncodingFlag>(text.c_str());
+        return !document.HasParseError() && document.IsObject();
+    };
+    ProgramRun run = publish({"--json", "--no-progress", "--product", "Latin", latin.string()});
+    EXPECT_EQ(run.exitCode, 0) << run.err;
+    EXPECT_TRUE(validJson(run.out)) << run.out;
+    EXPECT_EQ(schemaError(run.out, "publish"), "");
+    EXPECT_NE(run.out.find("Caf\xEF\xBF\xBD.flac"), std::string::npos) << run.out;
+    run = sorvel({"history", "--json", "--product", "Latin"}, "");
+    EXPECT_EQ(run.exitCode, 0) << run.err;
+    EXPECT_TRUE(validJson(run.out)) << run.out;
+    run = sorvel({"check", "--json", latin.string()}, "");
+    EXPECT_EQ(run.exitCode, 0) << run.err;
+    EXPECT_TRUE(validJson(run.out)) << run.out;
+}
+
 TEST_F(PublishContract, TheTimeoutBoundsTheWholeWaitOfACommand)
 {
     // A login kept in the keyring makes the gadget's start sign in silently: two requests in
