@@ -185,25 +185,24 @@ int signInOnly(const LoginOptions& login, bool json)
 
 int signOut(bool forget, bool json)
 {
+    // Every command signs in for itself, so no session outlives the command that made it: what
+    // signing out changes is the login kept in the keyring, which needs no service. Nothing is
+    // sent, and the stored login is removed also when the service cannot be reached.
     Runtime runtime;
-    if (int code = runtime.start(); code != kDone)
+    if (int code = runtime.startOffline(); code != kDone)
         return code;
-    Gadget& gadget = runtime.gadget();
-    gadget.settle(Runtime::kTimeoutMs, &gInterrupted);
-    const std::string user = gadget.text("Credentials.username");
-    if (forget)
-        gadget.setNumber("Credentials.saveChecked", 0);
-    gadget.press("signOut");
+    const std::string user = Runtime::storedUser();
     bool forgotten = false;
     int code = kDone;
-    if (forget && !user.empty())
+    if (forget)
     {
         ICredentialManager* store = GetCredentialManager();
-        forgotten = store && store->remove(Runtime::kCredentialTarget) == kResultOk;
-        if (!forgotten)
+        if (store && store->remove(Runtime::kCredentialTarget) == kResultOk)
+            forgotten = !user.empty();
+        else
         {
-            complain("signed out, but the stored login could not be removed from the keyring (is a Secret Service "
-                     "running and unlocked?)");
+            complain("the stored login could not be removed from the keyring (is a Secret Service running and "
+                     "unlocked?)");
             code = kConfiguration;
         }
     }

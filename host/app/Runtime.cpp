@@ -446,7 +446,7 @@ int Runtime::signIn(const LoginOptions& options)
         return kSignInRefused;
     if (gadget.phase() == Gadget::kSignedIn)
     {
-        if (remember && !loginKept(user))
+        if (remember && storedUser() != user)
         {
             rememberFailed_ = true;
             complain("signed in, but the login could not be kept in the keyring (is a Secret Service such as "
@@ -460,15 +460,15 @@ int Runtime::signIn(const LoginOptions& options)
     return kServiceFailed;
 }
 
-bool Runtime::loginKept(const std::string& user)
+std::string Runtime::storedUser()
 {
     ICredentialManager* store = GetCredentialManager();
     ICredential* found = nullptr;
     if (!store || store->lookup(kCredentialTarget, &found) != kResultOk || !found)
-        return false;
+        return {};
     const Ref<ICredential> credential = Ref<ICredential>::adopt(found);
     const char* kept = credential->getUserName();
-    return kept && user == kept;
+    return kept ? kept : "";
 }
 
 } // namespace Host

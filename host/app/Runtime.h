@@ -110,6 +110,8 @@ public:
     const std::string& serviceUrl() const { return serviceUrl_; }
     /// Whether a sign-in asked to remember the login and the keyring did not keep it.
     bool rememberFailed() const { return rememberFailed_; }
+    /// The user name of the login kept in the keyring; empty when there is none (or no keyring).
+    static std::string storedUser();
     /// The host name under which the plug-in keeps the user's login in the keyring.
     static constexpr const char* kCredentialTarget = "sorvel.com";
     /// What stopped a wait: kInterrupted after Ctrl-C, else kServiceFailed.
@@ -117,8 +119,6 @@ public:
 
 private:
     bool configure(std::string& error);
-    /// Whether the keyring holds a login of `user`.
-    static bool loginKept(const std::string& user);
     int findPlugin();
     int startModules();
     int loadPlugin();

@@ -7,13 +7,12 @@
 #include "framework/services/SystemServices.h"
 #include "framework/services/TextServices.h"
 #include "host/config/JsonSyntax.h"
+#include "host/config/UserFile.h"
 #include "host/config/UserFolder.h"
 
 #include <cerrno>
 #include <cstdlib>
-#include <cstring>
-#include <fstream>
-#include <iterator>
+#include <sys/stat.h>
 
 namespace Host {
 
@@ -29,20 +28,20 @@ bool LanguageFile::load(std::string& error)
         return true;
     const std::string path =
         (userFolder("XDG_CONFIG_HOME", ".config") / "sorvel" / "language" / (std::string(language) + ".json")).string();
-    if (std::ifstream(path).good())
-        return loadFrom(path, error);
-    return true; // no translation of this language: the English texts
+    struct stat status = {};
+    if (::lstat(path.c_str(), &status) != 0 && errno == ENOENT)
+        return true; // no translation of this language: the English texts
+    return loadFrom(path, error); // also one that cannot be read: said, not passed over
 }
 
 bool LanguageFile::loadFrom(const std::string& path, std::string& error)
 {
-    std::ifstream file(path, std::ios::binary);
-    if (!file)
+    std::string text;
+    if (!readUserFile(path, text, error))
     {
-        error = "cannot read the language file " + path + ": " + std::strerror(errno);
+        error = "the language file: " + error;
         return false;
     }
-    const std::string text((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
     Attributes scopes;
     if (!Json::load(scopes, text))
     {

@@ -2,6 +2,7 @@
 
 #include "framework/data/Json.h"
 #include "host/config/JsonSyntax.h"
+#include "host/config/UserFile.h"
 #include "host/config/UserFolder.h"
 #include "framework/data/Url.h"
 
@@ -10,8 +11,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
-#include <iterator>
 #include <sys/stat.h>
 
 namespace Host {
@@ -203,14 +202,8 @@ bool Settings::read(Settings& settings, std::string& error)
                     "), and it holds the partner key; make it yours alone with: chmod 600 " + path;
             return false;
         }
-        std::ifstream file(path, std::ios::binary);
-        std::string text((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
-        if (!file.good() && !file.eof())
-        {
-            error = "cannot read " + path;
-            return false;
-        }
-        if (!parse(text, path, settings, error))
+        std::string text;
+        if (!readUserFile(path, text, error) || !parse(text, path, settings, error))
             return false;
     }
     else if (errno != ENOENT)

@@ -254,10 +254,21 @@ TEST_F(SorvelProgram, ARememberedLoginServesLaterCommandsGivesWayToAnotherAccoun
     EXPECT_EQ(run.exitCode, 0) << run.err;
     EXPECT_NE(run.out.find("First Album"), std::string::npos) << run.out;
 
+    // Forgotten also while the service cannot be reached: signing out sends nothing.
+    sandbox->stop();
     run = sorvel({"signout", "--forget"}, "");
     EXPECT_EQ(run.exitCode, 0) << run.err;
+    EXPECT_NE(run.out.find("the stored login of first is removed"), std::string::npos) << run.out;
+    ASSERT_GT(sandbox->start(options, error), 0) << error;
+    service.serverUrl = sandbox->baseUrl();
+    service.loginUrl = sandbox->loginUrl();
     run = sorvel({"products"}, "");
     EXPECT_EQ(run.exitCode, 2) << "no login any more, and no terminal to ask on: " << run.err;
+    const size_t requestsBefore = sandbox->requestLog().size();
+    run = sorvel({"signout", "--forget", "--json"}, "");
+    EXPECT_EQ(run.exitCode, 0) << run.err;
+    EXPECT_FALSE(parse(run.out)["forgotten"].GetBool()) << "nothing was stored: " << run.out;
+    EXPECT_EQ(sandbox->requestLog().size(), requestsBefore) << "signing out sends nothing";
 }
 
 } // namespace

@@ -5,7 +5,9 @@
 #include "framework/interfaces/IAttributeList.h"
 #include "framework/services/SystemServices.h"
 #include "host/config/ConfigurationProvider.h"
+#include "host/config/LanguageFile.h"
 #include "host/config/Settings.h"
+#include "host/config/UserFile.h"
 #include "tests/system/ScopedEnvironment.h"
 #include "tests/system/TemporaryDirectory.h"
 
@@ -16,6 +18,7 @@
 #include <memory>
 #include <string>
 #include <sys/stat.h>
+#include <unistd.h>
 #include <vector>
 
 using namespace KVX;
@@ -229,4 +232,42 @@ TEST_F(SettingsTest, ThePreflightLimitsComeFromTheFileAndBadOnesAreExplained)
         EXPECT_NE(error.find(reason), std::string::npos) << text << ": " << error;
         EXPECT_EQ(error.rfind("config.json", 0), 0u) << error;
     }
+}
+
+TEST_F(SettingsTest, FilesWrittenByHandAreReadOnlyWhenTheyAreFilesOfAReasonableSize)
+{
+    std::string text, error;
+    const std::filesystem::path plain = folder_.path() / "plain.json";
+    std::ofstream(plain) << "{}";
+    EXPECT_TRUE(readUserFile(plain.string(), text, error)) << error;
+    EXPECT_EQ(text, "{}");
+
+    // A pipe nobody writes to would never end, /dev/zero neither: refused at once, not read.
+    const std::filesystem::path pipe = folder_.path() / "pipe.json";
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    const std::filesystem::path large = folder_.path() / "large.json";
+    std::ofstream(large) << std::string(kUserFileLimit + 1, ' ');
+    const std::pair<std::string, std::string> refused[] = {
+        {folder_.path().string(), "is not a file"},
+        {pipe.string(), "is not a file"},
+        {"/dev/zero", "is not a file"},
+        {large.string(), "is too large"},
+        {(folder_.path() / "missing.json").string(), "No such file"},
+    };
+    for (const auto& [path, message] : refused)
+    {
+        error.clear();
+        EXPECT_FALSE(readUserFile(path, text, error)) << path;
+        EXPECT_NE(error.find(path), std::string::npos) << error;
+        EXPECT_NE(error.find(message), std::string::npos) << path << " -> " << error;
+    }
+
+    // The configuration and a language file go through it.
+    std::filesystem::create_directories(std::filesystem::path(Settings::filePath()).parent_path());
+    ASSERT_EQ(mkfifo(Settings::filePath().c_str(), 0600), 0);
+    Settings settings;
+    EXPECT_FALSE(Settings::load(settings, error));
+    EXPECT_NE(error.find("is not a file"), std::string::npos) << error;
+    EXPECT_FALSE(LanguageFile::loadFrom(pipe.string(), error));
+    EXPECT_NE(error.find("the language file: " + pipe.string() + " is not a file"), std::string::npos) << error;
 }
