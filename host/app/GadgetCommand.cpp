@@ -22,6 +22,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <fcntl.h>
 #include <memory>
 #include <optional>
@@ -40,27 +41,80 @@ namespace {
 /// The theme the plug-in loads its forms into.
 const char* const kThemeName = "sorvel";
 
-/// Opens `address` in the user's browser ($BROWSER, else xdg-open) when there is a desktop to
-/// show it on. False when none could be started.
-bool openInBrowser(const std::string& address)
+/// Writes, in this user's private runtime folder, a page that sends the browser on to `address`;
+/// its path, or empty when it cannot be written. The browser is handed this page and not the
+/// address: a command line can be read by every user of the machine (ps, /proc/PID/cmdline) for
+/// as long as the browser runs, and the address's secret is all that guards the signed-in page.
+std::filesystem::path writeRedirectPage(const std::string& address)
+{
+    std::string error;
+    const std::filesystem::path folder = HandOverSocket::folder(error);
+    if (folder.empty())
+        return {};
+    std::string path = (folder / "open-XXXXXX.html").string();
+    const int fd = ::mkstemps(path.data(), 5); // 0600, a name of its own
+    if (fd < 0)
+        return {};
+    const std::string page = "<!DOCTYPE html>\n<meta charset=\"utf-8\">\n<meta http-equiv=\"refresh\" content=\"0; url=" +
+                             address + "\">\n<title>Sorvel</title>\n<a href=\"" + address + "\">Sorvel</a>\n";
+    const bool written = ::write(fd, page.data(), page.size()) == static_cast<ssize_t>(page.size());
+    ::close(fd);
+    if (!written)
+    {
+        ::unlink(path.c_str());
+        return {};
+    }
+    return path;
+}
+
+/// The page written for the browser, removed when the gadget ends.
+struct RedirectPage
+{
+    explicit RedirectPage(std::filesystem::path page) : path(std::move(page)) {}
+    RedirectPage(const RedirectPage&) = delete;
+    RedirectPage& operator=(const RedirectPage&) = delete;
+    ~RedirectPage()
+    {
+        std::error_code ignored;
+        if (!path.empty())
+            std::filesystem::remove(path, ignored);
+    }
+
+    const std::filesystem::path path; ///< empty: none
+};
+
+/// Opens `page` in the user's browser ($BROWSER, else xdg-open) when there is a desktop to show
+/// it on. The browser starts in a session of its own (Ctrl-C here does not end it) and without
+/// the SORVEL_ variables (the partner key among them). False when none could be started.
+bool openInBrowser(const std::filesystem::path& page)
 {
     const char* browser = std::getenv("BROWSER");
     const bool desktop = std::getenv("DISPLAY") || std::getenv("WAYLAND_DISPLAY");
     std::string program = browser && *browser ? browser : desktop ? "xdg-open" : "";
-    if (program.empty())
+    if (program.empty() || page.empty())
         return false;
+    std::vector<char*> variables;
+    for (char** variable = environ; *variable; ++variable)
+        if (std::strncmp(*variable, "SORVEL_", 7) != 0)
+            variables.push_back(*variable);
+    variables.push_back(nullptr);
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
     posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
     posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
-    char* arguments[] = {program.data(), const_cast<char*>(address.c_str()), nullptr};
+    posix_spawnattr_t attributes;
+    posix_spawnattr_init(&attributes);
+    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSID);
+    std::string target = page.string();
+    char* arguments[] = {program.data(), target.data(), nullptr};
     pid_t child = 0;
-    const int failed = posix_spawnp(&child, program.c_str(), &actions, nullptr, arguments, environ);
+    const int failed = posix_spawnp(&child, program.c_str(), &actions, &attributes, arguments, variables.data());
+    posix_spawnattr_destroy(&attributes);
     posix_spawn_file_actions_destroy(&actions);
     if (failed)
         return false;
-    // xdg-open hands the address over and ends; a browser named in $BROWSER may keep running.
+    // xdg-open hands the page over and ends; a browser named in $BROWSER may keep running.
     int status = 0;
     for (int waited = 0; waited < 50; ++waited)
     {
@@ -234,7 +288,10 @@ int showGadget(const GadgetOptions& options)
 
     const std::string address = server.address();
     std::printf("Sorvel gadget: %s\n", address.c_str());
-    if (!options.openBrowser || !openInBrowser(address))
+    // The browser may read its page only later (xdg-open hands it to a browser already running):
+    // the page stays until the gadget ends.
+    const RedirectPage redirect(options.openBrowser ? writeRedirectPage(address) : std::filesystem::path());
+    if (!options.openBrowser || !openInBrowser(redirect.path))
         std::printf("Open this address in a browser on this machine. Press Ctrl+C to stop.\n");
     else
         std::printf("Opened in the browser. Press Ctrl+C to stop.\n");

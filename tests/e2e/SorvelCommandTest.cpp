@@ -7,6 +7,8 @@
 #include "tests/support/BuildPaths.h"
 #include "tests/support/TaggedSound.h"
 
+#include <csignal>
+#include <fstream>
 #include <set>
 #include <sstream>
 
@@ -274,6 +276,53 @@ TEST_F(SorvelProgram, ARememberedLoginServesLaterCommandsGivesWayToAnotherAccoun
 } // namespace
 
 namespace {
+
+TEST_F(SorvelProgram, TheBrowserIsHandedAPageOfTheUsersOwnNeverTheSecretAddress)
+{
+    // A browser that notes what it was given and keeps running, as a browser does.
+    const std::filesystem::path browser = home / "browser.sh";
+    std::ofstream(browser) << "#!/bin/sh\n"
+                              "printf '%s\\n' \"$@\" > \"$HOME/browser-arguments\"\n"
+                              "env > \"$HOME/browser-environment\"\n"
+                              "cat \"$1\" > \"$HOME/browser-page\"\n"
+                              "echo $$ $(cut -d' ' -f6 /proc/$$/stat) > \"$HOME/browser-session\"\n"
+                              "exec sleep 60\n";
+    std::filesystem::permissions(browser, std::filesystem::perms::owner_all);
+    std::vector<std::string> variables = environment();
+    variables.push_back("BROWSER=" + browser.string());
+    variables.push_back("XDG_RUNTIME_DIR=" + (home / "run").string());
+    std::filesystem::create_directories(home / "run");
+    Child gadget({"gadget"}, variables, "");
+    const std::string said = gadget.readOutputUntil("Press Ctrl+C", std::chrono::seconds(60));
+    ASSERT_NE(said.find("Opened in the browser"), std::string::npos) << said;
+    const size_t start = said.find("http://127.0.0.1:");
+    ASSERT_NE(start, std::string::npos) << said;
+    const std::string address = said.substr(start, said.find('\n', start) - start);
+
+    auto contents = [&](const char* name) {
+        std::ifstream file(home / name);
+        return std::string(std::istreambuf_iterator<char>(file), {});
+    };
+    const std::string arguments = contents("browser-arguments");
+    const std::filesystem::path page = arguments.substr(0, arguments.find('\n'));
+    EXPECT_EQ(arguments.find(address), std::string::npos) << "the secret stands in no command line: " << arguments;
+    EXPECT_EQ(page.parent_path(), home / "run" / "sorvel") << arguments;
+    EXPECT_EQ(std::filesystem::status(page).permissions() & std::filesystem::perms::all,
+              std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
+    EXPECT_NE(contents("browser-page").find("url=" + address + "\""), std::string::npos) << contents("browser-page");
+    const std::string variablesSeen = contents("browser-environment");
+    EXPECT_EQ(variablesSeen.find("SORVEL_"), std::string::npos) << "no partner key for the browser";
+    EXPECT_NE(variablesSeen.find("HOME="), std::string::npos) << variablesSeen;
+    long browserPid = 0, browserSession = 0;
+    std::istringstream(contents("browser-session")) >> browserPid >> browserSession;
+    EXPECT_EQ(browserSession, browserPid) << "the browser leads a session of its own";
+
+    kill(gadget.pid(), SIGINT);
+    EXPECT_EQ(gadget.wait().exitCode, 0);
+    EXPECT_FALSE(std::filesystem::exists(page)) << "the page goes with the gadget";
+    ASSERT_GT(browserPid, 0);
+    EXPECT_EQ(kill(static_cast<pid_t>(browserPid), SIGKILL), 0) << "the browser outlives the gadget's Ctrl-C";
+}
 
 TEST_F(SorvelProgram, TheTrackTableLinesUpWhateverLettersTheNamesHave)
 {
