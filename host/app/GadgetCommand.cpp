@@ -351,7 +351,7 @@ int showGadget(const GadgetOptions& options)
     if (runtime.gadget().isUploading())
     {
         runtime.gadget().press("cancel");
-        EventWait::until([&] { return !runtime.gadget().isUploading(); }, Runtime::kTimeoutMs);
+        EventWait::until([&] { return !runtime.gadget().isUploading(); }, Runtime::waitLimitMs());
     }
     server.stop();
     cleanUp();

@@ -603,7 +603,7 @@ int PublishRun::upload()
     recorder_->stop(); // the worker has ended: nothing more is confirmed
     productId_ = recorder_->productId();
     ledgerFailed_ = recorder_->failed();
-    gadget_.settle(Runtime::kTimeoutMs);
+    gadget_.settle(Runtime::waitLimitMs());
     return kDone;
 }
 

@@ -19,6 +19,7 @@
 
 #include "framework/data/Url.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
@@ -147,12 +148,17 @@ Runtime::~Runtime()
         sandbox_->stop();
 }
 
+uint32 Runtime::waitLimitMs()
+{
+    return std::max<uint32>(60000, 3 * stallTimeout() * 1000);
+}
+
 int Runtime::waitFailure() const
 {
     if (gInterrupted.load(std::memory_order_relaxed))
         return kInterrupted;
     complain("the service did not finish answering within %u s. Try again in a moment.\n",
-                 kTimeoutMs / 1000);
+                 waitLimitMs() / 1000);
     return kServiceFailed;
 }
 
@@ -309,7 +315,7 @@ bool Runtime::listProductsAgain()
     const unsigned before = answers_->catalogue().generation;
     if (!gadget_->chooseMenuCommand("titlesList", "Application", "Request Titles"))
         return false;
-    return gadget_->settle(kTimeoutMs, &gInterrupted) && answers_->catalogue().generation != before;
+    return gadget_->settle(waitLimitMs(), &gInterrupted) && answers_->catalogue().generation != before;
 }
 
 int Runtime::productsNotListed()
@@ -334,7 +340,7 @@ int Runtime::signIn(const LoginOptions& options)
     Gadget& gadget = *gadget_;
     takeServiceFailure(); // what failed before this command is not its reason
     const auto started = std::chrono::steady_clock::now();
-    if (!gadget.settle(kTimeoutMs, &gInterrupted))
+    if (!gadget.settle(waitLimitMs(), &gInterrupted))
         return waitFailure();
     // The gadget's start (a silent sign-in with the stored login) waited a whole time-out for an
     // answer that did not come: the service is not answering, and a sign-in would only wait as
@@ -354,7 +360,7 @@ int Runtime::signIn(const LoginOptions& options)
     if (gadget.phase() == Gadget::kSignedIn)
     {
         gadget.press("signOut");
-        if (!gadget.settle(kTimeoutMs, &gInterrupted))
+        if (!gadget.settle(waitLimitMs(), &gInterrupted))
             return waitFailure();
         if (gadget.phase() != Gadget::kSignedOut)
         {
@@ -426,7 +432,7 @@ int Runtime::signIn(const LoginOptions& options)
     takeServiceFailure(); // what failed before this sign-in is not its reason
     alerts_->hold();
     gadget.press("signIn");
-    const bool settled = gadget.settle(kTimeoutMs, &gInterrupted);
+    const bool settled = gadget.settle(waitLimitMs(), &gInterrupted);
     // The plug-in reports any failed sign-in as a refused login; one whose request got no answer
     // (or a server error) says nothing about the password, and is told as what it is.
     if (settled && gadget.phase() != Gadget::kSignedIn && !alerts_->contains(kSessionExpired))

@@ -56,7 +56,10 @@ struct LoginOptions
 class Runtime
 {
 public:
-    static constexpr KVX::uint32 kTimeoutMs = 60000;
+    /// How long the host waits for the gadget to be done with one step (the sign-in and the
+    /// figures and products that follow it, a reload of the products, the end of a batch): a
+    /// minute, or three requests' stall time-outs when --timeout makes that longer.
+    static KVX::uint32 waitLimitMs();
 
     Runtime();
     ~Runtime();
