@@ -104,7 +104,7 @@ int listProducts(const LoginOptions& login, bool json)
         std::fprintf(stdout, "No products yet.\n");
     else
         for (const std::string& name : products)
-            std::fprintf(stdout, "%s\n", name.c_str());
+            std::fprintf(stdout, "%s\n", printable(name).c_str());
     return kDone;
 }
 
@@ -149,7 +149,7 @@ int showDashboard(const LoginOptions& login, bool json)
         if (json)
             output.set(field.key, field.number ? figure(output, value) : output.text(value));
         else if (!value.empty())
-            std::fprintf(stdout, "%-18s %s\n", (std::string(field.label) + ":").c_str(), value.c_str());
+            std::fprintf(stdout, "%-18s %s\n", (std::string(field.label) + ":").c_str(), printable(value).c_str());
     }
     if (json)
         output.print();
@@ -305,7 +305,7 @@ int showHistory(const std::string& product, bool json)
     for (size_t i = 0; i < records.size(); ++i)
         std::fprintf(stdout, "%s  %s  %s  %s\n", padToWidth(times[i], timeWidth).c_str(),
                      padToWidth(records[i].productName, productWidth).c_str(),
-                     padToWidth(records[i].trackName, trackWidth).c_str(), records[i].source.c_str());
+                     padToWidth(records[i].trackName, trackWidth).c_str(), printable(records[i].source).c_str());
     return kDone;
 }
 

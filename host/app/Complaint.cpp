@@ -1,4 +1,5 @@
 #include "host/app/Complaint.h"
+#include "host/terminal/TextWidth.h"
 
 #include <cstdarg>
 #include <cstdio>
@@ -25,6 +26,7 @@ void complain(const char* format, ...)
     va_end(arguments);
     while (!text.empty() && text.back() == '\n')
         text.pop_back();
+    text = printable(text, true); // the service's reasons among them: nothing the terminal acts on
     std::fprintf(stderr, "sorvel: %s\n", text.c_str());
     last = text;
 }

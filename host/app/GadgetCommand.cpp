@@ -8,6 +8,7 @@
 #include "host/gadget/GadgetSession.h"
 #include "host/gadget/HandOverSocket.h"
 #include "host/ledger/PublishLedger.h"
+#include "host/terminal/TextWidth.h"
 #include "host/watch/DescriptorWaker.h"
 #include "host/watch/FolderWatch.h"
 
@@ -255,7 +256,7 @@ int showGadget(const GadgetOptions& options)
                 watchEnded = true;
                 return;
             }
-            std::printf("Skipped %s: %s\n", event.path.c_str(), reason.c_str());
+            std::printf("Skipped %s: %s\n", printable(event.path.string()).c_str(), printable(reason).c_str());
             std::fflush(stdout);
         }
     };

@@ -1,6 +1,7 @@
 #include "host/app/Commands.h"
 #include "host/app/Complaint.h"
 #include "host/app/JsonOutput.h"
+#include "host/terminal/TextWidth.h"
 #include "host/ledger/PublishLedger.h"
 #include "host/watch/DescriptorWaker.h"
 #include "host/watch/FolderWatch.h"
@@ -95,13 +96,19 @@ private:
 /// output carries the JSON documents.
 [[gnu::format(printf, 2, 3)]] void say(bool json, const char* format, ...)
 {
-    FILE* out = json ? stderr : stdout;
     va_list arguments;
     va_start(arguments, format);
-    std::vfprintf(out, format, arguments);
+    va_list copy;
+    va_copy(copy, arguments);
+    const int length = std::vsnprintf(nullptr, 0, format, copy);
+    va_end(copy);
+    std::string text(length > 0 ? static_cast<size_t>(length) : 0, '\0');
+    if (length > 0)
+        std::vsnprintf(text.data(), text.size() + 1, format, arguments);
     va_end(arguments);
-    std::fputc('\n', out);
-    std::fflush(out);
+    // File names among them: nothing in one reaches the terminal as a control character.
+    std::fprintf(json ? stderr : stdout, "%s\n", printable(text).c_str());
+    std::fflush(json ? stderr : stdout);
 }
 
 } // namespace

@@ -458,9 +458,9 @@ int PublishRun::printPlan()
         return kDone;
     }
     std::fprintf(stdout, "Plan (--dry-run, nothing sent): %s \"%s\"\n",
-                 newProduct_ && handedOver_ ? "create the product" : "publish to the product", product_.c_str());
+                 newProduct_ && handedOver_ ? "create the product" : "publish to the product", printable(product_).c_str());
     for (const RowView* row : batchRows(planned))
-        std::fprintf(stdout, "  %-9s %s\n", row->stateName(), row->title.c_str());
+        std::fprintf(stdout, "  %-9s %s\n", row->stateName(), printable(row->title).c_str());
     std::fprintf(stdout, "%zu to add, %zu to replace, %zu unchanged\n", add, replace, unchanged);
     return kDone;
 }
@@ -505,7 +505,7 @@ void PublishRun::listTable()
     std::map<std::string, std::string> checks;
     for (const auto& [path, index] : fileIndex_)
         checks[path] = PreflightReport::name(preflight_.rows[index].severity);
-    std::fprintf(stdout, "Product: %s%s\n", product_.c_str(), newProduct_ ? " (new)" : "");
+    std::fprintf(stdout, "Product: %s%s\n", printable(product_).c_str(), newProduct_ ? " (new)" : "");
     TrackTable::print(rows(), checks, stdout);
     std::fprintf(stdout, "\nPre-flight report\n");
     printPreflight(batch_, preflight_, stdout);
@@ -670,15 +670,15 @@ int PublishRun::outcome()
     }
     else if (unchanged == batch_.files.size())
         std::fprintf(stdout, "All %zu files are unchanged on \"%s\" since their last upload; nothing was sent\n",
-                     unchanged, product_.c_str());
+                     unchanged, printable(product_).c_str());
     else
     {
-        std::fprintf(stdout, "%zu of %zu tracks uploaded to \"%s\"", uploaded, batch_.files.size(), product_.c_str());
+        std::fprintf(stdout, "%zu of %zu tracks uploaded to \"%s\"", uploaded, batch_.files.size(), printable(product_).c_str());
         if (unchanged)
             std::fprintf(stdout, " (%zu unchanged, not sent)", unchanged);
         std::fprintf(stdout, "\n");
         if (!page.empty())
-            std::fprintf(stdout, "Product page: %s\n", page.c_str());
+            std::fprintf(stdout, "Product page: %s\n", printable(page).c_str());
         if (code != kDone)
             std::fprintf(stdout, "Rendered files kept in %s\n", batch_.folder.c_str());
     }

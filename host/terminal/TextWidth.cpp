@@ -69,8 +69,38 @@ size_t displayWidth(std::string_view text)
     return total;
 }
 
-std::string fitToWidth(std::string_view text, size_t width)
+std::string printable(std::string_view text, bool keepLineBreaks)
 {
+    static constexpr std::string_view kReplacement = "\xEF\xBF\xBD"; // U+FFFD
+    std::string result;
+    result.reserve(text.size());
+    Utf8Characters utf8;
+    std::mbstate_t state{};
+    size_t at = 0;
+    while (at < text.size())
+    {
+        wchar_t character = 0;
+        size_t length = std::mbrtowc(&character, text.data() + at, text.size() - at, &state);
+        if (length == static_cast<size_t>(-1) || length == static_cast<size_t>(-2) || length == 0)
+        {
+            state = std::mbstate_t{};
+            result.append(kReplacement); // no character, or NUL
+            at += 1;
+            continue;
+        }
+        const bool control = character < 0x20 || (character >= 0x7F && character < 0xA0);
+        if (control && !(keepLineBreaks && (character == L'\n' || character == L'\t')))
+            result.append(kReplacement);
+        else
+            result.append(text.substr(at, length));
+        at += length;
+    }
+    return result;
+}
+
+std::string fitToWidth(std::string_view raw, size_t width)
+{
+    const std::string text = printable(raw);
     std::string result;
     size_t used = 0;
     bool full = false;
@@ -87,10 +117,10 @@ std::string fitToWidth(std::string_view text, size_t width)
     return result;
 }
 
-std::string padToWidth(std::string_view text, size_t width)
+std::string padToWidth(std::string_view raw, size_t width)
 {
-    const size_t used = displayWidth(text);
-    std::string result(text);
+    std::string result = printable(raw);
+    const size_t used = displayWidth(result);
     if (used < width)
         result.append(width - used, ' ');
     return result;

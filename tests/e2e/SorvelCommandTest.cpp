@@ -221,7 +221,8 @@ TEST_F(SorvelProgram, ARememberedLoginServesLaterCommandsGivesWayToAnotherAccoun
     sandbox->stop();
     const std::filesystem::path seed = home / "two-accounts.json";
     std::ofstream(seed) << R"({"accounts": [
-        {"id": 7, "username": "first", "password": "pass one", "name": "First", "titles": [{"name": "First Album"}]},
+        {"id": 7, "username": "first", "password": "pass one", "name": "First",
+         "titles": [{"name": "First Album"}, {"name": "Retitled\u001b]0;owned\u0007\u001b[2J"}]},
         {"id": 8, "username": "second", "password": "pass two", "name": "Second", "titles": [{"name": "Second Album"}]}]})";
     SorvelSandbox::Sandbox::Options options;
     options.seedFile = seed.string();
@@ -235,6 +236,9 @@ TEST_F(SorvelProgram, ARememberedLoginServesLaterCommandsGivesWayToAnotherAccoun
     run = sorvel({"products"}, "");
     EXPECT_EQ(run.exitCode, 0) << run.err;
     EXPECT_NE(run.out.find("First Album"), std::string::npos) << run.out;
+    // A name with control sequences reaches the terminal as marks, never as sequences it acts on.
+    EXPECT_NE(run.out.find("Retitled\xEF\xBF\xBD]0;owned"), std::string::npos) << run.out;
+    EXPECT_EQ(run.out.find('\x1b'), std::string::npos) << run.out;
 
     // Another account named on the command line is the one signed in to, not the remembered one.
     run = sorvel({"products", "--user", "second", "--password-stdin"}, "pass two");
