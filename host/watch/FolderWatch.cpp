@@ -191,8 +191,10 @@ void FolderWatch::rescan(Clock::time_point now)
         {
             const std::string name = entry.path().filename().string();
             struct stat status{};
+            // Changed since the watch began, by the time of the inode's last change: a file moved
+            // in (mv, cp -p, rsync -t) keeps the time its content was written, but not that one.
             if (isTemporaryName(name) || ::stat(entry.path().c_str(), &status) != 0 || !S_ISREG(status.st_mode) ||
-                nanoseconds(status.st_mtim) < startedAt_ || pending_.count(entry.path()))
+                nanoseconds(status.st_ctim) < startedAt_ || pending_.count(entry.path()))
                 continue;
             if (const auto told = told_.find(entry.path().string());
                 told != told_.end() && told->second.first.inode == status.st_ino &&

@@ -18,6 +18,7 @@
 #include <map>
 #include <set>
 #include <sys/resource.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 namespace {
@@ -331,6 +332,14 @@ TEST(FolderWatch, ALostEventQueueIsMadeUpForAndNothingLeaks)
     // file finished in the middle of them.
     int kept = 16384;
     std::ifstream("/proc/sys/fs/inotify/max_queued_events") >> kept;
+    // A file written an hour ago, moved in while events are lost (mv keeps its time).
+    {
+        WaveWriter writer(w / ".Moved.wav");
+        writer.write(441, 100);
+        writer.finish();
+    }
+    const timeval hourAgo[2] = {{::time(nullptr) - 3600, 0}, {::time(nullptr) - 3600, 0}};
+    ASSERT_EQ(::utimes((w / ".Moved.wav").c_str(), hourAgo), 0);
     const auto flood = w / ".flood";
     std::ofstream(flood) << "x";
     for (int i = 0; i < kept; ++i)
@@ -340,10 +349,11 @@ TEST(FolderWatch, ALostEventQueueIsMadeUpForAndNothingLeaks)
         writer.write(441, 100);
         writer.finish();
     }
+    fs::rename(w / ".Moved.wav", w / "Moved.wav");
     w.step();
     w.settle();
-    EXPECT_EQ(w.finished, (std::multiset<std::string>{"Lost.wav", "Told.wav"}))
-        << "the file finished while events were lost is found, the one told already is not told again";
+    EXPECT_EQ(w.finished, (std::multiset<std::string>{"Lost.wav", "Moved.wav", "Told.wav"}))
+        << "the files finished or moved in while events were lost are found, the one told already is not told again";
 }
 
 TEST(FolderWatch, TheRunLoopHearsOfTheFolderThroughTheWaker)
