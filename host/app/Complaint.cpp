@@ -12,10 +12,8 @@ std::string last; // the user-interface thread says everything
 
 } // namespace
 
-void complain(const char* format, ...)
+std::string formatText(const char* format, va_list arguments)
 {
-    va_list arguments;
-    va_start(arguments, format);
     va_list copy;
     va_copy(copy, arguments);
     const int length = std::vsnprintf(nullptr, 0, format, copy);
@@ -23,6 +21,14 @@ void complain(const char* format, ...)
     std::string text(length > 0 ? static_cast<size_t>(length) : 0, '\0');
     if (length > 0)
         std::vsnprintf(text.data(), text.size() + 1, format, arguments);
+    return text;
+}
+
+void complain(const char* format, ...)
+{
+    va_list arguments;
+    va_start(arguments, format);
+    std::string text = formatText(format, arguments);
     va_end(arguments);
     while (!text.empty() && text.back() == '\n')
         text.pop_back();

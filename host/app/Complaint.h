@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdarg>
 #include <string>
 
 namespace Host {
@@ -10,5 +11,8 @@ namespace Host {
 [[gnu::format(printf, 1, 2)]] void complain(const char* format, ...);
 /// The last sentence said, without the prefix; empty when none was.
 const std::string& lastComplaint();
+
+/// The text of printf-style `format` with `arguments`, whatever its length.
+std::string formatText(const char* format, va_list arguments);
 
 } // namespace Host

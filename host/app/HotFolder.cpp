@@ -98,13 +98,7 @@ private:
 {
     va_list arguments;
     va_start(arguments, format);
-    va_list copy;
-    va_copy(copy, arguments);
-    const int length = std::vsnprintf(nullptr, 0, format, copy);
-    va_end(copy);
-    std::string text(length > 0 ? static_cast<size_t>(length) : 0, '\0');
-    if (length > 0)
-        std::vsnprintf(text.data(), text.size() + 1, format, arguments);
+    const std::string text = formatText(format, arguments);
     va_end(arguments);
     // File names among them: nothing in one reaches the terminal as a control character.
     std::fprintf(json ? stderr : stdout, "%s\n", printable(text).c_str());

@@ -36,7 +36,11 @@ private:
     locale_t previous_ = locale_t(0);
 };
 
-/// Calls `each(bytes, columns)` for every character of `text` in order.
+/// The mark a terminal shows for what is no character, U+FFFD.
+constexpr wchar_t kReplacementCharacter = 0xFFFD;
+
+/// Calls `each(bytes, columns, character)` for every character of `text` in order; a byte that
+/// is no part of a valid character, and a NUL, come one by one as kReplacementCharacter.
 template <typename Each>
 void forEachCharacter(std::string_view text, Each each)
 {
@@ -52,10 +56,11 @@ void forEachCharacter(std::string_view text, Each each)
         {
             state = std::mbstate_t{}; // not a character: one byte, shown as one mark
             length = 1;
+            character = kReplacementCharacter;
         }
         else if (const int width = ::wcwidth(character); width >= 0)
             columns = width;
-        each(text.substr(at, length), static_cast<size_t>(columns));
+        each(text.substr(at, length), static_cast<size_t>(columns), character);
         at += length;
     }
 }
@@ -65,36 +70,22 @@ void forEachCharacter(std::string_view text, Each each)
 size_t displayWidth(std::string_view text)
 {
     size_t total = 0;
-    forEachCharacter(text, [&](std::string_view, size_t columns) { total += columns; });
+    forEachCharacter(text, [&](std::string_view, size_t columns, wchar_t) { total += columns; });
     return total;
 }
 
 std::string printable(std::string_view text, bool keepLineBreaks)
 {
-    static constexpr std::string_view kReplacement = "\xEF\xBF\xBD"; // U+FFFD
     std::string result;
     result.reserve(text.size());
-    Utf8Characters utf8;
-    std::mbstate_t state{};
-    size_t at = 0;
-    while (at < text.size())
-    {
-        wchar_t character = 0;
-        size_t length = std::mbrtowc(&character, text.data() + at, text.size() - at, &state);
-        if (length == static_cast<size_t>(-1) || length == static_cast<size_t>(-2) || length == 0)
-        {
-            state = std::mbstate_t{};
-            result.append(kReplacement); // no character, or NUL
-            at += 1;
-            continue;
-        }
+    forEachCharacter(text, [&](std::string_view bytes, size_t, wchar_t character) {
         const bool control = character < 0x20 || (character >= 0x7F && character < 0xA0);
-        if (control && !(keepLineBreaks && (character == L'\n' || character == L'\t')))
-            result.append(kReplacement);
+        if (character == kReplacementCharacter ||
+            (control && !(keepLineBreaks && (character == L'\n' || character == L'\t'))))
+            result.append("\xEF\xBF\xBD");
         else
-            result.append(text.substr(at, length));
-        at += length;
-    }
+            result.append(bytes);
+    });
     return result;
 }
 
@@ -104,7 +95,7 @@ std::string fitToWidth(std::string_view raw, size_t width)
     std::string result;
     size_t used = 0;
     bool full = false;
-    forEachCharacter(text, [&](std::string_view bytes, size_t columns) {
+    forEachCharacter(text, [&](std::string_view bytes, size_t columns, wchar_t) {
         if (full || used + columns > width)
         {
             full = true;
