@@ -155,7 +155,7 @@ bool Gadget::chooseMenuCommand(const std::string& path, const std::string& categ
     std::string parameterName;
     ownerOf(component_, path, parameterName);
     controller->notify(nullptr, *Message::make("extendMenu", {Variant(static_cast<Object*>(menu.get())),
-                                                               Variant(parameterName.c_str())}));
+                                                              Variant(parameterName.c_str())}));
     for (int32 i = parameter->countEntries(); i < menu->countEntries(); ++i)
     {
         MenuEntryRecord entry{};

@@ -56,8 +56,9 @@ std::filesystem::path writeRedirectPage(const std::string& address)
     const int fd = ::mkstemps(path.data(), 5); // 0600, a name of its own
     if (fd < 0)
         return {};
-    const std::string page = "<!DOCTYPE html>\n<meta charset=\"utf-8\">\n<meta http-equiv=\"refresh\" content=\"0; url=" +
-                             address + "\">\n<title>Sorvel</title>\n<a href=\"" + address + "\">Sorvel</a>\n";
+    const std::string page =
+        "<!DOCTYPE html>\n<meta charset=\"utf-8\">\n<meta http-equiv=\"refresh\" content=\"0; url=" + address +
+        "\">\n<title>Sorvel</title>\n<a href=\"" + address + "\">Sorvel</a>\n";
     const bool written = ::write(fd, page.data(), page.size()) == static_cast<ssize_t>(page.size());
     ::close(fd);
     if (!written)

@@ -1,8 +1,8 @@
 #include "host/app/Commands.h"
 #include "host/app/Complaint.h"
 #include "host/app/JsonOutput.h"
-#include "host/terminal/TextWidth.h"
 #include "host/ledger/PublishLedger.h"
+#include "host/terminal/TextWidth.h"
 #include "host/watch/DescriptorWaker.h"
 #include "host/watch/FolderWatch.h"
 

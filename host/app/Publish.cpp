@@ -458,7 +458,8 @@ int PublishRun::printPlan()
         return kDone;
     }
     std::fprintf(stdout, "Plan (--dry-run, nothing sent): %s \"%s\"\n",
-                 newProduct_ && handedOver_ ? "create the product" : "publish to the product", printable(product_).c_str());
+                 newProduct_ && handedOver_ ? "create the product" : "publish to the product",
+                 printable(product_).c_str());
     for (const RowView* row : batchRows(planned))
         std::fprintf(stdout, "  %-9s %s\n", row->stateName(), printable(row->title).c_str());
     std::fprintf(stdout, "%zu to add, %zu to replace, %zu unchanged\n", add, replace, unchanged);
@@ -673,7 +674,8 @@ int PublishRun::outcome()
                      unchanged, printable(product_).c_str());
     else
     {
-        std::fprintf(stdout, "%zu of %zu tracks uploaded to \"%s\"", uploaded, batch_.files.size(), printable(product_).c_str());
+        std::fprintf(stdout, "%zu of %zu tracks uploaded to \"%s\"", uploaded, batch_.files.size(),
+                     printable(product_).c_str());
         if (unchanged)
             std::fprintf(stdout, " (%zu unchanged, not sent)", unchanged);
         std::fprintf(stdout, "\n");

@@ -135,8 +135,7 @@ int renderBatch(Engine::IPublisher& publisher, const std::vector<SourceFile>& so
         std::snprintf(row, sizeof row, "%03zu", i + 1);
         // The rendered file's name is valid UTF-8, as the address it is handed over by must be:
         // bytes of an old encoding in the source's name become U+FFFD.
-        const fs::path output =
-            batch.folder / row / (String::fromUtf8(source.path.stem().string()).toUtf8() + ".wav");
+        const fs::path output = batch.folder / row / (String::fromUtf8(source.path.stem().string()).toUtf8() + ".wav");
         std::error_code made;
         if (fs::create_directory(batch.folder / row, made); made)
         {

@@ -157,8 +157,7 @@ int Runtime::waitFailure() const
 {
     if (gInterrupted.load(std::memory_order_relaxed))
         return kInterrupted;
-    complain("the service did not finish answering within %u s. Try again in a moment.\n",
-                 waitLimitMs() / 1000);
+    complain("the service did not finish answering within %u s. Try again in a moment.\n", waitLimitMs() / 1000);
     return kServiceFailed;
 }
 

@@ -29,9 +29,11 @@ bool LanguageFile::load(std::string& error)
     const std::string path =
         (userFolder("XDG_CONFIG_HOME", ".config") / "sorvel" / "language" / (std::string(language) + ".json")).string();
     struct stat status = {};
+    // No translation of this language: the English texts. One that cannot be read is said, not
+    // passed over.
     if (::lstat(path.c_str(), &status) != 0 && errno == ENOENT)
-        return true; // no translation of this language: the English texts
-    return loadFrom(path, error); // also one that cannot be read: said, not passed over
+        return true;
+    return loadFrom(path, error);
 }
 
 bool LanguageFile::loadFrom(const std::string& path, std::string& error)

@@ -1,10 +1,10 @@
 #include "host/config/Settings.h"
 
 #include "framework/data/Json.h"
+#include "framework/data/Url.h"
 #include "host/config/JsonSyntax.h"
 #include "host/config/UserFile.h"
 #include "host/config/UserFolder.h"
-#include "framework/data/Url.h"
 
 #include <cerrno>
 #include <cstdint>

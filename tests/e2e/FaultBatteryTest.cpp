@@ -236,7 +236,8 @@ TEST_F(FaultSuite, EveryStepFailingInEveryWayEndsAsTheUserExpects)
                      [](FaultSuite&, SorvelSandbox::Sandbox& service) {
                          auto refusing = std::make_shared<TestSupport::RefusingPort>();
                          const std::string reply = R"({"status_code":200,"data":{"url":"http://127.0.0.1:)" +
-                                                   std::to_string(refusing->port()) + R"(/upload/gone","post_data":{}}})";
+                                                   std::to_string(refusing->port()) +
+                                                   R"(/upload/gone","post_data":{}}})";
                          service.injectFault(Endpoint::UploadToken, Fault::replacedBody(reply));
                          return std::shared_ptr<void>(refusing);
                      },
@@ -262,11 +263,13 @@ TEST_F(FaultSuite, EveryStepFailingInEveryWayEndsAsTheUserExpects)
         };
     };
     using TestSupport::MuteServer;
-    cases.push_back({Step::Configuration, "connection refused",
+    cases.push_back({Step::Configuration,
+                     "connection refused",
                      elsewhere([] { return std::make_shared<TestSupport::RefusingPort>(); }),
                      {1, "cannot reach the service at http://127.0.0.1:", "", false}});
     cases.push_back({Step::Configuration, "never answers",
-                     elsewhere([] { return std::make_shared<MuteServer>(MuteServer::Accepts::none); }), noAnswerAtSignIn});
+                     elsewhere([] { return std::make_shared<MuteServer>(MuteServer::Accepts::none); }),
+                     noAnswerAtSignIn});
     cases.push_back({Step::Configuration, "closes every connection",
                      elsewhere([] { return std::make_shared<MuteServer>(MuteServer::Accepts::andCloses); }),
                      noAnswerAtSignIn});

@@ -296,8 +296,8 @@ TEST_F(HotFolder, WatchingNeedsAFolderNoFilesAndAUsableLedger)
     const fs::path ledger = home / "state" / "sorvel" / "ledger.sqlite";
     fs::create_directories(ledger.parent_path());
     std::ofstream(ledger) << "not a ledger";
-    run = sorvel({"publish", "--watch", folder().string(), "--user", login.username, "--password-stdin"},
-                 login.password);
+    run =
+        sorvel({"publish", "--watch", folder().string(), "--user", login.username, "--password-stdin"}, login.password);
     EXPECT_EQ(run.exitCode, 4) << run.err;
     EXPECT_NE(run.err.find(ledger.string()), std::string::npos) << run.err;
     EXPECT_EQ(requests(Endpoint::SignIn), 0u);

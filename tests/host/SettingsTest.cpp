@@ -1,12 +1,12 @@
 // The host's configuration: the settings file with its permission check, the environment over
 // it, and the provider class through which the plug-in reads the result.
+#include "host/config/Settings.h"
 #include "framework/hostsupport/EventWait.h"
 #include "framework/interfaces/IAsyncOperation.h"
 #include "framework/interfaces/IAttributeList.h"
 #include "framework/services/SystemServices.h"
 #include "host/config/ConfigurationProvider.h"
 #include "host/config/LanguageFile.h"
-#include "host/config/Settings.h"
 #include "host/config/UserFile.h"
 #include "tests/system/ScopedEnvironment.h"
 #include "tests/system/TemporaryDirectory.h"

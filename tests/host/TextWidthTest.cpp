@@ -38,13 +38,30 @@ TEST(TextWidth, NothingATerminalWouldActOnIsPrinted)
 {
     // A sequence that retitles the terminal, a bell, line breaks, the one-character CSI of C1, a
     // stray byte and a NUL: each shows as U+FFFD; letters of every script stay.
-    EXPECT_EQ(printable("Night\x1b]0;owned\x07" "Drive"), "Night\xEF\xBF\xBD]0;owned\xEF\xBF\xBD" "Drive");
-    EXPECT_EQ(printable("a\nb\tc\rd"), "a\xEF\xBF\xBD" "b\xEF\xBF\xBD" "c\xEF\xBF\xBD" "d");
-    EXPECT_EQ(printable("a\nb\tc\rd", true), "a\nb\tc\xEF\xBF\xBD" "d");
-    EXPECT_EQ(printable("\xC2\x9B" "2J"), "\xEF\xBF\xBD" "2J");
-    EXPECT_EQ(printable("a\xFF" "b"), "a\xEF\xBF\xBD" "b");
-    EXPECT_EQ(printable(std::string_view("a\0b", 3)), "a\xEF\xBF\xBD" "b");
-    EXPECT_EQ(printable("\xC3\x9C" "berfahrt \xE6\x9D\xB1 \xF0\x9F\x8E\xB5"), "\xC3\x9C" "berfahrt \xE6\x9D\xB1 \xF0\x9F\x8E\xB5");
+    EXPECT_EQ(printable("Night\x1b]0;owned\x07"
+                        "Drive"),
+              "Night\xEF\xBF\xBD]0;owned\xEF\xBF\xBD"
+              "Drive");
+    EXPECT_EQ(printable("a\nb\tc\rd"), "a\xEF\xBF\xBD"
+                                       "b\xEF\xBF\xBD"
+                                       "c\xEF\xBF\xBD"
+                                       "d");
+    EXPECT_EQ(printable("a\nb\tc\rd", true), "a\nb\tc\xEF\xBF\xBD"
+                                             "d");
+    EXPECT_EQ(printable("\xC2\x9B"
+                        "2J"),
+              "\xEF\xBF\xBD"
+              "2J");
+    EXPECT_EQ(printable("a\xFF"
+                        "b"),
+              "a\xEF\xBF\xBD"
+              "b");
+    EXPECT_EQ(printable(std::string_view("a\0b", 3)), "a\xEF\xBF\xBD"
+                                                      "b");
+    EXPECT_EQ(printable("\xC3\x9C"
+                        "berfahrt \xE6\x9D\xB1 \xF0\x9F\x8E\xB5"),
+              "\xC3\x9C"
+              "berfahrt \xE6\x9D\xB1 \xF0\x9F\x8E\xB5");
     // A table of such names keeps its columns.
     EXPECT_EQ(padToWidth("a\x1b[2Jb", 7), "a\xEF\xBF\xBD[2Jb ");
     EXPECT_EQ(fitToWidth("a\x1b[2Jb\n", 5), "a\xEF\xBF\xBD[2J");

@@ -305,8 +305,7 @@ TEST(HttpRequest, AFailedCallEndsWithErrorThenLoadEndAndNoResponse)
     // Each case checks the whole error text, or only its start.
     for (const auto& [name, method, url, body, shortTimeOuts, wholeError, error] :
          std::vector<std::tuple<const char*, const char*, std::string, IStream*, bool, bool, std::string>>{
-             {"refused", "GET", "http://127.0.0.1:" + std::to_string(refusing.port()) + "/",
-              nullptr, false, false, ""},
+             {"refused", "GET", "http://127.0.0.1:" + std::to_string(refusing.port()) + "/", nullptr, false, false, ""},
              {"silent server", "GET", server.url("/silent"), nullptr, true, false, "timed out"},
              {"late answer", "POST", server.url("/late"), body.get(), true, true, "timed out: nothing moved for 1 s"}})
     {
