@@ -363,6 +363,7 @@ void LiveHandOver::beforePress()
         entry.source = known->second.source;
         entry.trackName = row.hasTrack ? row.trackName : CellReader::read(*model, index, kTitleColumn, kUnshortened, style).text;
         entry.pairedTrack = row.hasTrack ? row.trackName : "";
+        entry.format = describeRendered(row.file);
         if (!digestsOf(known->second, known->second.metadata, entry.trackName, entry.digests))
             continue;
         entries.push_back(std::move(entry));

@@ -480,7 +480,8 @@ void PublishRun::watchUploads()
             continue;
         const size_t index = fileIndex_.at(row->values.file);
         const RenderedBatch::File& file = batch_.files[index];
-        entries.push_back({file.source, file.trackName(), row->values.hasTrack ? row->values.trackName : "", digests_[index]});
+        entries.push_back({file.source, file.trackName(), row->values.hasTrack ? row->values.trackName : "",
+                           digests_[index], describeRendered(file.output)});
     }
     UploadRecorder::Target target{runtime_.serviceUrl(), account_, productName_.empty() ? product_ : productName_,
                                   productId_};

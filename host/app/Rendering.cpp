@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <sndfile.h>
 #include <sstream>
 #include <unistd.h>
 
@@ -178,6 +179,44 @@ int renderBatch(Engine::IPublisher& publisher, const std::vector<SourceFile>& so
     for (size_t i = 0; i < batch.files.size(); ++i)
         batch.files[i].report = rendered.reports[i];
     return kDone;
+}
+
+std::string describeRendered(const std::filesystem::path& output)
+{
+    SF_INFO info{};
+    SNDFILE* file = sf_open(output.c_str(), SFM_READ, &info);
+    if (!file)
+        return "WAV";
+    sf_close(file);
+    std::string bits;
+    switch (info.format & SF_FORMAT_SUBMASK)
+    {
+    case SF_FORMAT_PCM_U8:
+    case SF_FORMAT_PCM_S8:
+        bits = " 8-bit";
+        break;
+    case SF_FORMAT_PCM_16:
+        bits = " 16-bit";
+        break;
+    case SF_FORMAT_PCM_24:
+        bits = " 24-bit";
+        break;
+    case SF_FORMAT_PCM_32:
+        bits = " 32-bit";
+        break;
+    case SF_FORMAT_FLOAT:
+        bits = " 32-bit float";
+        break;
+    case SF_FORMAT_DOUBLE:
+        bits = " 64-bit float";
+        break;
+    default:
+        break;
+    }
+    const std::string channels = info.channels == 1   ? "mono"
+                                 : info.channels == 2 ? "stereo"
+                                                      : std::to_string(info.channels) + " channels";
+    return "WAV " + std::to_string(info.samplerate) + " Hz" + bits + " " + channels;
 }
 
 int handOver(Engine::IPublisher& publisher, RenderedBatch& batch, const std::vector<bool>& leaveOut)

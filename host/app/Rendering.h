@@ -43,6 +43,10 @@ struct RenderedBatch
     void removeFolder() const;
 };
 
+/// What a rendered file is, for the publish ledger: "WAV 44100 Hz 16-bit stereo"; "WAV" when its
+/// header cannot be read.
+std::string describeRendered(const std::filesystem::path& output);
+
 /// Renders `sources` to what `publisher` takes, `jobs` files at once (0: one per core), each with
 /// its metadata and the "Media:" values of `fields` (one for all files, or one per file), and the
 /// product `product` as its album when it is not empty. kDone, or an exit code after saying why on

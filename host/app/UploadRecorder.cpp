@@ -121,7 +121,7 @@ void UploadRecorder::confirmed(const std::string& trackId)
     record.trackName = entry.trackName;
     record.source = entry.source.string();
     record.digests = entry.digests;
-    record.format = "WAV";
+    record.format = entry.format;
     std::string error;
     if (!ledger_->record(record, error))
     {

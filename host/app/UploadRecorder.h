@@ -45,6 +45,7 @@ public:
         std::string trackName;   ///< the name recorded for the track
         std::string pairedTrack; ///< the name of the product's track it replaces; empty: a new track
         PublishLedger::Digests digests;
+        std::string format; ///< of the rendered file sent, as describeRendered gives it
     };
 
     /// Without a ledger it only follows the batch (the product it created).

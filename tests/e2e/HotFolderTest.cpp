@@ -156,7 +156,15 @@ TEST_F(HotFolder, ExportsGoUpInBatchesUnderOneSignInAndAReExportReplacesItsTrack
     ASSERT_TRUE(recorded.IsObject() && recorded.HasMember("uploads")) << history.out;
     std::multiset<std::string> sources;
     for (const auto& upload : recorded["uploads"].GetArray())
-        sources.insert(fs::path(upload["source"].GetString()).filename().string());
+    {
+        const std::string source = fs::path(upload["source"].GetString()).filename().string();
+        sources.insert(source);
+        // The exports are CD audio, which the render passes through as it is.
+        if (source != "Bonus.flac")
+        {
+            EXPECT_STREQ(upload["format"].GetString(), "WAV 44100 Hz 16-bit stereo") << source;
+        }
+    }
     EXPECT_EQ(sources, (std::multiset<std::string>{"Bonus.flac", "One.wav", "Three.wav", "Two.wav", "Two.wav"}))
         << history.out;
 }

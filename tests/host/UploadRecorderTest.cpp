@@ -58,9 +58,9 @@ TEST(UploadRecorder, RecordsEachConfirmedUploadUnderTheTrackItWentToAndNothingEl
     {
         UploadRecorder recorder(ledger.get(), *answers);
         recorder.start({"https://api.example.test/v1", "A1", "Night Drive", "P1"},
-                       {{"/music/intro.wav", "Intro", "Intro", digests('a')},
-                        {"/music/two.wav", "Second", "", digests('c')},
-                        {"/music/three.wav", "Third", "", digests('e')}},
+                       {{"/music/intro.wav", "Intro", "Intro", digests('a'), "WAV 48000 Hz 24-bit stereo"},
+                        {"/music/two.wav", "Second", "", digests('c'), "WAV 48000 Hz 24-bit stereo"},
+                        {"/music/three.wav", "Third", "", digests('e'), "WAV 44100 Hz 16-bit mono"}},
                        {{"T1", "Intro"}, {"T2", "Outro"}});
         answer(*answers, "POST", "tracks", 200, R"({"id":"T7"})");
         answer(*answers, "POST", "tracks", 200, R"({"id":"T8"})");
@@ -85,11 +85,12 @@ TEST(UploadRecorder, RecordsEachConfirmedUploadUnderTheTrackItWentToAndNothingEl
     EXPECT_EQ(last.source, "/music/three.wav");
     EXPECT_EQ(last.digests.content, digests('e').content);
     EXPECT_EQ(last.digests.metadata, digests('e').metadata);
+    EXPECT_EQ(last.format, "WAV 44100 Hz 16-bit mono") << "the format its row was rendered to";
 
     // A batch that creates its product records under the id the service gave it; no ledger: the
     // product's id is still followed, nothing is recorded.
     UploadRecorder creating(ledger.get(), *answers);
-    creating.start({"https://api.example.test/v1", "A1", "Dawn", ""}, {{"/music/dawn.wav", "Dawn", "", digests('1')}}, {});
+    creating.start({"https://api.example.test/v1", "A1", "Dawn", ""}, {{"/music/dawn.wav", "Dawn", "", digests('1'), "WAV 44100 Hz 16-bit stereo"}}, {});
     answer(*answers, "POST", "titles", 200, R"({"id":"P5"})");
     answer(*answers, "POST", "tracks", 200, R"({"id":"T9"})");
     answer(*answers, "POST", "tracks/T9/upload_status", 200, "{}");
@@ -97,7 +98,7 @@ TEST(UploadRecorder, RecordsEachConfirmedUploadUnderTheTrackItWentToAndNothingEl
     EXPECT_EQ(recordedTracks(*ledger, "Dawn", count), (std::map<std::string, std::string>{{"Dawn", "T9@P5"}}));
 
     UploadRecorder following(nullptr, *answers);
-    following.start({"https://api.example.test/v1", "A1", "Dusk", ""}, {{"/music/dusk.wav", "Dusk", "", digests('3')}}, {});
+    following.start({"https://api.example.test/v1", "A1", "Dusk", ""}, {{"/music/dusk.wav", "Dusk", "", digests('3'), "WAV 44100 Hz 16-bit stereo"}}, {});
     answer(*answers, "POST", "titles", 200, R"({"id":"P6"})");
     answer(*answers, "POST", "tracks", 200, R"({"id":"T10"})");
     answer(*answers, "POST", "tracks/T10/upload_status", 200, "{}");
