@@ -90,7 +90,8 @@ TEST(UploadRecorder, RecordsEachConfirmedUploadUnderTheTrackItWentToAndNothingEl
     // A batch that creates its product records under the id the service gave it; no ledger: the
     // product's id is still followed, nothing is recorded.
     UploadRecorder creating(ledger.get(), *answers);
-    creating.start({"https://api.example.test/v1", "A1", "Dawn", ""}, {{"/music/dawn.wav", "Dawn", "", digests('1'), "WAV 44100 Hz 16-bit stereo"}}, {});
+    creating.start({"https://api.example.test/v1", "A1", "Dawn", ""},
+                   {{"/music/dawn.wav", "Dawn", "", digests('1'), "WAV 44100 Hz 16-bit stereo"}}, {});
     answer(*answers, "POST", "titles", 200, R"({"id":"P5"})");
     answer(*answers, "POST", "tracks", 200, R"({"id":"T9"})");
     answer(*answers, "POST", "tracks/T9/upload_status", 200, "{}");
@@ -98,7 +99,8 @@ TEST(UploadRecorder, RecordsEachConfirmedUploadUnderTheTrackItWentToAndNothingEl
     EXPECT_EQ(recordedTracks(*ledger, "Dawn", count), (std::map<std::string, std::string>{{"Dawn", "T9@P5"}}));
 
     UploadRecorder following(nullptr, *answers);
-    following.start({"https://api.example.test/v1", "A1", "Dusk", ""}, {{"/music/dusk.wav", "Dusk", "", digests('3'), "WAV 44100 Hz 16-bit stereo"}}, {});
+    following.start({"https://api.example.test/v1", "A1", "Dusk", ""},
+                    {{"/music/dusk.wav", "Dusk", "", digests('3'), "WAV 44100 Hz 16-bit stereo"}}, {});
     answer(*answers, "POST", "titles", 200, R"({"id":"P6"})");
     answer(*answers, "POST", "tracks", 200, R"({"id":"T10"})");
     answer(*answers, "POST", "tracks/T10/upload_status", 200, "{}");
