@@ -25,8 +25,9 @@ namespace Host {
 /// came, and nextDue() the time a pending file will be due, so any loop can wait on it. collect()
 /// reads what came and answers what is due. One thread (the user-interface thread, in the host).
 ///
-/// Bounded: the files waiting for their settle time, and the memory of files told (to notice
-/// again after a lost event queue), are capped; the descriptor is closed with the watch.
+/// Bounded: the memory of files told (to notice them again after a lost event queue) is capped;
+/// the files waiting for their settle time are those of the folders written in the last moments,
+/// each forgotten when it is told or removed; the descriptor is closed with the watch.
 class FolderWatch
 {
 public:
