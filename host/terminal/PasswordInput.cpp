@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <fcntl.h>
 #include <iostream>
+#include <optional>
 #include <termios.h>
 #include <unistd.h>
 
@@ -98,6 +99,15 @@ private:
 bool readPasswordFromStdin(std::string& password)
 {
     password.clear();
+    // Given on a terminal (typed, not piped), the password is asked for and not shown as typed;
+    // the echo is off before the question, so that nothing typed after it is shown.
+    std::optional<EchoOff> quiet;
+    if (::isatty(STDIN_FILENO))
+    {
+        quiet.emplace(STDIN_FILENO);
+        std::fputs("Password: ", stderr);
+        std::fflush(stderr);
+    }
     if (!std::getline(std::cin, password) && password.empty())
         return false;
     if (!password.empty() && password.back() == '\r')

@@ -4,8 +4,9 @@
 
 namespace Host {
 
-/// Reads a password from the first line of standard input (without its line end). False when
-/// standard input ends before any character or is a terminal that gives an empty line.
+/// Reads a password from the first line of standard input (without its line end); when standard
+/// input is a terminal, after asking for it on standard error and without showing what is typed.
+/// False when standard input ends before any character or is a terminal that gives an empty line.
 bool readPasswordFromStdin(std::string& password);
 
 /// Asks for a line on the controlling terminal without showing what is typed, and gives it back

@@ -398,12 +398,18 @@ TEST_F(PublishContract, TidyEdges)
                   take.c_str(), static_cast<char*>(nullptr));
             _exit(127);
         }
+        // Typed when it is asked for, as a user types it.
         const std::string password = login.password + "\n";
-        ASSERT_EQ(write(terminal, password.data(), password.size()), static_cast<ssize_t>(password.size()));
+        bool typed = false;
         std::string shown;
         const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
         while (std::chrono::steady_clock::now() < deadline)
         {
+            if (!typed && shown.find("Password: ") != std::string::npos)
+            {
+                ASSERT_EQ(write(terminal, password.data(), password.size()), static_cast<ssize_t>(password.size()));
+                typed = true;
+            }
             pollfd ready = {terminal, POLLIN, 0};
             if (poll(&ready, 1, 200) <= 0)
                 continue;
@@ -418,6 +424,7 @@ TEST_F(PublishContract, TidyEdges)
         close(terminal);
         EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << term << ": " << shown;
         EXPECT_NE(shown.find("tracks uploaded"), std::string::npos) << term << ": " << shown;
+        EXPECT_EQ(shown.find(login.password), std::string::npos) << "the typed password is not shown: " << shown;
         const bool escapes = shown.find("\x1b[") != std::string::npos;
         EXPECT_EQ(escapes, std::string(term) != "TERM=dumb") << term << ": " << shown;
     }
