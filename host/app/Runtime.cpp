@@ -17,19 +17,12 @@
 #include "host/terminal/TerminalCredentialPrompt.h"
 #include "sandbox/Sandbox.h"
 
-#include "framework/data/Url.h"
-
 #include <algorithm>
-#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
-#include <cstring>
-#include <fcntl.h>
+#include <curl/curl.h>
 #include <filesystem>
-#include <netdb.h>
-#include <poll.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 namespace Host {
@@ -58,49 +51,40 @@ void onInterrupt(int signal)
 using Engine::TextKeys::kLoginFailed;
 using Engine::TextKeys::kSessionExpired;
 
-/// Whether a connection to the server of `address` can be opened within a few seconds; a
-/// sentence in `error` when not. The plug-in would only report a failed sign-in, which would
-/// read as a refused login.
+/// As long as the network module gives a request to connect.
+constexpr long kConnectLimitMs = 15000;
+
+/// Whether a connection to the server of `address` can be opened as the requests will open it:
+/// through the proxy the environment names for it (`https_proxy`, `http_proxy`, `all_proxy`, not
+/// for hosts in `no_proxy`), within the time a request is given to connect or `--timeout` when
+/// that is shorter. A sentence in `error` when not. The plug-in would only report a failed
+/// sign-in, which would read as a refused login.
 bool canConnect(const std::string& address, std::string& error)
 {
-    const Url url = Url::fromDisplayString(address);
-    const std::string host = url.host().view().empty() ? std::string() : std::string(url.host().view());
-    const int port = url.port() ? url.port() : (url.protocol() == "https" ? 443 : 80);
-    addrinfo hints = {};
-    hints.ai_socktype = SOCK_STREAM;
-    addrinfo* found = nullptr;
-    if (host.empty() || getaddrinfo(host.c_str(), std::to_string(port).c_str(), &hints, &found) != 0)
+    CURL* probe = curl_easy_init();
+    if (!probe)
     {
-        error = "cannot reach the service at " + address + ": unknown host";
+        error = "cannot reach the service at " + address + ": no connection could be set up";
         return false;
     }
-    std::string reason = "no address";
-    bool connected = false;
-    for (addrinfo* candidate = found; candidate && !connected; candidate = candidate->ai_next)
-    {
-        const int fd = socket(candidate->ai_family, candidate->ai_socktype | SOCK_NONBLOCK, candidate->ai_protocol);
-        if (fd < 0)
-            continue;
-        int result = connect(fd, candidate->ai_addr, candidate->ai_addrlen);
-        if (result != 0 && errno == EINPROGRESS)
-        {
-            pollfd wait = {fd, POLLOUT, 0};
-            int pending = 0;
-            socklen_t length = sizeof pending;
-            result = poll(&wait, 1, 5000) == 1 && getsockopt(fd, SOL_SOCKET, SO_ERROR, &pending, &length) == 0 && !pending
-                         ? 0
-                         : -1;
-            errno = pending ? pending : ETIMEDOUT;
-        }
-        connected = result == 0;
-        if (!connected)
-            reason = std::strerror(errno);
-        close(fd);
-    }
-    freeaddrinfo(found);
-    if (!connected)
-        error = "cannot reach the service at " + address + ": " + reason;
-    return connected;
+    char reason[CURL_ERROR_SIZE] = "";
+    const long limitMs = std::min<long>(kConnectLimitMs, Runtime::stallTimeout() * 1000L);
+    curl_easy_setopt(probe, CURLOPT_URL, address.c_str());
+    curl_easy_setopt(probe, CURLOPT_PROTOCOLS_STR, "http,https");
+    curl_easy_setopt(probe, CURLOPT_CONNECT_ONLY, 1L);
+    curl_easy_setopt(probe, CURLOPT_NOSIGNAL, 1L);
+    curl_easy_setopt(probe, CURLOPT_CONNECTTIMEOUT_MS, limitMs);
+    curl_easy_setopt(probe, CURLOPT_ERRORBUFFER, reason);
+    // Only whether the server can be reached: its certificate is checked by every request, which
+    // says what is wrong with it.
+    curl_easy_setopt(probe, CURLOPT_SSL_VERIFYPEER, 0L);
+    curl_easy_setopt(probe, CURLOPT_SSL_VERIFYHOST, 0L);
+    const CURLcode code = curl_easy_perform(probe);
+    curl_easy_cleanup(probe);
+    if (code == CURLE_OK)
+        return true;
+    error = "cannot reach the service at " + address + ": " + (reason[0] ? reason : curl_easy_strerror(code));
+    return false;
 }
 
 } // namespace

@@ -476,4 +476,41 @@ TEST_F(PublishContract, TheTimeoutBoundsTheWholeWaitOfACommand)
     EXPECT_EQ(schemaError(run.out, "failure"), "");
 }
 
+TEST_F(PublishContract, TheServiceIsReachedThroughTheProxyTheEnvironmentNames)
+{
+    // A service only the proxy knows: its name resolves nowhere else. The proxy holds every
+    // request unanswered, so the command fails after the time-out, but not as a service out of
+    // reach.
+    TestSupport::MuteServer proxy(TestSupport::MuteServer::Accepts::andHolds);
+    const auto withProxy = [&](int port, const std::string& exempt) {
+        std::vector<std::string> variables = environment();
+        for (std::string& variable : variables)
+            if (variable.rfind("SORVEL_SERVER_URL=", 0) == 0)
+                variable = "SORVEL_SERVER_URL=http://sorvel-service.invalid/api/";
+        variables.push_back("http_proxy=http://127.0.0.1:" + std::to_string(port));
+        for (const char* inheritedOnesCleared : {"all_proxy=", "ALL_PROXY="})
+            variables.push_back(inheritedOnesCleared);
+        variables.push_back("no_proxy=" + exempt);
+        variables.push_back("NO_PROXY=" + exempt);
+        return variables;
+    };
+    const std::vector<std::string> arguments = {"--timeout",        "2",     "products", "--user", login.username,
+                                                "--password-stdin", "--json"};
+    ProgramRun run =
+        Child(arguments, withProxy(proxy.port(), ""), login.password + "\n").wait(std::chrono::seconds(60));
+    EXPECT_EQ(run.exitCode, 1) << run.err;
+    EXPECT_EQ(run.err.find("cannot reach the service"), std::string::npos) << run.err;
+    EXPECT_GE(proxy.secondsConnected(), 0) << "the proxy was never asked: " << run.err;
+    EXPECT_EQ(schemaError(run.out, "failure"), "");
+
+    // A host that no_proxy exempts is connected to directly, where it cannot be found.
+    TestSupport::MuteServer passedBy(TestSupport::MuteServer::Accepts::andHolds);
+    run = Child(arguments, withProxy(passedBy.port(), "sorvel-service.invalid"), login.password + "\n")
+              .wait(std::chrono::seconds(60));
+    EXPECT_EQ(run.exitCode, 1) << run.err;
+    EXPECT_NE(run.err.find("cannot reach the service at http://sorvel-service.invalid/api/: "), std::string::npos)
+        << run.err;
+    EXPECT_LT(passedBy.secondsConnected(), 0) << "an exempt host was asked through the proxy: " << run.err;
+}
+
 } // namespace
