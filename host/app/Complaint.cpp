@@ -1,14 +1,18 @@
 #include "host/app/Complaint.h"
 #include "host/terminal/TextWidth.h"
 
+#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
+#include <cstring>
+#include <iostream>
 
 namespace Host {
 
 namespace {
 
 std::string last; // the user-interface thread says everything
+int outputError = 0; ///< the first failure to write standard output, an errno value
 
 } // namespace
 
@@ -35,6 +39,26 @@ void complain(const char* format, ...)
     text = printable(text, true); // the service's reasons among them: nothing the terminal acts on
     std::fprintf(stderr, "sorvel: %s\n", text.c_str());
     last = text;
+}
+
+void flushOutput(std::FILE* stream)
+{
+    errno = 0;
+    if (std::fflush(stream) != 0 && stream == stdout && outputError == 0)
+        outputError = errno ? errno : EIO;
+}
+
+bool outputWritten()
+{
+    // std::cout writes through the buffer of stdout (the two are kept in step), so one flush
+    // hands over both; its failure is kept.
+    flushOutput(stdout);
+    if (outputError == 0 && (std::ferror(stdout) || !std::cout.good()))
+        outputError = EIO;
+    if (outputError == 0 || outputError == EPIPE)
+        return true;
+    complain("cannot write the output: %s", std::strerror(outputError));
+    return false;
 }
 
 const std::string& lastComplaint()

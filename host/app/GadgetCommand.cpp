@@ -258,7 +258,7 @@ int showGadget(const GadgetOptions& options)
                 return;
             }
             std::printf("Skipped %s: %s\n", printable(event.path.string()).c_str(), printable(reason).c_str());
-            std::fflush(stdout);
+            flushOutput(stdout);
         }
     };
     std::unique_ptr<DescriptorWaker> waker;
@@ -299,7 +299,7 @@ int showGadget(const GadgetOptions& options)
         std::printf("Opened in the browser. Press Ctrl+C to stop.\n");
     for (const std::filesystem::path& folder : watch ? watch->folders() : std::vector<std::filesystem::path>())
         std::printf("Watching %s\n", folder.c_str());
-    std::fflush(stdout);
+    flushOutput(stdout);
     if (watch)
         waker = std::make_unique<DescriptorWaker>(watch->descriptor(), takeWatched);
     // `sorvel add` of this user hands its files here, as the command line's were handed.

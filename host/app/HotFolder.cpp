@@ -102,7 +102,7 @@ private:
     va_end(arguments);
     // File names among them: nothing in one reaches the terminal as a control character.
     std::fprintf(json ? stderr : stdout, "%s\n", printable(text).c_str());
-    std::fflush(json ? stderr : stdout);
+    flushOutput(json ? stderr : stdout);
 }
 
 } // namespace
@@ -238,7 +238,7 @@ int publishWatched(const PublishOptions& options)
         // A batch that ended before its report still gives its JSON line: one per batch.
         if (options.json && code != kDone && JsonOutput::printedCount() == documentsBefore)
             printFailureJson(code);
-        std::fflush(stdout); // each batch's report (its JSON line) as soon as it ends, also into a pipe
+        flushOutput(stdout); // each batch's report (its JSON line) as soon as it ends, also into a pipe
         switch (code)
         {
         case kDone:

@@ -1,4 +1,5 @@
 #include "host/app/JsonOutput.h"
+#include "host/app/Complaint.h"
 
 #include "framework/data/AttributeArray.h"
 
@@ -80,7 +81,7 @@ void JsonOutput::print(FILE* out) const
 {
     ++printed;
     std::fprintf(out, "%s\n", toText().c_str());
-    std::fflush(out);
+    flushOutput(out);
 }
 
 } // namespace Host

@@ -91,7 +91,7 @@ void LiveHandOver::enqueue(Request request)
             std::printf("Waiting for the upload to end: %s\n", source.path.c_str());
         waiting_.push_back({std::move(source), request.product});
     }
-    std::fflush(stdout);
+    flushOutput(stdout);
 }
 
 std::string LiveHandOver::productShown() const
@@ -339,7 +339,7 @@ void LiveHandOver::leaveOutUnchanged()
         for (Item& item : items)
             item.metadata.remove("Media:Album");
     handOver(items, namedAsListed ? std::string() : productName);
-    std::fflush(stdout);
+    flushOutput(stdout);
 }
 
 void LiveHandOver::beforePress()
@@ -466,7 +466,7 @@ int LiveHandOver::handOverWaiting()
     session_.setFileReports(reports_);
     for (const Fresh& one : fresh)
         std::printf("Listed %s\n", one.file->source.c_str());
-    std::fflush(stdout);
+    flushOutput(stdout);
     return kDone;
 }
 

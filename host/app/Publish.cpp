@@ -512,7 +512,7 @@ void PublishRun::listTable()
     std::fprintf(stdout, "\nPre-flight report\n");
     printPreflight(batch_, preflight_, stdout);
     std::fprintf(stdout, "\n");
-    std::fflush(stdout);
+    flushOutput(stdout);
 }
 
 void PublishRun::noteUnsentFields()

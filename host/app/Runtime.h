@@ -23,7 +23,7 @@ namespace Host {
 enum ExitCode : int
 {
     kDone = 0,
-    kServiceFailed = 1,   ///< the service, the network or an upload failed
+    kServiceFailed = 1,   ///< the service, the network or an upload failed, or the output could not be written
     kUsage = 2,           ///< bad arguments or unreadable input
     kSignInRefused = 3,   ///< the login was refused or the session expired
     kConfiguration = 4,   ///< the configuration cannot be used

@@ -8,9 +8,12 @@
 
 #include <CLI/CLI.hpp>
 
+#include <csignal>
 #include <cstdio>
+#include <iostream>
 #include <map>
 #include <set>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -196,8 +199,13 @@ int main(int argc, char** argv)
     }
     catch (const CLI::ParseError& error)
     {
-        if (app.exit(error) == 0)
-            return kDone; // --help or --version
+        // The help and the version go through stdout, whose write errors are kept (a stream
+        // of its own would lose them in its flush).
+        std::ostringstream shown;
+        const int exitCode = app.exit(error, shown, std::cerr);
+        std::fputs(shown.str().c_str(), stdout);
+        if (exitCode == 0)
+            return outputWritten() ? kDone : kServiceFailed; // --help or --version
         // A command asked for JSON gets its document also when its command line cannot be used.
         if (asksForJson(argc, argv))
         {
@@ -208,6 +216,9 @@ int main(int argc, char** argv)
     }
 
     installInterruptHandler();
+    // A reader of the output that goes away (`| head`) must not end a publish under way; the
+    // write errors it causes are told apart by outputWritten().
+    std::signal(SIGPIPE, SIG_IGN);
     Runtime::setStallTimeout(timeoutSeconds);
     const auto run = [&]() -> int {
         if (*publishCommand)
@@ -256,5 +267,7 @@ int main(int argc, char** argv)
                            (!*publishCommand && !*checkCommand && !*gadgetCommand && json);
     if (wantsJson && code != kDone && JsonOutput::printedCount() == 0)
         printFailureJson(code);
+    if (!outputWritten() && code == kDone)
+        return kServiceFailed;
     return code;
 }

@@ -209,6 +209,19 @@ TEST_F(SorvelProgram, ProductsDashboardAndHelp)
         EXPECT_EQ(run.exitCode, 0) << command;
         EXPECT_NE(run.out.find("--json"), std::string::npos) << command << ": " << run.out;
     }
+    // A result that cannot be written (a full disk) is no success, and says why.
+    for (const std::vector<std::string>& command :
+         {std::vector<std::string>{"products", "--user", login.username, "--password-stdin", "--json"},
+          std::vector<std::string>{"--help"}})
+    {
+        std::vector<std::string> arguments = {"-c", "exec \"$0\" \"$@\" >/dev/full", BuildPaths::sorvelProgram()};
+        arguments.insert(arguments.end(), command.begin(), command.end());
+        run = Child(arguments, environment(), login.password + "\n", "/bin/sh").wait();
+        EXPECT_EQ(run.exitCode, 1) << command[0] << ": " << run.err;
+        EXPECT_NE(run.err.find("cannot write the output: No space left on device"), std::string::npos)
+            << command[0] << ": " << run.err;
+    }
+
     run = sorvel({"publish"}, "");
     EXPECT_EQ(run.exitCode, 2) << "no files";
     run = sorvel({"frobnicate"}, "");
