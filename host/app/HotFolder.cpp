@@ -162,10 +162,8 @@ int publishWatched(const PublishOptions& options)
     FinishedFiles finished;
     std::string watchFailure;
     // Reads what the watch has; also while a batch runs (the run loop calls it), so that files
-    // finished meanwhile go with the next batch.
+    // finished meanwhile go with the next batch. After a failure the watch only drops what comes.
     auto takeWatched = [&] {
-        if (!watchFailure.empty())
-            return;
         for (const FolderWatch::Event& event : watch->collect())
             switch (event.kind)
             {

@@ -9,6 +9,7 @@
 #include <sys/inotify.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
 
 namespace Host {
 
@@ -103,8 +104,8 @@ std::optional<FolderWatch::Clock::time_point> FolderWatch::nextDue() const
 {
     std::optional<Clock::time_point> next;
     for (const auto& [path, file] : pending_)
-        if (file.openedSince == 0 && (!next || file.due < *next))
-            next = file.due;
+        if (!next || lookAt(file) < *next)
+            next = lookAt(file);
     return next;
 }
 
@@ -230,8 +231,8 @@ void FolderWatch::remember(const fs::path& path)
 
 std::vector<FolderWatch::Event> FolderWatch::collect(Clock::time_point now)
 {
-    if (failed_)
-        return std::move(failures_);
+    // Everything waiting is read, after a failure too (and dropped then): a loop that waits on
+    // the descriptor would otherwise be woken again and again.
     alignas(inotify_event) char buffer[16384];
     for (;;)
     {
@@ -245,17 +246,18 @@ std::vector<FolderWatch::Event> FolderWatch::collect(Clock::time_point now)
         for (const char* at = buffer; at < buffer + got;)
         {
             const auto* event = reinterpret_cast<const inotify_event*>(at);
-            handle(event->wd, event->mask, event->len ? event->name : nullptr, now);
+            if (!failed_)
+                handle(event->wd, event->mask, event->len ? event->name : nullptr, now);
             at += sizeof(inotify_event) + event->len;
         }
     }
     if (failed_)
-        return std::move(failures_);
+        return std::exchange(failures_, {});
 
     std::vector<std::pair<Clock::time_point, fs::path>> due;
     for (const auto& [path, file] : pending_)
-        if (file.openedSince == 0 && file.due <= now)
-            due.emplace_back(file.due, path);
+        if (lookAt(file) <= now)
+            due.emplace_back(lookAt(file), path);
     std::sort(due.begin(), due.end());
     std::vector<Event> events;
     for (const auto& [when, path] : due)
@@ -267,8 +269,8 @@ std::vector<FolderWatch::Event> FolderWatch::collect(Clock::time_point now)
             pending_.erase(path);
             continue;
         }
-        // Written through a descriptor opened before the watch began: no open was seen, but the
-        // size or time moved. It waits until they stay still.
+        // Written through a descriptor opened before the watch began (no open was seen), or by
+        // whoever holds it open: the size or time moved. It waits until they stay still.
         if (file.size != static_cast<std::uint64_t>(status.st_size) || file.modified != nanoseconds(status.st_mtim))
         {
             closed(path, now);

@@ -16,7 +16,8 @@ namespace Host {
 
 /// Watches export folders with inotify and tells which files in them are finished: a file counts
 /// once its writer has closed it (or it was renamed into the folder) and nobody has opened it
-/// again for a short settle time. A file closed and at once opened again (a normalising second
+/// again for a short settle time, or, while something still holds it open, once it has stayed
+/// unchanged for a long while. A file closed and at once opened again (a normalising second
 /// pass) is told once, after its last close; a file under a hidden or temporary name (".name",
 /// "*.part", "*.tmp", "*~") is not told until it is renamed to its final name. Each finished file
 /// is told once per time it is written; a later export under the same path is told again.
@@ -40,6 +41,11 @@ public:
         /// Whether a finished file is audio, with why not in `reason`. By default: whether
         /// libsndfile can open it.
         std::function<bool(const std::filesystem::path&, std::string& reason)> isAudio;
+        /// How long a file closed by its writer and held open since must stay unchanged (in size
+        /// and time) before it counts as finished all the same. inotify drops an event that is the
+        /// same as the one before it in the queue, so of two readers' closes one can be lost: the
+        /// file would seem open for ever. A writer's second pass changes the file long before.
+        std::chrono::milliseconds heldOpenLimit{30000};
     };
 
     struct Event
@@ -69,7 +75,7 @@ public:
     std::optional<Clock::time_point> nextDue() const;
     /// Reads the events that came (without waiting) and answers, in the order they became due,
     /// the files finished by `now`, those skipped, and a failure. After a failure the watch
-    /// answers nothing more.
+    /// answers nothing more, and drops what still comes, so the descriptor does not stay readable.
     std::vector<Event> collect(Clock::time_point now = Clock::now());
     /// Waits for events or the next due file, at most `timeout`, then collect(). For loops that
     /// have nothing else to wait on.
@@ -103,6 +109,12 @@ private:
     };
 
     FolderWatch(int fd, Options options) : fd_(fd), options_(std::move(options)) {}
+    /// When `file` is next looked at: its settle time after the last close, or the held-open
+    /// limit after it while someone holds it open.
+    Clock::time_point lookAt(const Pending& file) const
+    {
+        return file.openedSince == 0 ? file.due : file.due + options_.heldOpenLimit;
+    }
     void handle(int wd, std::uint32_t mask, const char* name, Clock::time_point now);
     void closed(const std::filesystem::path& path, Clock::time_point now);
     /// The event queue overflowed: every file of the folders changed since the watch began and

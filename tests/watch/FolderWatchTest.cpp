@@ -16,6 +16,7 @@
 #include <fcntl.h>
 #include <fstream>
 #include <map>
+#include <poll.h>
 #include <set>
 #include <sys/resource.h>
 #include <sys/time.h>
@@ -196,6 +197,33 @@ TEST(FolderWatch, EveryWriterIsListedOnceWithItsFinalContent)
         w.settle();
         EXPECT_EQ(w.finished.size(), 1u);
     }
+    // Held open after its writer closed it, by a reader that does not close it (or whose close
+    // inotify dropped as the same event as another reader's): told once it stayed unchanged for
+    // the held-open limit, and not again when the reader lets go.
+    {
+        Watched w;
+        {
+            WaveWriter writer(w / "Held.wav");
+            writer.write(4410, 1000);
+            writer.finish();
+        }
+        w.step();
+        const Clock::time_point closedAt = w.now;
+        const int reader = ::open((w / "Held.wav").c_str(), O_RDONLY);
+        ASSERT_GE(reader, 0);
+        w.step(kSettle * 2);
+        EXPECT_TRUE(w.finished.empty()) << "told while it is held open";
+        const auto limit = FolderWatch::Options().heldOpenLimit;
+        EXPECT_EQ(w.watch->nextDue(), closedAt + kSettle + limit) << "a loop waits until the limit";
+        w.now = closedAt + kSettle + limit - 1ms;
+        w.step();
+        EXPECT_TRUE(w.finished.empty()) << "told before the held-open limit";
+        w.step(1ms);
+        EXPECT_EQ(w.finished.count("Held.wav"), 1u);
+        ::close(reader);
+        w.settle();
+        EXPECT_EQ(w.finished.size(), 1u) << "the reader's late close tells nothing";
+    }
     // Copied in by a file manager, and moved in from another folder.
     {
         RenderTest::TempFolder elsewhere;
@@ -285,6 +313,23 @@ TEST(FolderWatch, AFolderThatGoesOrALimitReachedEndsTheWatchWithAReason)
             << events.back().message;
         EXPECT_TRUE(watch->failed());
         EXPECT_TRUE(watch->collect(Clock::now() + 1h).empty()) << "nothing after the end";
+    }
+
+    // One of two folders goes: the watch ends, and what still comes from the other is dropped,
+    // so that the descriptor a loop waits on does not stay readable.
+    {
+        RenderTest::TempFolder kept, parent;
+        fs::create_directory(parent / "exports");
+        auto watch = FolderWatch::create({kept.path(), parent / "exports"}, {kSettle, {}}, error);
+        ASSERT_TRUE(watch) << error;
+        fs::remove_all(parent / "exports");
+        ASSERT_FALSE(watch->collect().empty());
+        ASSERT_TRUE(watch->failed());
+        std::ofstream(kept / "later.wav") << "RIFF";
+        pollfd ready{watch->descriptor(), POLLIN, 0};
+        ASSERT_EQ(::poll(&ready, 1, 5000), 1) << "the close in the other folder came";
+        EXPECT_TRUE(watch->collect().empty());
+        EXPECT_EQ(::poll(&ready, 1, 0), 0) << "read and dropped";
     }
 
     // No descriptor left for an inotify instance: the limit is named. A new descriptor takes the
