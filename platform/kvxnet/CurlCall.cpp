@@ -274,6 +274,7 @@ int CurlCall::onProgress(void* self, curl_off_t downloadTotal, curl_off_t downlo
 
 void CurlCall::complete(CURLcode code)
 {
+    releaseLent();
     if (code == CURLE_OK)
     {
         gotResponse_ = true;

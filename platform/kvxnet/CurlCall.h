@@ -56,8 +56,17 @@ public:
     /// A handle of the call's own, for an asynchronous call; released with the call.
     CURL* ownHandle();
 
-    /// Takes the outcome of the transfer (the code curl_easy_perform or the multi handle gave).
+    /// Takes the outcome of the transfer (the code curl_easy_perform or the multi handle gave),
+    /// and lets go of what the caller lent (see releaseLent), before the caller hears of the end.
     void complete(CURLcode code);
+    /// Drops the caller's body and progress objects. Their code may belong to a library that is
+    /// unloaded as soon as the caller knows the call is over, so they are released before it can
+    /// know: when the call completes or its cancel is taken, on the thread that ran it.
+    void releaseLent()
+    {
+        request_.body.reset();
+        request_.progress.reset();
+    }
     /// Makes the running transfer stop at its next callback. Any thread.
     void cancel() { cancelled_.store(true, std::memory_order_relaxed); }
     bool isCancelled() const { return cancelled_.load(std::memory_order_relaxed); }

@@ -15,6 +15,7 @@ TransferThread& TransferThread::instance()
 TransferThread::TransferThread() : multi_(curl_multi_init())
 {
     thread_ = std::thread([this] { run(); });
+    threadId_ = thread_.get_id();
     thread_.detach();
 }
 
@@ -30,20 +31,26 @@ void TransferThread::start(CurlCall* call)
 void TransferThread::cancel(CurlCall* call)
 {
     call->cancel();
-    {
-        std::lock_guard lock(mutex_);
-        toCancel_.emplace_back(call);
-    }
+    std::unique_lock lock(mutex_);
+    toCancel_.emplace_back(call);
+    const uint64 ticket = ++cancelsQueued_;
+    if (std::this_thread::get_id() == threadId_)
+        return;
     curl_multi_wakeup(multi_);
+    // The wait is one round of the thread at most: its poll wakes up for this, and its callbacks
+    // read from memory or disk and never wait for another thread.
+    cancelsTaken_.wait(lock, [&] { return cancelsDone_ >= ticket; });
 }
 
 void TransferThread::takeQueued()
 {
     std::vector<Ref<CurlCall>> starting, cancelling;
+    uint64 cancels = 0;
     {
         std::lock_guard lock(mutex_);
         starting.swap(toStart_);
         cancelling.swap(toCancel_);
+        cancels = cancelsQueued_;
     }
     for (Ref<CurlCall>& call : starting)
     {
@@ -59,14 +66,25 @@ void TransferThread::takeQueued()
         running_[handle] = call;
     }
     for (Ref<CurlCall>& call : cancelling)
+    {
         for (auto it = running_.begin(); it != running_.end(); ++it)
             if (it->second == call)
             {
                 curl_multi_remove_handle(multi_, it->first);
-                it->second->clearListener();
                 running_.erase(it);
                 break;
             }
+        call->clearListener();
+        call->releaseLent();
+    }
+    if (cancelling.empty())
+        return;
+    cancelling.clear();
+    {
+        std::lock_guard lock(mutex_);
+        cancelsDone_ = cancels;
+    }
+    cancelsTaken_.notify_all();
 }
 
 void TransferThread::finishDone()

@@ -4,6 +4,7 @@
 
 #include <curl/curl.h>
 
+#include <condition_variable>
 #include <map>
 #include <mutex>
 #include <thread>
@@ -23,7 +24,10 @@ public:
     /// Starts `call` on its own easy handle. The call's listener is invoked on this thread; its
     /// finished() comes once, after complete(). Any thread.
     void start(CurlCall* call);
-    /// Stops `call` without a finished() report. Any thread.
+    /// Stops `call` without a finished() report. Any thread. Returns once the transfer thread has
+    /// taken the call out and let go of what the caller lent it (its body and progress objects),
+    /// so that the caller may then be unloaded; on the transfer thread itself that happens at the
+    /// top of its next round.
     void cancel(CurlCall* call);
 
 private:
@@ -34,8 +38,12 @@ private:
 
     CURLM* multi_;
     std::mutex mutex_;
+    std::condition_variable cancelsTaken_;
     std::vector<Ref<CurlCall>> toStart_;
     std::vector<Ref<CurlCall>> toCancel_;
+    uint64 cancelsQueued_ = 0; // cancels handed over so far
+    uint64 cancelsDone_ = 0;   // of those, the ones taken out
+    std::thread::id threadId_;
     std::map<CURL*, Ref<CurlCall>> running_; // transfer thread only
     std::thread thread_;
 };

@@ -1,5 +1,6 @@
 #include "LocalHttpServer.h"
 #include "tests/support/LoopbackSocket.h"
+#include "tests/support/References.h"
 
 #include "framework/interfaces/IObserver.h"
 #include "framework/interfaces/ISubject.h"
@@ -18,6 +19,7 @@
 #include <chrono>
 #include <cstdio>
 #include <fstream>
+#include <functional>
 #include <thread>
 #include <tuple>
 
@@ -52,12 +54,15 @@ public:
         if (id != "onprogress")
             events.push_back(id);
         onThread = onThread && GetRunLoop()->isLoopThread();
+        if (onEvent)
+            onEvent(id);
     }
     int count(const std::string& id) const { return static_cast<int>(std::count(events.begin(), events.end(), id)); }
 
     IXMLHttpRequest* request = nullptr;
     std::vector<std::string> events;
     bool onThread = true;
+    std::function<void(const std::string&)> onEvent; // called after each event is logged
 };
 
 Ref<IXMLHttpRequest> newRequest()
@@ -169,6 +174,8 @@ public:
     std::chrono::steady_clock::time_point cancelledAt;
     int reports = 0;
 };
+
+using TestSupport::referencesOf;
 
 int64 peakResidentKiB()
 {
@@ -348,6 +355,55 @@ TEST(HttpRequest, AbortEndsTheCallAtOnceAndNothingOfItArrivesLater)
     EXPECT_EQ(call.request->getStatus(), 200);
     call.request->abort(); // nothing in progress: nothing happens
     EXPECT_EQ(call.events->count("onloadend"), 1);
+}
+
+// A caller's body and progress objects may live in a library that is unloaded as soon as the
+// caller knows that its call is over: from then on the network module holds none of them.
+TEST(HttpRequest, TheCallersObjectsAreLetGoBeforeItHearsOfTheEndAndWhenAnAbortReturns)
+{
+    LocalHttpServer server;
+    ObservedRequest call;
+    auto send = [&](const char* path, IStream* body, IProgressNotify* progress) {
+        call.events->events.clear();
+        return call.request->open("POST", server.url(path).c_str(), true, "", "") == kResultOk &&
+               call.request->send(body, progress) == kResultOk;
+    };
+
+    // A call that ends: its "onloadend" is the caller's first moment to unload.
+    auto body = memoryStream(R"({"a":1})");
+    auto progress = makeRef<CancellingProgress>(2.0); // never cancels
+    uint32 bodyAtEnd = 0, progressAtEnd = 0;
+    call.events->onEvent = [&](const std::string& id) {
+        if (id == "onloadend")
+        {
+            bodyAtEnd = referencesOf(body);
+            progressAtEnd = referencesOf(progress);
+        }
+    };
+    ASSERT_TRUE(send("/echo", body, progress));
+    ASSERT_TRUE(call.waitForEnd());
+    EXPECT_EQ(call.request->getStatus(), 200);
+    EXPECT_EQ(bodyAtEnd, 1u);
+    EXPECT_EQ(progressAtEnd, 1u);
+    call.events->onEvent = nullptr;
+
+    // An upload aborted while its body streams out, and one aborted before the transfer thread
+    // could start it: both are let go of by the time abort() returns.
+    for (const bool started : {true, false})
+    {
+        auto endless = makeRef<PatternStream>(int64(1) << 40);
+        auto watcher = makeRef<CancellingProgress>(2.0);
+        const uint64_t before = server.bytesReceived();
+        ASSERT_TRUE(send("/sink", endless, watcher));
+        if (started)
+        {
+            ASSERT_TRUE(EventWait::until([&] { return server.bytesReceived() > before + 65536; }, 10000));
+        }
+        call.request->abort();
+        EXPECT_EQ(referencesOf(endless), 1u) << (started ? "while streaming" : "before the start");
+        EXPECT_EQ(referencesOf(watcher), 1u) << (started ? "while streaming" : "before the start");
+        EXPECT_EQ(call.events->count("onabort"), 1);
+    }
 }
 
 TEST(HttpRequest, SendsTheBodyWithItsLengthAndOnlyTheHeadersAskedFor)

@@ -1,4 +1,5 @@
 #include "LocalHttpServer.h"
+#include "tests/support/References.h"
 
 #include "framework/component/Signals.h"
 #include "framework/hostsupport/EventWait.h"
@@ -14,12 +15,7 @@ using namespace KVX::Web;
 
 namespace {
 
-uint32 referencesOf(IUnknown* object)
-{
-    uint32 count = object->retain() - 1;
-    object->release();
-    return count;
-}
+using TestSupport::referencesOf;
 
 /// Receives call events in member functions, as controllers do, and counts property changes.
 class Receiver : public Component, public XHRClientCallback<Receiver>
