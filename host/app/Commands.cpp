@@ -72,8 +72,11 @@ void printFailureJson(int code, const std::string* reason)
     }
     JsonOutput output;
     output.set("result", result);
-    output.set("exit_code", code);
-    output.set("error", reason ? *reason : lastComplaint());
+    std::string error = reason ? *reason : lastComplaint();
+    if (error.empty() && code == kInterrupted)
+        error = interruptReason();
+    output.set("exit_code", exitCodeOf(code));
+    output.set("error", error);
     output.print();
 }
 
@@ -170,7 +173,7 @@ int signInOnly(const LoginOptions& login, bool json)
     {
         JsonOutput output;
         output.set("result", code == kDone ? "signed_in" : "not_remembered");
-        output.set("exit_code", code);
+        output.set("exit_code", exitCodeOf(code));
         output.set("user", user);
         output.set("remembered", remembered);
         if (code != kDone)
@@ -210,7 +213,7 @@ int signOut(bool forget, bool json)
     {
         JsonOutput output;
         output.set("result", "signed_out");
-        output.set("exit_code", code);
+        output.set("exit_code", exitCodeOf(code));
         output.set("forgotten", forgotten);
         if (code != kDone)
             output.set("error", lastComplaint());

@@ -634,7 +634,7 @@ int PublishRun::outcome()
     else if (runtime_.alerts().contains(kUploadFailed))
         result = "failed", code = kServiceFailed, reason = LanguageFile::text(kUploadFailed);
     else if (cancelled_)
-        result = "cancelled", code = kInterrupted, reason = "cancelled with Ctrl-C";
+        result = "cancelled", code = kInterrupted, reason = interruptReason();
     else if (runtime_.pages().pages().empty())
         result = "failed", code = kServiceFailed, reason = "the upload did not finish";
 
@@ -727,7 +727,7 @@ void PublishRun::printJson(const char* result, int code, const std::string& reas
 {
     JsonOutput json;
     json.set("result", result);
-    json.set("exit_code", code);
+    json.set("exit_code", exitCodeOf(code));
     if (!reason.empty())
         json.set("error", reason);
     JsonOutput::Value product = json.object();

@@ -36,6 +36,9 @@ namespace {
 
 uint32 stallTimeoutSeconds = 0;
 std::atomic<bool> terminateFinishesWork{false};
+/// The signal that interrupted the command first (0: none yet).
+std::atomic<int> interruptingSignal{0};
+static_assert(std::atomic<int>::is_always_lock_free, "set from a signal handler");
 
 void onInterrupt(int signal)
 {
@@ -45,6 +48,8 @@ void onInterrupt(int signal)
         if (terminateFinishesWork.load(std::memory_order_relaxed))
             return;
     }
+    int none = 0;
+    interruptingSignal.compare_exchange_strong(none, signal, std::memory_order_relaxed);
     gInterrupted.store(true, std::memory_order_relaxed);
 }
 
@@ -96,6 +101,18 @@ void installInterruptHandler()
     sigemptyset(&action.sa_mask);
     sigaction(SIGINT, &action, nullptr);
     sigaction(SIGTERM, &action, nullptr);
+}
+
+int exitCodeOf(int code)
+{
+    if (code != kInterrupted)
+        return code;
+    return interruptingSignal.load(std::memory_order_relaxed) == SIGTERM ? kTerminated : kInterrupted;
+}
+
+const char* interruptReason()
+{
+    return exitCodeOf(kInterrupted) == kTerminated ? "stopped by SIGTERM" : "cancelled with Ctrl-C";
 }
 
 void finishWorkOnTerminate()

@@ -29,6 +29,7 @@ enum ExitCode : int
     kConfiguration = 4,   ///< the configuration cannot be used
     kPreflightFailed = 5, ///< the pre-flight report found an error (or, when strict, a warning)
     kInterrupted = 130,   ///< cancelled with Ctrl-C
+    kTerminated = 143,    ///< stopped by SIGTERM
 };
 
 /// Set by SIGINT, and by SIGTERM unless a command finishes its work on SIGTERM; long waits end
@@ -37,6 +38,12 @@ extern std::atomic<bool> gInterrupted;
 /// Set by SIGTERM.
 extern std::atomic<bool> gTerminated;
 void installInterruptHandler();
+/// The exit code a command that was interrupted ends with (the commands themselves return
+/// kInterrupted for either signal): kTerminated when SIGTERM ended it, else kInterrupted. Any other
+/// code is returned as it is.
+int exitCodeOf(int code);
+/// What ended an interrupted command, in words: "cancelled with Ctrl-C" or "stopped by SIGTERM".
+const char* interruptReason();
 /// From now on SIGTERM only sets gTerminated, so that the work under way finishes before the
 /// command ends (the hot folder's running batch); Ctrl-C still interrupts.
 void finishWorkOnTerminate();

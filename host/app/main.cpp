@@ -269,5 +269,5 @@ int main(int argc, char** argv)
         printFailureJson(code);
     if (!outputWritten() && code == kDone)
         return kServiceFailed;
-    return code;
+    return exitCodeOf(code);
 }

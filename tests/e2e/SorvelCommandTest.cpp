@@ -125,23 +125,42 @@ TEST_F(SorvelProgram, AServerThatDoesNotAnswerEndsWithACleanMessage)
     EXPECT_NE(run.err.find("cannot reach the service"), std::string::npos) << run.err;
 }
 
-TEST_F(SorvelProgram, CtrlCDuringTheFilePostCancelsWithoutUploadingTwice)
+TEST_F(SorvelProgram, CtrlCOrSigtermDuringTheFilePostCancelsWithoutUploadingTwice)
 {
-    sandbox->injectFault(Endpoint::Upload, Fault::delayed(std::chrono::milliseconds(3000)));
-    Child child({"publish", "--user", login.username, "--password-stdin", "--no-progress", flac("Long", 3.0)},
-                environment(), login.password + "\n");
-    ASSERT_GT(child.pid(), 0);
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-    while (sandbox->requestLog().entries(Endpoint::UploadToken).empty() && std::chrono::steady_clock::now() < deadline)
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    ASSERT_FALSE(sandbox->requestLog().entries(Endpoint::UploadToken).empty());
-    std::this_thread::sleep_for(std::chrono::milliseconds(300)); // the file is on its way
-    kill(child.pid(), SIGINT);
-    const ProgramRun run = child.wait();
-    EXPECT_EQ(run.exitCode, 130) << run.err;
-    EXPECT_EQ(sandbox->requestLog().entries(Endpoint::CreateTrack).size(), 1u);
-    EXPECT_LE(sandbox->storedFiles().size(), 1u);
-    EXPECT_TRUE(sandbox->requestLog().entries(Endpoint::UploadStatus).empty()) << "no upload reported complete";
+    struct Case
+    {
+        int signal;
+        int exitCode;
+        std::string reason;
+    };
+    for (const Case& stop : {Case{SIGINT, 130, "cancelled with Ctrl-C"}, Case{SIGTERM, 143, "stopped by SIGTERM"}})
+    {
+        SCOPED_TRACE(stop.reason);
+        const size_t tokens = sandbox->requestLog().entries(Endpoint::UploadToken).size();
+        const size_t tracks = sandbox->requestLog().entries(Endpoint::CreateTrack).size();
+        const size_t stored = sandbox->storedFiles().size();
+        sandbox->injectFault(Endpoint::Upload, Fault::delayed(std::chrono::milliseconds(3000)));
+        Child child({"publish", "--user", login.username, "--password-stdin", "--json", flac("Long", 3.0)},
+                    environment(), login.password + "\n");
+        ASSERT_GT(child.pid(), 0);
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+        while (sandbox->requestLog().entries(Endpoint::UploadToken).size() == tokens &&
+               std::chrono::steady_clock::now() < deadline)
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        ASSERT_GT(sandbox->requestLog().entries(Endpoint::UploadToken).size(), tokens);
+        std::this_thread::sleep_for(std::chrono::milliseconds(300)); // the file is on its way
+        kill(child.pid(), stop.signal);
+        const ProgramRun run = child.wait();
+        EXPECT_EQ(run.exitCode, stop.exitCode) << run.err;
+        const auto document = parse(run.out);
+        ASSERT_TRUE(document.IsObject() && document.HasMember("error")) << run.out;
+        EXPECT_STREQ(document["result"].GetString(), "cancelled") << run.out;
+        EXPECT_EQ(document["exit_code"].GetInt(), stop.exitCode) << run.out;
+        EXPECT_EQ(std::string(document["error"].GetString()), stop.reason) << run.out;
+        EXPECT_EQ(sandbox->requestLog().entries(Endpoint::CreateTrack).size(), tracks + 1);
+        EXPECT_LE(sandbox->storedFiles().size(), stored + 1);
+        EXPECT_TRUE(sandbox->requestLog().entries(Endpoint::UploadStatus).empty()) << "no upload reported complete";
+    }
 }
 
 /// The value after `label` on its line of the standalone sandbox's banner.
